@@ -1,0 +1,16 @@
+#pragma once
+
+#include "VDStatisticAnalysis.h"
+
+// A VDAllanDeviationAnalysis computes the overlapping Allan deviation (ADEV) of a time error series.
+class VDAllanDeviationAnalysis : public VDStatisticAnalysis {
+ public:
+  using VDStatisticAnalysis::VDStatisticAnalysis;
+
+  static const VDAnalysisClass& classObject();
+  const VDAnalysisClass& analysisClass() const override { return classObject(); }
+
+ protected:
+  int64_t largestWindowSize(int64_t sampleCount) const override;
+  bool evaluateWindow(int64_t windowSize, VDStatisticPoint& point) override;
+};

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+// Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
+namespace TestSupport {
+
+std::filesystem::path sourceDir();   // the repository
+std::filesystem::path toolPath();    // the built veridaneprobe executable
+
+// A fresh directory under the system's temporary directory, removed with the object.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::filesystem::path& path() const { return _path; }
+  std::filesystem::path operator/(const std::string& name) const { return _path / name; }
+
+ private:
+  std::filesystem::path _path;
+};
+
+std::string readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, const std::string& content);
+
+struct ToolRun {
+  std::string out;
+  std::string err;
+  int status = -1;  // exit status, or -1 when the process did not exit normally
+};
+
+// Runs the built tool with the given arguments (argv[0] is the tool's path), in workingDir
+// (the current directory when empty). environment entries are set (a value of nullopt unsets
+// the variable); PWD is set to workingDir unless given.
+ToolRun runTool(const std::vector<std::string>& arguments,
+                const std::filesystem::path& workingDir = {},
+                const std::map<std::string, std::optional<std::string>>& environment = {});
+
+}  // namespace TestSupport

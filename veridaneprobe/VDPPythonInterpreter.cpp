@@ -1,0 +1,84 @@
+#include "VDPPythonInterpreter.h"
+
+#define PY_SSIZE_T_CLEAN
+#include <Python.h>
+
+#include <cstdio>
+
+#include "VDPCompatSource.h"
+
+namespace {
+
+bool gCompatibilityInstalled = false;
+VDPPythonInterpreter::ScriptRunner gScriptRunner;
+
+void flushPythonStream(const char* name) {
+  PyObject* stream = PySys_GetObject(name);  // borrowed
+  if (stream != nullptr && stream != Py_None) {
+    PyObject* result = PyObject_CallMethod(stream, "flush", nullptr);
+    Py_XDECREF(result);
+    PyErr_Clear();
+  }
+}
+
+// Loads the compatibility module from the source compiled into the tool and installs it with
+// the non-interactive Agg backend: the scripts save files, they never open windows here.
+void installCompatibility() {
+  gCompatibilityInstalled = true;
+  PyObject* code = Py_CompileString(kVDPCompatSource, "veridaneprobe_compat.py", Py_file_input);
+  PyObject* module =
+      code != nullptr ? PyImport_ExecCodeModule("veridaneprobe_compat", code) : nullptr;
+  PyObject* result =
+      module != nullptr ? PyObject_CallMethod(module, "install", "s", "Agg") : nullptr;
+  if (result == nullptr) {
+    PyErr_Print();
+  }
+  Py_XDECREF(result);
+  Py_XDECREF(module);
+  Py_XDECREF(code);
+}
+
+}  // namespace
+
+void VDPPythonInterpreter::start(const std::string& programName) {
+  PyConfig config;
+  PyConfig_InitPythonConfig(&config);
+  PyStatus status = PyConfig_SetBytesString(&config, &config.program_name, programName.c_str());
+  if (!PyStatus_Exception(status)) {
+    status = Py_InitializeFromConfig(&config);
+  }
+  PyConfig_Clear(&config);
+  if (PyStatus_Exception(status)) {
+    std::fprintf(stderr, "Could not start the embedded Python interpreter: %s\n",
+                 status.err_msg != nullptr ? status.err_msg : "unknown error");
+  }
+}
+
+void VDPPythonInterpreter::runScript(const std::string& scriptText) {
+  std::fflush(stdout);
+  std::fflush(stderr);
+  if (gScriptRunner) {
+    gScriptRunner(scriptText);
+    return;
+  }
+  if (!Py_IsInitialized()) {
+    return;
+  }
+  if (!gCompatibilityInstalled) {
+    installCompatibility();
+  }
+  PyRun_SimpleStringFlags(scriptText.c_str(), nullptr);
+  flushPythonStream("stdout");
+  flushPythonStream("stderr");
+}
+
+void VDPPythonInterpreter::finalise() {
+  if (Py_IsInitialized()) {
+    flushPythonStream("stdout");
+    flushPythonStream("stderr");
+    Py_FinalizeEx();
+  }
+  gCompatibilityInstalled = false;
+}
+
+void VDPPythonInterpreter::setScriptRunner(ScriptRunner runner) { gScriptRunner = std::move(runner); }
