@@ -1,0 +1,116 @@
+#include "VDPFileSystem.h"
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+namespace fs = std::filesystem;
+
+namespace VDPFileSystem {
+
+namespace {
+
+std::string homeDirectory() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+    return home;
+  }
+  if (const passwd* entry = getpwuid(getuid()); entry != nullptr && entry->pw_dir != nullptr) {
+    return entry->pw_dir;
+  }
+  return "~";
+}
+
+}  // namespace
+
+std::string standardisedPath(const std::string& value) {
+  std::string expanded = value;
+  if (!expanded.empty() && expanded[0] == '~' && (expanded.size() == 1 || expanded[1] == '/')) {
+    expanded = homeDirectory() + expanded.substr(1);
+  }
+  if (expanded.empty()) {
+    return expanded;
+  }
+  std::string normal = fs::path(expanded).lexically_normal().string();
+  while (normal.size() > 1 && normal.back() == '/') {
+    normal.pop_back();
+  }
+  return normal;
+}
+
+std::optional<std::string> resolvedPath(const std::optional<std::string>& path) {
+  if (!path || (!path->empty() && (*path)[0] == '/')) {
+    return path;
+  }
+  const char* pwd = std::getenv("PWD");
+  if (pwd == nullptr) {
+    return std::nullopt;
+  }
+  return (fs::path(pwd) / *path).string();
+}
+
+std::optional<std::string> resolvedOutputPath(const std::optional<std::string>& path) {
+  if (!path) {
+    const char* pwd = std::getenv("PWD");
+    return pwd != nullptr ? std::optional<std::string>(pwd) : std::nullopt;
+  }
+  return resolvedPath(path);
+}
+
+std::string joinedPath(const std::string& directory, const std::string& component) {
+  return (fs::path(directory) / component).string();
+}
+
+bool exists(const std::optional<std::string>& path) {
+  struct stat status;
+  return path && stat(path->c_str(), &status) == 0;
+}
+
+bool prepareDirectory(const std::optional<std::string>& path, std::FILE* messageStream) {
+  const char* text = path ? path->c_str() : "";
+  struct stat status;
+  if (path && stat(text, &status) == 0) {
+    if (S_ISDIR(status.st_mode)) {
+      return true;
+    }
+    std::fprintf(messageStream, "\"%s\" is not a directory. Please use a different path.\n", text);
+    return false;
+  }
+  std::error_code error;
+  if (!path) {
+    error = std::make_error_code(std::errc::no_such_file_or_directory);
+  } else {
+    fs::create_directories(*path, error);
+  }
+  if (error) {
+    std::fprintf(messageStream, "Failed to create directory \"%s\" with error %s.\n", text,
+                 error.message().c_str());
+    return false;
+  }
+  return true;
+}
+
+void saveScript(const std::string& path, const std::string& text) {
+  const std::string temporary = path + ".tmp-" + std::to_string(getpid());
+  {
+    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
+    stream << text;
+    if (!stream.flush()) {
+      std::error_code ignored;
+      fs::remove(temporary, ignored);
+      return;
+    }
+  }
+  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+    std::error_code ignored;
+    fs::remove(temporary, ignored);
+    return;
+  }
+  chmod(path.c_str(), 0744);
+}
+
+}  // namespace VDPFileSystem
