@@ -1,0 +1,176 @@
+// Whole-program transcripts of the command line: the banner, the exit statuses, and every
+// message of the shared option grammar with its stream, checked byte for byte.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+#include "TestSupport.h"
+#include "VDPVersion.h"
+
+using TestSupport::runTool;
+using TestSupport::TempDir;
+using TestSupport::ToolRun;
+
+namespace {
+
+const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
+
+std::string tool() { return TestSupport::toolPath().string(); }
+
+std::string usage(const std::string& word) {
+  return "usage:\n" + tool() + " " + word + " --data path --output path [--name name]\n";
+}
+
+std::string sourceFile(const std::string& name) {
+  return (TestSupport::sourceDir() / "veridaneprobe" / name).string();
+}
+
+// A run whose initialiser fails on its options: banner only on stdout, message and usage on
+// stderr, exit status 0.
+void expectUsageFailure(const ToolRun& run, const std::string& message,
+                        const std::string& word = "time-error") {
+  EXPECT_EQ(run.out, kBanner);
+  EXPECT_EQ(run.err, message + usage(word));
+  EXPECT_EQ(run.status, 0);
+}
+
+class CommandLineTest : public ::testing::Test {
+ protected:
+  CommandLineTest() { TestSupport::writeFile(dir / "data.csv", "index,time,error\n"); }
+  TempDir dir;
+  std::string data() const { return (dir / "data.csv").string(); }
+  std::string output() const { return (dir / "out").string(); }
+};
+
+TEST_F(CommandLineTest, TooFewArgumentsIsAUsageErrorWithStatusOne) {
+  const std::string expected =
+      "usage:\n" + tool() + " audio <arguments>\n" + tool() + " time-error <arguments>\n";
+  for (const auto& arguments :
+       {std::vector<std::string>{}, std::vector<std::string>{"time-error"}}) {
+    const ToolRun run = runTool(arguments);
+    EXPECT_EQ(run.out, kBanner);
+    EXPECT_EQ(run.err, expected);
+    EXPECT_EQ(run.status, 1);
+  }
+}
+
+TEST_F(CommandLineTest, UnknownCommandsExitWithStatusZero) {
+  for (const std::string word : {"dual-link", "Audio", "TIME-ERROR", ""}) {
+    const ToolRun run = runTool({word, "--data", data()});
+    EXPECT_EQ(run.out, kBanner);
+    EXPECT_EQ(run.err, "unknown command \"" + word + "\"\n");
+    EXPECT_EQ(run.status, 0);
+  }
+}
+
+TEST_F(CommandLineTest, EachFileCommandNamesItselfInItsUsage) {
+  for (const std::string word : {"time-error", "dual-check", "marten", "osprey"}) {
+    expectUsageFailure(runTool({word, "--bogus"}), "unknown argument \"--bogus\"\n", word);
+  }
+}
+
+TEST_F(CommandLineTest, WindowOptionsAreCheckedAsTheyAreMet) {
+  expectUsageFailure(runTool({"time-error", "--window-lower", "1", "--window-lower", "3"}),
+                     "window lower limit 1 is less than 2. It must be at least 2.\n");
+  expectUsageFailure(runTool({"time-error", "--window-upper", "-5"}),
+                     "window upper limit -5 is less than 2. It must be at least 2.\n");
+  expectUsageFailure(runTool({"time-error", "--window-step", "0x10"}),
+                     "window step size 0 is less than 1. It must be at least 1.\n");
+  expectUsageFailure(runTool({"time-error", "--window-lower", "abc"}),
+                     "could not parse window lower limit \"abc\"\n");
+  expectUsageFailure(runTool({"time-error", "--window-upper", "-"}),
+                     "could not parse window upper limit \"-\"\n");
+  expectUsageFailure(runTool({"time-error", "--window-step", ""}),
+                     "could not parse window step size \"\"\n");
+  // A missing value counts as the empty text.
+  expectUsageFailure(runTool({"time-error", "--data", data(), "--window-step"}),
+                     "could not parse window step size \"\"\n");
+  // The first bad argument ends parsing.
+  expectUsageFailure(runTool({"time-error", "--what", "--window-lower", "1"}),
+                     "unknown argument \"--what\"\n");
+  // Saturation at the signed 64-bit bounds.
+  expectUsageFailure(runTool({"time-error", "--window-lower", "-99999999999999999999"}),
+                     "window lower limit -9223372036854775808 is less than 2. It must be at "
+                     "least 2.\n");
+}
+
+TEST_F(CommandLineTest, ChecksAfterParsingComeInOrder) {
+  expectUsageFailure(runTool({"time-error", "--output", output()}),
+                     "must provide time error file path (--time-error)\n");
+  // --data as the last argument has no value: the path is absent.
+  expectUsageFailure(runTool({"time-error", "--data"}),
+                     "must provide time error file path (--time-error)\n");
+  expectUsageFailure(
+      runTool({"time-error", "--data", data(), "--window-lower", "6", "--window-upper", "5"}),
+      "window lower limit (6) is higher than the window upper limit (5)\n");
+  // Leading blanks, a sign and trailing text are the integer scanner's business.
+  expectUsageFailure(runTool({"time-error", "--data", data(), "--window-lower", " +7abc",
+                              "--window-upper", "6"}),
+                     "window lower limit (7) is higher than the window upper limit (6)\n");
+}
+
+TEST_F(CommandLineTest, MissingDataFilePrintsTheAssertionOnStandardOutput) {
+  const std::string missing = (dir / "missing.csv").string();
+  const ToolRun run = runTool({"time-error", "--data", missing, "--output", output()});
+  EXPECT_EQ(run.out, kBanner +
+                         " veridaneprobe assertion FailIf \"![fileManager "
+                         "fileExistsAtPath:_timeErrorPath]\" failed in " +
+                         sourceFile("VDPAnalyseTimeError.cpp") +
+                         " at line 219 goto Bail. Time error file does not exist at path \"" +
+                         missing + "\"\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_FALSE(std::filesystem::exists(output()));
+}
+
+TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
+  std::filesystem::create_directory(dir / "elsewhere");
+  // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
+  // output directory is made there, with redundant components removed.
+  const ToolRun run = runTool({"marten", "--data", "./sub/../data.csv", "--output", "out//x/",
+                               "--no-adev", "--no-madev", "--no-tdev", "--no-rmstie", "--no-mtie"},
+                              dir / "elsewhere", {{"PWD", dir.path().string()}});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(std::filesystem::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
+  const ToolRun missing =
+      runTool({"marten", "--data", "nothing.csv"}, dir / "elsewhere", {{"PWD", "/nowhere"}});
+  EXPECT_NE(missing.out.find("Time error file does not exist at path \"/nowhere/nothing.csv\""),
+            std::string::npos);
+  const ToolRun unset =
+      runTool({"marten", "--data", "data.csv"}, dir.path(), {{"PWD", std::nullopt}});
+  EXPECT_NE(unset.out.find("Time error file does not exist at path \"\""), std::string::npos);
+}
+
+TEST_F(CommandLineTest, OutputPreparation) {
+  // An existing file in the way: refused without usage text, on stdout (stderr for dual-check).
+  TestSupport::writeFile(dir / "file", "x");
+  const std::string file = (dir / "file").string();
+  const std::string notADirectory =
+      "\"" + file + "\" is not a directory. Please use a different path.\n";
+  ToolRun run = runTool({"time-error", "--data", data(), "--output", file});
+  EXPECT_EQ(run.out, kBanner + notADirectory);
+  EXPECT_EQ(run.err, "");
+  run = runTool({"dual-check", "--data", data(), "--output", file});
+  EXPECT_EQ(run.out, kBanner);
+  EXPECT_EQ(run.err, notADirectory);
+
+  // A directory that cannot be created names the system's reason.
+  const std::string blocked = file + "/sub";
+  run = runTool({"marten", "--data", data(), "--output", blocked});
+  EXPECT_EQ(run.out,
+            kBanner + "Failed to create directory \"" + blocked + "\" with error Not a directory.\n");
+  EXPECT_EQ(run.status, 0);
+
+  // Osprey prepares its slave directories; one blocked by a file is refused.
+  std::filesystem::create_directories(dir / "osprey");
+  TestSupport::writeFile(dir / "osprey" / "Slave1", "");
+  run = runTool({"osprey", "--data", data(), "--output", (dir / "osprey").string()});
+  EXPECT_EQ(run.out, kBanner + "\"" + (dir / "osprey" / "Slave1").string() +
+                         "\" is not a directory. Please use a different path.\n");
+  EXPECT_TRUE(std::filesystem::is_directory(dir / "osprey" / "Slave0"));
+}
+
+}  // namespace

@@ -1,0 +1,226 @@
+// The dual-link judgement: the time error script with its limit lines byte for byte, the PASS
+// and FAIL boundaries of both tests, and the console transcript of a whole run, with scripts
+// captured instead of run.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDPAnalyseDualLink.h"
+#include "VDPConsole.h"
+#include "VDPDualLinkMaximumTimeIntervalErrorAnalysis.h"
+#include "VDPDualLinkTimeErrorSequence.h"
+#include "VDPProcessDualLinkTimeError.h"
+#include "VDPPythonInterpreter.h"
+
+namespace {
+
+const std::string kScriptStart =
+    "#!/usr/bin/python\n"
+    "\n"
+    "import numpy as np\n"
+    "import matplotlib.pyplot as plt\n"
+    "import matplotlib.mlab as mlab\n"
+    "import os\n"
+    "import sys\n";
+
+const std::string kScriptMiddle =
+    "\n"
+    "time = timeErrorRecords.time\n"
+    "timeError = timeErrorRecords.time_error\n"
+    "\n"
+    "f1, ax1 = plt.subplots()\n"
+    "ax1.plot(time, timeError, 'r-')\n"
+    "ax1.set_ylabel('Time Error (ns)')\n"
+    "ax1.set_xlabel('Time (ns)')\n"
+    "ax1.set_title('Time Errors - link A')\n"
+    "ax1.plot([time[0], time[-1]], [80, 80], '-', color='#fac205')\n"
+    "ax1.plot([time[0], time[-1]], [-80, -80], '-', color='#fac205')\n"
+    "ax1.grid(True)\n"
+    "\n"
+    "plt.subplots_adjust(left=0.05, right=0.97, bottom=0.05, top=0.97)\n"
+    "\n";
+
+TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
+  const VDPDualLinkTimeErrorSequence sequence({});
+  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv",
+                                                        "link A", std::nullopt, true),
+            kScriptStart +
+                "timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/"
+                "n_time_error.csv')\n" +
+                kScriptMiddle + "plt.show()\n");
+  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
+                                                        "/out dir/n.png", false),
+            kScriptStart + "timeErrorRecords = mlab.csv2rec('/out dir/n_time_error.csv')\n" +
+                kScriptMiddle +
+                "f1.set_size_inches(32, 16.98753)\n"
+                "\n"
+                "f1.savefig('/out dir/n.png')\n"
+                "\n"
+                "plt.close(f1)\n");
+}
+
+TEST(DualLinkScripts, MTIEHooksBelongToTheDualLinkClass) {
+  const VDAnalysisClass& dualLink = VDPDualLinkMaximumTimeIntervalErrorAnalysis::classObject();
+  EXPECT_EQ(dualLink.additionalScriptInitialization(),
+            "def gPTP1HopMTIE(x):\n\treturn 160\n\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n");
+  EXPECT_EQ(dualLink.additionalScriptRecords(), "gPTP1HopMask = vGPTP1HopMTIE(tau)\n");
+  EXPECT_EQ(dualLink.additionalScriptPlots("axB"),
+            "l2, = axB.plot(tau, gPTP1HopMask, '-', color='#fac205', label='gPTP 1 Hop')\n"
+            "ax1.legend(loc='best', fontsize='x-small')\n");
+  EXPECT_EQ(dualLink.plotSize(), "f1.set_size_inches(9.5, 9.5)");
+  EXPECT_EQ(dualLink.plotYLimits("axB"), "axB.set_ylim([10,10000])");
+
+  const VDPDualLinkMaximumTimeIntervalErrorAnalysis analysis({});
+  const std::string script = analysis.analysisClass().generatePythonScriptWithOutputPath(
+      "/o", "n_mtie.csv", "n", "/o/n_mtie.png", false);
+  for (const char* line : {"\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n",
+                           "\ngPTP1HopMask = vGPTP1HopMTIE(tau)\n",
+                           "\nax1.legend(loc='best', fontsize='x-small')\n",
+                           "\nf1.set_size_inches(9.5, 9.5)\n", "\nax1.set_ylim([10,10000])\n"}) {
+    EXPECT_NE(script.find(line), std::string::npos) << line;
+  }
+}
+
+class DualLinkProcessorTest : public ::testing::Test {
+ protected:
+  DualLinkProcessorTest() {
+    VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  }
+  ~DualLinkProcessorTest() override { VDPPythonInterpreter::setScriptRunner(nullptr); }
+
+  // The verdict lines printed for these errors (one per second), MTIE switched on or off.
+  std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
+    std::vector<VDTimeErrorValue> values;
+    for (size_t i = 0; i < errors.size(); ++i) {
+      values.emplace_back(1000000000ull * i, errors[i]);
+    }
+    const VDPDualLinkTimeErrorSequence sequence(std::move(values));
+    VDPProcessDualLinkTimeError processor(dir.path().string(), "n", false, false, false, false,
+                                          mtie, 2, std::numeric_limits<int64_t>::max(), 1);
+    testing::internal::CaptureStdout();
+    processor.processTimeErrors(sequence);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  TestSupport::TempDir dir;
+};
+
+TEST_F(DualLinkProcessorTest, TimeErrorLimitIsEightyNanosecondsEitherWay) {
+  EXPECT_EQ(verdicts({80, -80, 3}, false),
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min -80 max 80 range 160\nAnalysis Done\n");
+  EXPECT_EQ(verdicts({0, 81, 0}, false),
+            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
+            "TimeError: min 0 max 81 range 81\nAnalysis Done\n");
+  EXPECT_EQ(verdicts({-81, 0}, false),
+            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
+            "TimeError: min -81 max 0 range 81\nAnalysis Done\n");
+  // The most negative error has no positive magnitude and passes; the range wraps.
+  EXPECT_EQ(verdicts({std::numeric_limits<int64_t>::min(), 1}, false),
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min -9223372036854775808 max 1 range -9223372036854775807\n"
+            "Analysis Done\n");
+  EXPECT_EQ(verdicts({}, false),
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min 9223372036854775807 max -9223372036854775808 range 1\n"
+            "Analysis Done\n");
+}
+
+TEST_F(DualLinkProcessorTest, MTIEIsJudgedAgainstTheOneHopMask) {
+  EXPECT_EQ(verdicts({0, 10, 20, 30, 40}, true),
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min 0 max 40 range 40\n"
+            "Running Maximum Time Interval Error Analysis...\n"
+            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
+            "MTIE: min 20 max 40 range 20\nAnalysis Done\n");
+  EXPECT_EQ(verdicts({0, 0, 161, 0, 0}, true),
+            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
+            "TimeError: min 0 max 161 range 161\n"
+            "Running Maximum Time Interval Error Analysis...\n"
+            "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n"
+            "MTIE: min 161 max 161 range 0\nAnalysis Done\n");
+  EXPECT_EQ(verdicts({}, true),
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min 9223372036854775807 max -9223372036854775808 range 1\n"
+            "Running Maximum Time Interval Error Analysis...\n"
+            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
+            "MTIE: min 0 max 0 range 0\nAnalysis Done\n");
+}
+
+TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
+  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  TestSupport::TempDir dir;
+  // The first good line at 1 s; samples at 60 s and 61 s after it; one more 59 s after it.
+  TestSupport::writeFile(dir / "link.csv",
+                         "timestamp,seq,error,delay,flags\n"
+                         "1000000000,0,500,0,0\n"
+                         "60000000000,1,-20,0,0\n"
+                         "61000000000,2,40,0,0\n"
+                         "62000000000,3,60,0,0\n");
+  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+      {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L"});
+  ASSERT_NE(analyser, nullptr);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(analyser->execute());
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Loading time errors into memory...\n"
+            "=== Full File Analysis ===\n"
+            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
+            "TimeError: min -20 max 500 range 520\n"
+            "Running Modified Allan Deviation Analysis...\n"
+            "Running Time Deviation Analysis...\n"
+            "Running Maximum Time Interval Error Analysis...\n"
+            "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n"
+            "MTIE: min 520 max 520 range 0\n"
+            "Analysis Done\n"
+            "=== Converged (skip 60s) File Analysis ===\n"
+            "PASS: Time Error conforms to 1 hop gPTP limit\n"
+            "TimeError: min 40 max 60 range 20\n"
+            "Running Modified Allan Deviation Analysis...\n"
+            "Running Time Deviation Analysis...\n"
+            "Running Maximum Time Interval Error Analysis...\n"
+            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
+            "MTIE: min 0 max 0 range 0\n"
+            "Analysis Done\n");
+  for (const char* sub : {"full", "converged"}) {
+    EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "L_mtie.csv"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "PlotMADEV.py"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "out" / sub / "L_adev.csv"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "out" / sub / "L_rmstie.csv"));
+  }
+  EXPECT_NE(TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv"),
+            TestSupport::readFile(dir / "out" / "full" / "L_time_error.csv"));
+  VDPPythonInterpreter::setScriptRunner(nullptr);
+}
+
+TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "link.csv", "");
+  VDPConsole::setProgramPath("vdp");
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "link.csv").string(), "--bad"}),
+            nullptr);
+  TestSupport::writeFile(dir / "file", "");
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments(
+                {"--data", (dir / "link.csv").string(), "--output", (dir / "file").string()}),
+            nullptr);
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "nothing").string()}),
+            nullptr);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "unknown argument \"--bad\"\nusage:\nvdp dual-link --data path --output path [--name "
+            "name]\n");
+  EXPECT_EQ(out.substr(0, out.find(" veridaneprobe")),
+            "Failed to create directory \"" + (dir / "file" / "full").string() +
+                "\" with error Not a directory.\n");
+  EXPECT_NE(out.find("VDPAnalyseDualLink.cpp at line 231 goto Bail. Time error file does not"),
+            std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,201 @@
+// The streaming line reader and the text scanner under the commands' line grammars: block
+// boundaries, unterminated and over-long lines, invalid UTF-8, and what each layout accepts.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDPAnalyseDualCheck.h"
+#include "VDPAnalyseDualLink.h"
+#include "VDPAnalyseMarten.h"
+#include "VDPAnalyseOsprey.h"
+#include "VDPAnalyseTimeError.h"
+#include "VDPLineReader.h"
+#include "VDPTextScanner.h"
+
+namespace {
+
+constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
+constexpr uint64_t kUInt64Max = std::numeric_limits<uint64_t>::max();
+
+std::vector<std::string> linesOf(const std::string& content) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "file", content);
+  std::vector<std::string> lines;
+  VDPLineReader::readLines((dir / "file").string(),
+                           [&lines](std::string_view line) { lines.emplace_back(line); });
+  return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(LineReader, SplitsAtLineEndsAndNeverReadsAnUnterminatedLastLine) {
+  EXPECT_EQ(linesOf("a\nb\n"), (Lines{"a", "b"}));
+  EXPECT_EQ(linesOf("a\nb"), (Lines{"a"}));
+  EXPECT_EQ(linesOf(""), Lines{});
+  EXPECT_EQ(linesOf("\n\n"), (Lines{"", ""}));
+  EXPECT_EQ(linesOf("a\r\n"), (Lines{"a\r"}));
+}
+
+TEST(LineReader, JoinsLinesAcrossBlocks) {
+  const std::string first(1995, 'x');
+  const std::string second(10, 'y');  // crosses the first 2000-byte boundary
+  const std::string longLine(4500, 'z');
+  EXPECT_EQ(linesOf(first + "\n" + second + "\n" + longLine + "\n"),
+            (Lines{first, second, longLine}));
+  // A line end exactly at the end of a block.
+  const std::string exact(1999, 'e');
+  EXPECT_EQ(linesOf(exact + "\nnext\n"), (Lines{exact, "next"}));
+}
+
+TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
+  // Valid multi-byte text passes through.
+  EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
+  // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
+  // so the rest of the broken line arrives as a line of its own.
+  const std::string block(1000, 'a');
+  EXPECT_EQ(linesOf("1\n" + block + "\xFF\n" + block + "\n2\n" + std::string(3000, 'b') + "\n"),
+            (Lines{std::string(4, 'a'), "2", std::string(3000, 'b')}));
+  // A two-byte character split by the block boundary: both reads around it are lost, the
+  // complete lines in them included.
+  const std::string head = "lost\n" + std::string(1994, 'c');  // the split is at byte 1999
+  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')),
+            Lines(11, ""));
+}
+
+TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {
+  TestSupport::TempDir dir;
+  int calls = 0;
+  VDPLineReader::readLines(dir.path().string(), [&calls](std::string_view) { ++calls; });
+  VDPLineReader::readLines((dir / "missing").string(), [&calls](std::string_view) { ++calls; });
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(TextScanner, ScansLikeATextScanner) {
+  int64_t integer = 0;
+  EXPECT_TRUE(VDPTextScanner(" \t\n-42xyz").scanInt64(integer));
+  EXPECT_EQ(integer, -42);
+  EXPECT_TRUE(VDPTextScanner("99999999999999999999").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Max);
+  EXPECT_TRUE(VDPTextScanner("-9223372036854775808").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_TRUE(VDPTextScanner("-99999999999999999999").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_FALSE(VDPTextScanner("- 1").scanInt64(integer));
+  EXPECT_FALSE(VDPTextScanner("").scanInt64(integer));
+
+  int32_t narrow = 0;
+  EXPECT_TRUE(VDPTextScanner("3000000000").scanInt32(narrow));
+  EXPECT_EQ(narrow, std::numeric_limits<int32_t>::max());
+
+  uint64_t unsignedValue = 0;
+  EXPECT_TRUE(VDPTextScanner("+18446744073709551615").scanUInt64(unsignedValue));
+  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_TRUE(VDPTextScanner("99999999999999999999999").scanUInt64(unsignedValue));
+  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_FALSE(VDPTextScanner("-1").scanUInt64(unsignedValue));
+
+  double real = 0;
+  EXPECT_TRUE(VDPTextScanner(" -1.5e-3,").scanDouble(real));
+  EXPECT_EQ(real, -1.5e-3);
+  EXPECT_TRUE(VDPTextScanner(".5").scanDouble(real));
+  EXPECT_EQ(real, 0.5);
+  EXPECT_TRUE(VDPTextScanner("2e").scanDouble(real));
+  EXPECT_EQ(real, 2.0);
+  EXPECT_TRUE(VDPTextScanner("1e999").scanDouble(real));
+  EXPECT_EQ(real, std::numeric_limits<double>::infinity());
+  for (const char* notANumber : {"inf", "nan", "-", ".", "x1", ""}) {
+    EXPECT_FALSE(VDPTextScanner(notANumber).scanDouble(real)) << notANumber;
+  }
+}
+
+TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
+  using namespace VDPNanoseconds;
+  EXPECT_EQ(timestampFromSeconds(1.5), 1500000000u);
+  EXPECT_EQ(errorFromSeconds(-1e-9), -1);
+  EXPECT_EQ(errorFromSeconds(-1.9e-9), -1);
+  EXPECT_EQ(errorFromSeconds(1e300), kInt64Max);
+  EXPECT_EQ(errorFromSeconds(-1e300), kInt64Min);
+  // The top half of the unsigned range is reachable; beyond it saturates.
+  EXPECT_EQ(timestampFromSeconds(9223372036.854775808 * 1.5), 13835058055282163712u);
+  EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
+  // Negative times wrap like two's complement.
+  EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
+}
+
+TEST(LineGrammar, TimeError) {
+  std::vector<VDTimeErrorValue> values;
+  EXPECT_TRUE(VDPAnalyseTimeError::parseLine("0,1.5,0.000000002", values));
+  EXPECT_TRUE(VDPAnalyseTimeError::parseLine(" 3 , 2.0 , -1.9e-9 trailing\r", values));
+  for (const char* bad : {"index,time,error", "", "1,2", "1,2,", "1.5,2,3", "1;2;3", "1,,2,3"}) {
+    EXPECT_FALSE(VDPAnalyseTimeError::parseLine(bad, values)) << bad;
+  }
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[0].timestamp(), 1500000000u);
+  EXPECT_EQ(values[0].error(), 2);
+  EXPECT_EQ(values[1].timestamp(), 2000000000u);
+  EXPECT_EQ(values[1].error(), -1);
+}
+
+TEST(LineGrammar, DualCheckKeepsTheRangeOfTakenLines) {
+  std::vector<VDTimeErrorValue> values;
+  VDPAnalyseDualCheck::ErrorRange range;
+  EXPECT_TRUE(VDPAnalyseDualCheck::parseLine("0,5,1000,7,-3", values, range));
+  EXPECT_TRUE(VDPAnalyseDualCheck::parseLine("1,5,2000,7,4", values, range));
+  for (const char* bad : {"0,5,1000,7", "0,5,1.5,7,3", "0,-5,1000,7,99", "i,a,b,c,d"}) {
+    EXPECT_FALSE(VDPAnalyseDualCheck::parseLine(bad, values, range)) << bad;
+  }
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[1].timestamp(), 2000u);
+  EXPECT_EQ(range.minimum, -3);
+  EXPECT_EQ(range.maximum, 4);
+}
+
+TEST(LineGrammar, Marten) {
+  std::vector<VDTimeErrorValue> values;
+  EXPECT_TRUE(VDPAnalyseMarten::parseLine("1000,0,-25,0,0", values));
+  EXPECT_TRUE(VDPAnalyseMarten::parseLine("1000,0,-25,0,0,7", values));
+  EXPECT_FALSE(VDPAnalyseMarten::parseLine("1000,0,-25,0", values));
+  EXPECT_FALSE(VDPAnalyseMarten::parseLine("1000,0,-25,0,-1", values));
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[0].timestamp(), 1000u);
+  EXPECT_EQ(values[0].error(), -25);
+}
+
+TEST(LineGrammar, OspreySplitsOneLineIntoThreeSlaves) {
+  VDPAnalyseOsprey::SlaveValues values;
+  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", values));
+  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0", values));
+  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("100,0,1,0,2", values));
+  for (size_t slave = 0; slave < 3; ++slave) {
+    ASSERT_EQ(values[slave].size(), 1u);
+    EXPECT_EQ(values[slave][0].timestamp(), 100u);
+    EXPECT_EQ(values[slave][0].error(), static_cast<int64_t>(slave + 1));
+  }
+}
+
+TEST(LineGrammar, DualLinkConvergesSixtySecondsAfterTheFirstGoodLine) {
+  VDPAnalyseDualLink::Selection selection;
+  EXPECT_FALSE(VDPAnalyseDualLink::parseLine("timestamp,seq,error,delay,flags", selection));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("1000,0,5,0,0", selection));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("60000000999,0,6,0,0", selection));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("60000001000,0,7,0,0", selection));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("500,0,8,0,0", selection));  // earlier: left out
+  EXPECT_FALSE(VDPAnalyseDualLink::parseLine("70000000000,0,9,0", selection));
+  EXPECT_EQ(selection.full.size(), 4u);
+  ASSERT_EQ(selection.converged.size(), 1u);
+  EXPECT_EQ(selection.converged[0].error(), 7);
+
+  // Near the top of the range the threshold wraps and every sample qualifies.
+  VDPAnalyseDualLink::Selection wrapped;
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("18446744073709551000,0,1,0,0", wrapped));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("5,0,2,0,0", wrapped));
+  EXPECT_EQ(wrapped.converged.size(), 2u);
+}
+
+}  // namespace
