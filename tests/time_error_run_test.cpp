@@ -1,0 +1,146 @@
+// The time-error command end to end, with the real embedded interpreter: the console
+// transcript, every file of a complete run, the rendered plots, hand-running a saved script, and
+// runs on bad input that must finish without a crash.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDPVersion.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using TestSupport::readFile;
+using TestSupport::runTool;
+using TestSupport::TempDir;
+using TestSupport::ToolRun;
+
+const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
+const std::vector<std::string> kAllOff = {"--no-adev", "--no-madev", "--no-tdev", "--no-rmstie",
+                                          "--no-mtie"};
+
+std::pair<uint32_t, uint32_t> pngSize(const fs::path& path) {
+  const std::string bytes = readFile(path);
+  if (bytes.size() < 24 || bytes.compare(1, 3, "PNG") != 0) {
+    return {0, 0};
+  }
+  auto bigEndian = [&bytes](size_t at) {
+    uint32_t value = 0;
+    for (size_t i = 0; i < 4; ++i) {
+      value = value << 8 | static_cast<uint8_t>(bytes[at + i]);
+    }
+    return value;
+  };
+  return {bigEndian(16), bigEndian(20)};
+}
+
+bool isPdf(const fs::path& path) {
+  const std::string bytes = readFile(path);
+  return bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos;
+}
+
+std::vector<std::string> withArguments(std::vector<std::string> arguments,
+                                       const std::vector<std::string>& more) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  return arguments;
+}
+
+TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
+  TempDir dir;
+  // 300 samples at 8 per second: a header, then index, seconds, seconds.
+  std::string data = "index,time,time_error\n";
+  std::string expectedCsv = "time,time_error\n";
+  for (int i = 0; i < 300; ++i) {
+    const int errorNs = (i * 37) % 101 - 50;
+    char line[96];
+    std::snprintf(line, sizeof line, "%d,%.3f,%.10f\n", i, 100 + i / 8.0, (errorNs + 0.5) * 1e-9);
+    data += line;
+    expectedCsv += std::to_string(100000000000ull + 125000000ull * i) + "," +
+                   std::to_string(errorNs) + "\n";
+  }
+  TestSupport::writeFile(dir / "run.csv", data);
+  const ToolRun run = runTool({"time-error", "--data", "run.csv", "--output", "out", "--name",
+                               "run1"},
+                              dir.path());
+  EXPECT_EQ(run.out, kBanner +
+                         "Loading time errors into memory...\n"
+                         "Running Allan Deviation Analysis...\n"
+                         "Running Modified Allan Deviation Analysis...\n"
+                         "Running Time Deviation Analysis...\n"
+                         "Running Root Mean Squared of Time Interval Error Analysis...\n"
+                         "Running Maximum Time Interval Error Analysis...\n"
+                         "Analysis Done\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 1);
+
+  const fs::path out = dir / "out";
+  EXPECT_EQ(readFile(out / "run1_time_error.csv"), expectedCsv);
+  const std::vector<std::pair<std::string, std::string>> steps = {
+      {"time_error", "PlotTimeError.py"}, {"adev", "PlotADEV.py"},     {"madev", "PlotMADEV.py"},
+      {"tdev", "PlotTDEV.py"},             {"rmstie", "PlotRMSTIE.py"}, {"mtie", "PlotMTIE.py"}};
+  for (const auto& [suffix, script] : steps) {
+    const fs::path csv = out / ("run1_" + suffix + ".csv");
+    EXPECT_TRUE(fs::exists(csv)) << csv;
+    struct stat status;
+    ASSERT_EQ(stat((out / script).c_str(), &status), 0) << script;
+    EXPECT_EQ(status.st_mode & 07777, 0744u) << script;
+    const auto [width, height] = pngSize(out / ("run1_" + suffix + ".png"));
+    EXPECT_GT(width, 500u) << suffix;
+    EXPECT_GT(height, 500u) << suffix;
+    EXPECT_TRUE(isPdf(out / ("run1_" + suffix + ".pdf"))) << suffix;
+  }
+  // The time error plot is 32 by 16.98753 inches at 100 dots per inch.
+  EXPECT_EQ(pngSize(out / "run1_time_error.png"), (std::pair<uint32_t, uint32_t>{3200, 1698}));
+
+  // A saved script runs by hand on current matplotlib through the wrapper, from anywhere.
+  const std::string command = "cd / && MPLBACKEND=Agg " +
+                              (TestSupport::sourceDir() / "python" / "veridaneprobe-plot").string() +
+                              " '" + (out / "PlotMTIE.py").string() + "' 2>&1";
+  FILE* pipe = popen(command.c_str(), "r");
+  ASSERT_NE(pipe, nullptr);
+  std::string handRunOutput;
+  char buffer[4096];
+  while (size_t n = fread(buffer, 1, sizeof buffer, pipe)) {
+    handRunOutput.append(buffer, n);
+  }
+  EXPECT_EQ(pclose(pipe), 0) << handRunOutput;
+  EXPECT_EQ(handRunOutput.find("Traceback"), std::string::npos) << handRunOutput;
+}
+
+TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
+  TempDir dir;
+  std::string garbage;
+  for (int i = 0; i < 100000; ++i) {
+    garbage += static_cast<char>((i * 7919) % 256);
+  }
+  TestSupport::writeFile(dir / "garbage.bin", garbage);
+  TestSupport::writeFile(dir / "empty.csv", "");
+  // Lines mixed with garbage, CRLF line ends, a 3 MB line and no final line end.
+  std::string mixed;
+  for (int i = 0; i < 2000; ++i) {
+    mixed += std::to_string(i) + "," + std::to_string(i) + ",1e-9\r\n" + "x,y,z\n\x01\x02,\n";
+  }
+  mixed += std::string(3000000, '9') + "\n5,5,5";
+  TestSupport::writeFile(dir / "mixed.csv", mixed);
+  fs::create_directory(dir / "directory");
+  for (const std::string input : {"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
+    const ToolRun run = runTool(
+        withArguments({"time-error", "--data", input, "--output", "out-" + input}, kAllOff),
+        dir.path());
+    EXPECT_EQ(run.status, 1) << input << run.err;
+    EXPECT_EQ(run.out, kBanner + "Loading time errors into memory...\nAnalysis Done\n") << input;
+    EXPECT_TRUE(fs::exists(dir / ("out-" + input) / "time-error_analysis_time_error.csv"));
+  }
+  // Only whole, well-formed lines of mixed.csv count (the 3 MB line is a valid index field
+  // followed by nothing, so it is skipped too).
+  const std::string csv = readFile(dir / "out-mixed.csv" / "time-error_analysis_time_error.csv");
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2001);
+}
+
+}  // namespace
