@@ -1,8 +1,11 @@
 #pragma once
 
+#include <string>
+
 #include "VDStatisticAnalysis.h"
 
-// A VDAllanDeviationAnalysis computes the overlapping Allan deviation (ADEV) of a time error series.
+// A VDAllanDeviationAnalysis computes the overlapping Allan deviation (ADEV) of a time error
+// series: dimensionless, for windows 1 <= m <= (N-1)/2, over N-2m second differences.
 class VDAllanDeviationAnalysis : public VDStatisticAnalysis {
  public:
   using VDStatisticAnalysis::VDStatisticAnalysis;
@@ -12,5 +15,14 @@ class VDAllanDeviationAnalysis : public VDStatisticAnalysis {
 
  protected:
   int64_t largestWindowSize(int64_t sampleCount) const override;
-  bool evaluateWindow(int64_t windowSize, VDStatisticPoint& point) override;
+  std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;
+};
+
+// The class-level side of VDAllanDeviationAnalysis: its plot script names and labels.
+class VDAllanDeviationAnalysisClass : public VDAnalysisClass {
+ public:
+  std::string statisticName() const override { return "Allan Deviation"; }
+  std::string valueColumn() const override { return "adev"; }
+  std::string valueAxisLabel() const override { return "ADEV"; }
+  std::string curveLabel() const override { return "ADEV"; }
 };

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <string>
+
 #include "VDStatisticAnalysis.h"
 
-// A VDModifiedAllanDeviationAnalysis computes the modified Allan deviation (MDEV) of a time error series.
+// A VDModifiedAllanDeviationAnalysis computes the modified Allan deviation (MDEV) of a time error
+// series: dimensionless, for windows 1 <= m <= N/3, over N-3m+1 averaged second differences.
 class VDModifiedAllanDeviationAnalysis : public VDStatisticAnalysis {
  public:
   using VDStatisticAnalysis::VDStatisticAnalysis;
@@ -12,5 +15,14 @@ class VDModifiedAllanDeviationAnalysis : public VDStatisticAnalysis {
 
  protected:
   int64_t largestWindowSize(int64_t sampleCount) const override;
-  bool evaluateWindow(int64_t windowSize, VDStatisticPoint& point) override;
+  std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;
+};
+
+// The class-level side of VDModifiedAllanDeviationAnalysis: its plot script names and labels.
+class VDModifiedAllanDeviationAnalysisClass : public VDAnalysisClass {
+ public:
+  std::string statisticName() const override { return "Modified Allan Deviation"; }
+  std::string valueColumn() const override { return "madev"; }
+  std::string valueAxisLabel() const override { return "MDEV"; }
+  std::string curveLabel() const override { return "MDEV"; }
 };

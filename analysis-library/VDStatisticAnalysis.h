@@ -8,20 +8,31 @@
 #include "VDAnalysisClass.h"
 #include "VDStatisticPoint.h"
 #include "VDTimeErrorValue.h"
+#include "VDWindowRange.h"
 
 // A VDStatisticAnalysis computes one stability statistic of a time error series over a range of
 // window sizes and exports the results as CSV. The five statistics are its subclasses.
+//
+// A window of m samples has the observation interval tau = m * tau0, where tau0 is the mean
+// sample interval (last timestamp - first timestamp) / (count - 1). When the series has fewer
+// than two samples, or its last timestamp is not after its first, tau0 is taken as 1 s, so tau
+// is never zero, negative or NaN.
 class VDStatisticAnalysis {
  public:
   explicit VDStatisticAnalysis(const std::vector<VDTimeErrorValue>& timeErrorValues);
   virtual ~VDStatisticAnalysis() = default;
 
   // Evaluates every window size start, start+step, ... up to end that the statistic defines for
-  // this series; other window sizes are skipped. Never fails.
+  // this series; other window sizes are skipped (a start below the smallest defined window
+  // begins at the first defined window reachable in steps of step; step < 1 gives none). The
+  // results replace those of any earlier call. Never fails.
   void performAnalysisFromStartWindowSize(int64_t startWindowSize, int64_t endWindowSize,
                                           int64_t stepSize);
 
-  // Writes the results within the given window range as CSV into directory/filename.
+  // Writes the results whose window size is in start, start+step, ... up to end as CSV into
+  // directory/filename: a header "window,tau,<value column>,terms" and one row per result, the
+  // window in samples, tau in seconds, the value and the number of terms behind it. Returns
+  // false when the file could not be written; never throws.
   bool exportAnalysisToDirectoryURL(const std::filesystem::path& directory,
                                     const std::string& filename, int64_t startWindowSize,
                                     int64_t endWindowSize, int64_t stepSize) const;
@@ -33,10 +44,15 @@ class VDStatisticAnalysis {
   const std::vector<VDStatisticPoint>& points() const { return _points; }
 
  protected:
-  // Largest window size the statistic defines for sampleCount samples (0 when none).
+  // Largest window size the statistic defines for sampleCount samples (0 when none); the
+  // smallest is always 1.
   virtual int64_t largestWindowSize(int64_t sampleCount) const = 0;
-  // The statistic for one window of windowSize samples; false when it cannot be evaluated.
-  virtual bool evaluateWindow(int64_t windowSize, VDStatisticPoint& point) = 0;
+  // The statistic for each window size of windows, which lie within 1..largestWindowSize, in
+  // ascending order.
+  virtual std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const = 0;
+
+  // tau of a window of windowSize samples, seconds.
+  double tauOfWindow(int64_t windowSize) const { return static_cast<double>(windowSize) * _tau0; }
 
   std::vector<int64_t> _errors;  // ns, in file order
   double _tau0;                  // sample interval, seconds

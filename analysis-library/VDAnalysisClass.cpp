@@ -1,0 +1,60 @@
+#include "VDAnalysisClass.h"
+
+#include "VDPlotScript.h"
+
+namespace {
+
+// Hooks that add whole statements get a line end when their text lacks one, so the next line
+// of the script never runs into them.
+std::string asStatements(const std::string& text) {
+  if (text.empty() || text.back() == '\n') {
+    return text;
+  }
+  return text + "\n";
+}
+
+}  // namespace
+
+std::string VDAnalysisClass::generatePythonScriptWithOutputPath(
+    const std::optional<std::string>& outputPath, const std::string& fileName,
+    const std::string& titleName, const std::optional<std::string>& plotPath, bool showPlot) const {
+  const std::string column = valueColumn();
+  const std::string records = column + "Records";
+  std::string script = VDPlotScript::header();
+  const std::string initialization = asStatements(additionalScriptInitialization());
+  if (!initialization.empty()) {
+    script += initialization + "\n";
+  }
+  script +=
+      records + " = mlab.csv2rec(" + VDPlotScript::csvPathExpression(outputPath, fileName) + ")\n";
+  script += "\n";
+  // The hooks rely on tau: the observation interval of each window, in seconds.
+  script += "tau = " + records + ".tau\n";
+  script += column + " = " + records + "." + column + "\n";
+  script += asStatements(additionalScriptRecords());
+  script += "\n";
+  script += "f1, ax1 = plt.subplots()\n";
+  script += "l1, = ax1.loglog(tau, " + column + ", 'b.-', label='" + curveLabel() + "')\n";
+  script += asStatements(additionalScriptPlots("ax1"));
+  script += "ax1.set_xlabel('Tau (s)')\n";
+  script += "ax1.set_ylabel('" + valueAxisLabel() + "')\n";
+  script += "ax1.set_title('" + statisticName() + " - " + titleName + "')\n";
+  script += "ax1.grid(True, which='both')\n";
+  const std::string yLimits = plotYLimits("ax1");
+  if (!yLimits.empty()) {
+    script += yLimits + "\n";
+  }
+  script += "\n";
+  script += VDPlotScript::ending(plotSize(), plotPath, showPlot);
+  return script;
+}
+
+std::string VDAnalysisClass::additionalScriptInitialization() const { return {}; }
+
+std::string VDAnalysisClass::additionalScriptRecords() const { return {}; }
+
+std::string VDAnalysisClass::additionalScriptPlots(const std::string&) const { return {}; }
+
+std::string VDAnalysisClass::plotSize() const { return VDPlotScript::kDefaultPlotSize; }
+
+std::string VDAnalysisClass::plotYLimits(const std::string&) const { return {}; }

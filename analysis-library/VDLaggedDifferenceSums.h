@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+// A VDLaggedDifferenceSums sums the squares of the lag-m differences of one order over an
+// integer sequence y: first y[i+m] - y[i], second y[i+2m] - 2y[i+m] + y[i], third
+// y[i+3m] - 3y[i+2m] + 3y[i+m] - y[i]. Every difference is exact; only its square and the sum
+// are rounded, so the result depends on the differences of y alone.
+class VDLaggedDifferenceSums {
+ public:
+  // order is 1, 2 or 3. The sequence is read as wrapping two's-complement integers: a
+  // difference whose true value fits in int64 comes out exact even where y itself wrapped.
+  VDLaggedDifferenceSums(std::vector<int64_t> sequence, int order);
+
+  // sum over i = 0 .. count-1 of the squared difference at lag; needs
+  // count - 1 + order * lag < sequence size.
+  double sumOfSquares(int64_t lag, int64_t count) const;
+
+ private:
+  int _order;
+  // Doubles hold the sequence when every value is small enough for the differences to be exact
+  // in double arithmetic (the fast, vectorised path); otherwise the integers are used.
+  std::vector<double> _values;
+  std::vector<int64_t> _integers;
+};

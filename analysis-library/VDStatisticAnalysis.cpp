@@ -1,0 +1,77 @@
+#include "VDStatisticAnalysis.h"
+
+#include <limits>
+
+#include "VDCSVBuffer.h"
+
+namespace {
+
+double sampleIntervalOf(const std::vector<VDTimeErrorValue>& values) {
+  if (values.size() < 2) {
+    return 1.0;
+  }
+  // Timestamps before the epoch arrive two's-complement wrapped, so the unsigned difference
+  // read as signed is the true span.
+  const auto span = static_cast<int64_t>(values.back().timestamp() - values.front().timestamp());
+  if (span <= 0) {
+    return 1.0;
+  }
+  return static_cast<double>(span) * 1e-9 / static_cast<double>(values.size() - 1);
+}
+
+}  // namespace
+
+VDStatisticAnalysis::VDStatisticAnalysis(const std::vector<VDTimeErrorValue>& timeErrorValues)
+    : _tau0(sampleIntervalOf(timeErrorValues)) {
+  _errors.reserve(timeErrorValues.size());
+  for (const VDTimeErrorValue& value : timeErrorValues) {
+    _errors.push_back(value.error());
+  }
+}
+
+void VDStatisticAnalysis::performAnalysisFromStartWindowSize(int64_t startWindowSize,
+                                                             int64_t endWindowSize,
+                                                             int64_t stepSize) {
+  _points.clear();
+  const auto sampleCount = static_cast<int64_t>(_errors.size());
+  const VDWindowRange windows = VDWindowRange::clamped(startWindowSize, endWindowSize, stepSize, 1,
+                                                       largestWindowSize(sampleCount));
+  if (windows.empty()) {
+    return;
+  }
+  _points = evaluateWindows(windows);
+}
+
+bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::path& directory,
+                                                       const std::string& filename,
+                                                       int64_t startWindowSize,
+                                                       int64_t endWindowSize,
+                                                       int64_t stepSize) const {
+  try {
+    const VDWindowRange range = VDWindowRange::clamped(startWindowSize, endWindowSize, stepSize, 1,
+                                                       std::numeric_limits<int64_t>::max());
+    VDCSVBuffer csv;
+    // A window, two shortest doubles, a count, separators and a line end.
+    csv.reserve(64 + _points.size() * 72);
+    csv.appendText("window,tau,");
+    csv.appendText(analysisClass().valueColumn());
+    csv.appendText(",terms\n");
+    for (const VDStatisticPoint& point : _points) {
+      if (!range.contains(point.windowSize)) {
+        continue;
+      }
+      csv.appendInteger(point.windowSize);
+      csv.appendSeparator();
+      csv.appendDouble(point.tau);
+      csv.appendSeparator();
+      csv.appendDouble(point.value);
+      csv.appendSeparator();
+      csv.appendUnsigned(point.termCount);
+      csv.endRow();
+    }
+    return csv.writeToFile(directory / filename);
+  } catch (...) {
+    // Out of memory: reported like any other failed write.
+    return false;
+  }
+}

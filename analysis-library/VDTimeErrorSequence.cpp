@@ -1,0 +1,53 @@
+#include "VDTimeErrorSequence.h"
+
+#include <utility>
+
+#include "VDCSVBuffer.h"
+#include "VDPlotScript.h"
+
+VDTimeErrorSequence::VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors)
+    : _timeErrors(std::move(timeErrors)) {}
+
+bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
+                                                         const std::string& filename) const {
+  try {
+    VDCSVBuffer csv;
+    // Two numbers of at most 20 digits, a comma and a line end per row.
+    csv.reserve(16 + _timeErrors.size() * 32);
+    csv.appendText("time,time_error\n");
+    for (const VDTimeErrorValue& value : _timeErrors) {
+      csv.appendUnsigned(value.timestamp());
+      csv.appendSeparator();
+      csv.appendInteger(value.error());
+      csv.endRow();
+    }
+    return csv.writeToFile(directory / filename);
+  } catch (...) {
+    // Out of memory: reported like any other failed write.
+    return false;
+  }
+}
+
+std::string VDTimeErrorSequence::generatePythonScriptWithOutputPath(
+    const std::optional<std::string>& outputPath, const std::string& fileName,
+    const std::string& titleName, const std::optional<std::string>& plotPath, bool showPlot) const {
+  std::string script = VDPlotScript::header();
+  script += "timeErrorRecords = mlab.csv2rec(" +
+            VDPlotScript::csvPathExpression(outputPath, fileName) +
+            ")\n"
+            "\n"
+            "time = timeErrorRecords.time\n"
+            "timeError = timeErrorRecords.time_error\n"
+            "\n"
+            "f1, ax1 = plt.subplots()\n"
+            "ax1.plot(time, timeError, 'r-')\n"
+            "ax1.set_xlabel('Time (ns)')\n"
+            "ax1.set_ylabel('Time Error (ns)')\n"
+            "ax1.set_title('Time Errors - " +
+            titleName +
+            "')\n"
+            "ax1.grid(True)\n"
+            "\n";
+  script += VDPlotScript::ending(VDPlotScript::kDefaultPlotSize, plotPath, showPlot);
+  return script;
+}
