@@ -1,0 +1,782 @@
+#include "VDAudioTimeErrorCalculator.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <deque>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "VDFFTCorrelator.h"
+
+namespace {
+
+// Window-to-window search range around the previous peak, samples each way. Drift moves the
+// peak by a small fraction of a sample per window; the margin absorbs jitter and fast drift.
+constexpr int64_t kTrackingRadius = 32;
+
+// Kaiser-windowed sinc interpolator: 40 taps, beta 11. At 48 kHz its fractional-delay error up
+// to 20 kHz stays below 0.5 ns, and far below that where the signal has most of its energy.
+constexpr int64_t kKernelHalfLength = 20;
+constexpr double kKernelBeta = 11.0;
+
+// Correlation lags kept around the tracked lag: the search range, the interpolator's reach and
+// the parabola's neighbours.
+constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
+
+constexpr double kMinimumPeakCorrelation = 0.2;
+constexpr double kOffsetSearchSeconds = 2.0;
+constexpr int64_t kMaximumCorrelationLength = int64_t{1} << 22;
+constexpr int64_t kMaximumSearchRange = int64_t{1} << 20;
+constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
+constexpr int64_t kMaximumUpsampledLength = int64_t{1} << 22;
+constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
+
+// The drift estimate: a straight line through the delays of the last 16 windows, used from the
+// fourth on; anything beyond 1000 ppm is taken as 1000 ppm.
+constexpr size_t kDriftHistory = 16;
+constexpr size_t kMinimumDriftHistory = 4;
+constexpr double kMaximumDrift = 1e-3;
+
+// Steps per sample of the tabulated interpolator used to read B through the drift; linear
+// interpolation between them is good to about 1e-7 of full scale.
+constexpr int64_t kTableResolution = 2048;
+
+// Modified Bessel function of the first kind, order 0, by its power series (converges fast for
+// the arguments of a Kaiser window).
+double besselI0(double x) {
+  double sum = 1.0;
+  double term = 1.0;
+  const double quarterSquare = x * x / 4.0;
+  for (int k = 1; k < 64; ++k) {
+    term *= quarterSquare / (static_cast<double>(k) * k);
+    sum += term;
+    if (term < sum * 1e-17) {
+      break;
+    }
+  }
+  return sum;
+}
+
+// The interpolator's weight for a sample x samples away. sinPiX is sin(pi x), which the caller
+// shares between all taps of one position, since taps an integer apart only differ in its sign.
+double interpolationKernel(double x, double sinPiX) {
+  static const double kWindowNormalisation = 1.0 / besselI0(kKernelBeta);
+  const double ratio = x / static_cast<double>(kKernelHalfLength);
+  if (ratio <= -1.0 || ratio >= 1.0) {
+    return 0.0;
+  }
+  const double sinc = std::fabs(x) < 1e-12 ? 1.0 : sinPiX / (M_PI * x);
+  return sinc * besselI0(kKernelBeta * std::sqrt(1.0 - ratio * ratio)) * kWindowNormalisation;
+}
+
+// Weights of the taps at offset - i for i = first, first + 1, ...; count of them.
+void interpolationTaps(double offset, int64_t first, int64_t count, double* weights) {
+  const double sinPiOffset = std::sin(M_PI * offset);
+  for (int64_t k = 0; k < count; ++k) {
+    const int64_t i = first + k;
+    const double sign = (i % 2 == 0) ? 1.0 : -1.0;
+    weights[k] = interpolationKernel(offset - static_cast<double>(i), sign * sinPiOffset);
+  }
+}
+
+// The interpolator's 2 kKernelHalfLength weights for a position fraction (0 <= fraction < 1)
+// past a sample: weights[k] belongs to the sample k - kKernelHalfLength + 1 away. Interpolated
+// linearly from a table, since every sample of a drift-following read has its own fraction.
+void tabulatedTaps(double fraction, double* weights) {
+  static const std::vector<double> table = [] {
+    // Entry k holds the kernel at k / kTableResolution - kKernelHalfLength; one zero beyond.
+    const int64_t entries = 2 * kKernelHalfLength * kTableResolution + 1;
+    std::vector<double> values(static_cast<size_t>(entries + 1), 0.0);
+    for (int64_t k = 0; k < entries; ++k) {
+      const double position =
+          static_cast<double>(k) / static_cast<double>(kTableResolution) - kKernelHalfLength;
+      values[k] = interpolationKernel(position, std::sin(M_PI * position));
+    }
+    return values;
+  }();
+  const double position = (fraction + static_cast<double>(kKernelHalfLength)) * kTableResolution;
+  const int64_t first = static_cast<int64_t>(position);
+  const double between = position - static_cast<double>(first);
+  // Tap i (sample i away) needs the kernel at fraction - i: kTableResolution entries per i.
+  for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
+    const int64_t i = k - kKernelHalfLength + 1;
+    const int64_t index = first - i * kTableResolution;
+    weights[k] = table[index] + (table[index + 1] - table[index]) * between;
+  }
+}
+
+// samples[from, from + count) as doubles, zero outside [0, length).
+void copyZeroExtended(const float* samples, int64_t length, int64_t from, int64_t count,
+                      double* out) {
+  for (int64_t i = 0; i < count; ++i) {
+    const int64_t index = from + i;
+    out[i] = index >= 0 && index < length ? samples[index] : 0.0;
+  }
+}
+
+double energy(const float* samples, int64_t length, int64_t from, int64_t count) {
+  const int64_t begin = std::max<int64_t>(from, 0);
+  const int64_t end = std::min(from + count, length);
+  double sum = 0.0;
+  for (int64_t i = begin; i < end; ++i) {
+    sum += static_cast<double>(samples[i]) * samples[i];
+  }
+  return sum;
+}
+
+double dotProduct(const double* x, const double* y, int64_t count) {
+  // Four running sums let the additions overlap instead of waiting on each other.
+  double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
+  int64_t i = 0;
+  for (; i + 4 <= count; i += 4) {
+    s0 += x[i] * y[i];
+    s1 += x[i + 1] * y[i + 1];
+    s2 += x[i + 2] * y[i + 2];
+    s3 += x[i + 3] * y[i + 3];
+  }
+  for (; i < count; ++i) {
+    s0 += x[i] * y[i];
+  }
+  return (s0 + s1) + (s2 + s3);
+}
+
+// Offset of the vertex of the parabola through (-1, below), (0, centre), (1, above) from 0;
+// zero when the three points do not bend downwards.
+double parabolicOffset(double below, double centre, double above) {
+  const double curvature = below - 2.0 * centre + above;
+  if (!(curvature < 0.0)) {
+    return 0.0;
+  }
+  return std::clamp(0.5 * (below - above) / curvature, -0.5, 0.5);
+}
+
+// Finds the grid index in [lowest, highest] where value peaks. Scans [scanLow, scanHigh] with a
+// stride that gives about 16 steps, climbs outward while the edge of the scan keeps rising, and
+// repeats on a 16 times finer stride around the best point until the stride is 1, so that huge
+// grids cost a few dozen evaluations per factor of 16. The correlation around a peak is smooth,
+// which is what makes the coarse strides safe.
+constexpr int kMaximumClimbSteps = 64;
+
+template <typename Value>
+int64_t findGridPeak(int64_t lowest, int64_t highest, int64_t scanLow, int64_t scanHigh,
+                     Value&& value) {
+  scanLow = std::max(scanLow, lowest);
+  scanHigh = std::min(scanHigh, highest);
+  int64_t stride = std::max<int64_t>(1, (scanHigh - scanLow) / 16);
+  int64_t best = scanLow;
+  double bestValue = -std::numeric_limits<double>::infinity();
+  for (;;) {
+    for (int64_t j = scanLow;; j += stride) {
+      j = std::min(j, scanHigh);
+      const double v = value(j);
+      if (v > bestValue) {
+        best = j;
+        bestValue = v;
+      }
+      if (j >= scanHigh) {
+        break;
+      }
+    }
+    // A peak on the edge of the scan may lie beyond it.
+    for (int direction : {-1, 1}) {
+      if (best != (direction < 0 ? scanLow : scanHigh)) {
+        continue;
+      }
+      for (int climb = 0; climb < kMaximumClimbSteps; ++climb) {
+        const int64_t next = best + direction * stride;
+        if (next < lowest || next > highest) {
+          break;
+        }
+        const double v = value(next);
+        if (!(v > bestValue)) {
+          break;
+        }
+        best = next;
+        bestValue = v;
+      }
+    }
+    if (stride == 1) {
+      return best;
+    }
+    scanLow = std::max(lowest, best - stride);
+    scanHigh = std::min(highest, best + stride);
+    stride = std::max<int64_t>(1, stride / 16);
+  }
+}
+
+// Remembers grid values, since the parabola asks again for points the scan already evaluated.
+template <typename Value>
+class MemoisedValue {
+ public:
+  explicit MemoisedValue(Value value) : _value(std::move(value)) {}
+  double operator()(int64_t j) {
+    for (const auto& [index, v] : _known) {
+      if (index == j) {
+        return v;
+      }
+    }
+    const double v = _value(j);
+    _known.emplace_back(j, v);
+    return v;
+  }
+
+ private:
+  Value _value;
+  std::vector<std::pair<int64_t, double>> _known;
+};
+
+// The peak of a function sampled on a grid of 1/upscale sample around lag 0, within one sample
+// either way: grid search, then a parabola through the three grid points at the peak.
+template <typename Value>
+double gridPeakOffset(int64_t upscale, Value value) {
+  MemoisedValue<Value> memo(std::move(value));
+  const int64_t best = findGridPeak(-upscale, upscale, -upscale / 2 - 1, upscale / 2 + 1, memo);
+  double fraction = 0.0;
+  if (best > -upscale && best < upscale) {
+    fraction = parabolicOffset(memo(best - 1), memo(best), memo(best + 1));
+  }
+  return (static_cast<double>(best) + fraction) / static_cast<double>(upscale);
+}
+
+uint64_t roundedTimestamp(double nanoseconds) {
+  if (!(nanoseconds > 0.0)) {
+    return 0;
+  }
+  if (nanoseconds >= 18446744073709551615.0) {
+    return std::numeric_limits<uint64_t>::max();
+  }
+  return static_cast<uint64_t>(nanoseconds + 0.5);
+}
+
+int64_t roundedError(double nanoseconds) {
+  if (std::isnan(nanoseconds)) {
+    return 0;
+  }
+  if (nanoseconds >= 9.2e18) {
+    return std::numeric_limits<int64_t>::max();
+  }
+  if (nanoseconds <= -9.2e18) {
+    return std::numeric_limits<int64_t>::min();
+  }
+  return std::llround(nanoseconds);
+}
+
+// Samples of a recording read through a clock that runs (1 + drift) times as fast from a
+// fractional start: out[j] is the band-limited value at first + offset + j + drift (j - centre),
+// zero outside the recording. With neither drift nor offset it is a plain copy.
+void copyWarped(const float* samples, int64_t length, int64_t first, double offset, int64_t count,
+                double drift, double centre, double* out) {
+  if (drift == 0.0 && offset == 0.0) {
+    copyZeroExtended(samples, length, first, count, out);
+    return;
+  }
+  double weights[2 * kKernelHalfLength];
+  double weightsFraction = -1.0;
+  for (int64_t j = 0; j < count; ++j) {
+    const double shift = offset + drift * (static_cast<double>(j) - centre);
+    const double whole = std::floor(shift);
+    const double fraction = shift - whole;
+    if (fraction != weightsFraction) {
+      tabulatedTaps(fraction, weights);
+      weightsFraction = fraction;
+    }
+    const int64_t nearest = first + j + static_cast<int64_t>(whole);
+    const int64_t lowest = nearest - kKernelHalfLength + 1;
+    double sum = 0.0;
+    if (lowest >= 0 && lowest + 2 * kKernelHalfLength <= length) {
+      const float* in = samples + lowest;
+      for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
+        sum += in[k] * weights[k];
+      }
+    } else {
+      for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
+        const int64_t index = lowest + k;
+        if (index >= 0 && index < length) {
+          sum += samples[index] * weights[k];
+        }
+      }
+    }
+    out[j] = sum;
+  }
+}
+
+// Upsamples source by upscale: phases[p * count + n] is the band-limited value at n + p/upscale,
+// for n < count and p < upscale. source[-kKernelHalfLength + 1] to
+// source[count + kKernelHalfLength - 1] must be readable.
+void upsample(const double* source, int64_t count, int64_t upscale, std::vector<double>& taps,
+              double* phases) {
+  const int64_t tapCount = 2 * kKernelHalfLength;
+  taps.resize(static_cast<size_t>(tapCount));
+  for (int64_t phase = 0; phase < upscale; ++phase) {
+    double* out = phases + phase * count;
+    if (phase == 0) {
+      std::copy(source, source + count, out);
+      continue;
+    }
+    interpolationTaps(static_cast<double>(phase) / static_cast<double>(upscale),
+                      -kKernelHalfLength + 1, tapCount, taps.data());
+    std::fill(out, out + count, 0.0);
+    for (int64_t t = 0; t < tapCount; ++t) {
+      const double weight = taps[t];
+      const double* in = source + t - kKernelHalfLength + 1;
+      for (int64_t n = 0; n < count; ++n) {
+        out[n] += weight * in[n];
+      }
+    }
+  }
+}
+
+const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
+  switch (status) {
+    case VDAudioTimeErrorCalculator::WindowStatus::Used:
+      return "used";
+    case VDAudioTimeErrorCalculator::WindowStatus::Silent:
+      return "silent";
+    case VDAudioTimeErrorCalculator::WindowStatus::Weak:
+      return "weak";
+    case VDAudioTimeErrorCalculator::WindowStatus::Lost:
+      return "lost";
+    case VDAudioTimeErrorCalculator::WindowStatus::Outside:
+      return "outside";
+  }
+  return "";
+}
+
+}  // namespace
+
+// What one calculation carries from window to window: the delay being followed and its drift,
+// the transforms and the scratch buffers, made once and reused.
+struct VDAudioTimeErrorCalculator::Tracking {
+  bool haveDelay = false;
+  double anchorDelay = 0.0;   // samples of delay, measured or found at anchorCentre
+  double anchorCentre = 0.0;  // channel A sample position
+  double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
+  std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
+  int64_t nextSearchStart = std::numeric_limits<int64_t>::min();
+  int64_t searchRange = 0;    // wide search: lags -searchRange..searchRange
+  int64_t searchLength = 0;   // wide search: samples of channel A
+  int64_t searchSpacing = 0;  // wide search: samples between attempts
+  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;   // A's window, B sliding
+  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;  // B's window, A sliding
+  std::unique_ptr<VDFFTCorrelator> searchCorrelator;
+  std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
+  std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
+  std::vector<double> prefixA, prefixB;
+  std::vector<double> extendedA, phasesA, phasesB, taps;
+
+  double predictedDelay(double centre) const {
+    return anchorDelay + drift * (centre - anchorCentre);
+  }
+
+  void anchor(double centre, double delay) {
+    haveDelay = true;
+    anchorCentre = centre;
+    anchorDelay = delay;
+  }
+
+  void forgetDrift() {
+    history.clear();
+    drift = 0.0;
+  }
+
+  // Least-squares slope of the recent delays: the next windows read B through it, so that a
+  // window's correlation follows the drift inside the window instead of averaging it with
+  // weights set by where the signal happens to be loud.
+  void remember(double centre, double delay) {
+    history.emplace_back(centre, delay);
+    if (history.size() > kDriftHistory) {
+      history.pop_front();
+    }
+    if (history.size() < kMinimumDriftHistory) {
+      drift = 0.0;
+      return;
+    }
+    double meanX = 0, meanY = 0;
+    for (const auto& [x, y] : history) {
+      meanX += x;
+      meanY += y;
+    }
+    meanX /= static_cast<double>(history.size());
+    meanY /= static_cast<double>(history.size());
+    double sxy = 0, sxx = 0;
+    for (const auto& [x, y] : history) {
+      sxy += (x - meanX) * (y - meanY);
+      sxx += (x - meanX) * (x - meanX);
+    }
+    const double slope = sxy / sxx;
+    drift = std::isfinite(slope) ? std::clamp(slope, -kMaximumDrift, kMaximumDrift) : 0.0;
+  }
+};
+
+VDAudioTimeErrorCalculator::VDAudioTimeErrorCalculator(const float* channelA, const float* channelB,
+                                                       int64_t length, int64_t interval,
+                                                       int64_t correlationLength,
+                                                       int64_t upscaleFactor, double samplingRate,
+                                                       int64_t correlationType)
+    : _channelA(channelA),
+      _channelB(channelB),
+      _length(length),
+      _interval(interval),
+      _correlationLength(correlationLength),
+      _upscaleFactor(std::min(upscaleFactor, kMaximumUpscaleFactor)),
+      _samplingRate(samplingRate),
+      _correlationType(correlationType == kQuick || correlationType == kResampler
+                           ? static_cast<CorrelationType>(correlationType)
+                           : kPostResampler) {}
+
+bool VDAudioTimeErrorCalculator::parametersUsable() const {
+  if (_channelA == nullptr || _channelB == nullptr || _length < 1 || _interval < 1 ||
+      _correlationLength < 1 || _upscaleFactor < 1 || !std::isfinite(_samplingRate) ||
+      !(_samplingRate > 0.0)) {
+    return false;
+  }
+  if (_correlationLength > _length || _correlationLength > kMaximumCorrelationLength) {
+    return false;
+  }
+  if ((_length - _correlationLength) / _interval >= kMaximumWindowCount) {
+    return false;
+  }
+  if (_correlationType == kResampler &&
+      (_upscaleFactor > kMaximumUpsampledLength ||
+       _correlationLength * _upscaleFactor > kMaximumUpsampledLength)) {
+    return false;
+  }
+  return true;
+}
+
+void VDAudioTimeErrorCalculator::calculateTimeError() {
+  _windows.clear();
+  if (!parametersUsable()) {
+    return;
+  }
+  const int64_t windowLength = _correlationLength;
+  Tracking tracking;
+  tracking.searchRange = static_cast<int64_t>(
+      std::min({std::ceil(kOffsetSearchSeconds * _samplingRate), static_cast<double>(_length - 1),
+                static_cast<double>(kMaximumSearchRange)}));
+  tracking.searchLength = std::min(std::max(2 * tracking.searchRange, windowLength), _length);
+  tracking.searchSpacing = std::max<int64_t>(
+      windowLength,
+      static_cast<int64_t>(std::min(std::ceil(_samplingRate / 2.0), static_cast<double>(_length))));
+  const size_t transformSize =
+      VDFFTCorrelator::fastSize(static_cast<size_t>(windowLength + 2 * kLagMargin));
+  tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
+  tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
+  tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
+  tracking.correlation.resize(2 * kLagMargin + 1);
+
+  const int64_t windowCount = (_length - windowLength) / _interval + 1;
+  _windows.resize(static_cast<size_t>(windowCount));
+  for (int64_t index = 0; index < windowCount; ++index) {
+    measureWindow(index * _interval, tracking, _windows[static_cast<size_t>(index)]);
+  }
+}
+
+void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking,
+                                               Window& window) const {
+  const int64_t windowLength = _correlationLength;
+  const double halfWindow = static_cast<double>(windowLength - 1) / 2.0;
+  const double windowCentre = static_cast<double>(start) + halfWindow;
+  window = Window{};
+  window.start = start;
+  window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(windowCentre)) : 0;
+  const double energyA = energy(_channelA, _length, start, windowLength);
+  if (!(energyA > 0.0)) {
+    window.status = WindowStatus::Silent;
+    return;
+  }
+  // A wide search re-anchors the tracking when it finds a lag other than the predicted one.
+  const auto trySearch = [&]() {
+    if (start < tracking.nextSearchStart) {
+      return false;
+    }
+    tracking.nextSearchStart = start + tracking.searchSpacing;
+    const std::optional<int64_t> found = searchOffset(start, tracking);
+    if (!found ||
+        (tracking.haveDelay && *found == std::llround(tracking.predictedDelay(windowCentre)))) {
+      return false;
+    }
+    tracking.anchor(windowCentre, static_cast<double>(*found));
+    tracking.forgetDrift();
+    return true;
+  };
+  if (!tracking.haveDelay && !trySearch()) {
+    window.status = WindowStatus::Weak;
+    return;
+  }
+
+  // Correlates around the predicted delay, with both windows on the matched stretch: A's window
+  // against B sliding plus B's window against A sliding. Either alone has its peak pulled by
+  // whatever differs between its window's two ends (a note starting, a level falling); in the
+  // sum the two pulls cancel.
+  double predicted = 0.0;
+  int64_t peakOffset = 0;
+  double peakCorrelation = 0.0;
+  const auto correlateAroundPrediction = [&]() {
+    predicted = tracking.predictedDelay(windowCentre);
+    peakOffset = 0;
+    peakCorrelation = 0.0;
+    const double matchBegin = std::max(static_cast<double>(start) + predicted, 0.0);
+    const double matchEnd = std::min(static_cast<double>(start + windowLength) + predicted,
+                                     static_cast<double>(_length));
+    if (!(2.0 * (matchEnd - matchBegin) >= static_cast<double>(windowLength))) {
+      return WindowStatus::Outside;
+    }
+    const double whole = std::floor(predicted);
+    const int64_t extendedLength = windowLength + 2 * kLagMargin;
+    copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
+               predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
+               tracking.warpedB.data());
+    VDFFTCorrelator& forward = *tracking.forwardCorrelator;
+    VDFFTCorrelator& backward = *tracking.backwardCorrelator;
+    copyZeroExtended(_channelA, _length, start, windowLength, forward.reference());
+    std::copy(tracking.warpedB.begin(), tracking.warpedB.end(), forward.other());
+    std::copy(tracking.warpedB.begin() + kLagMargin,
+              tracking.warpedB.begin() + kLagMargin + windowLength, backward.reference());
+    copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength, backward.other());
+    const double* forwardResult = forward.correlate();
+    const double* backwardResult = backward.correlate();
+    for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
+      tracking.correlation[kLagMargin + offset] =
+          forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
+    }
+    int64_t best = -kTrackingRadius;
+    for (int64_t offset = -kTrackingRadius; offset <= kTrackingRadius; ++offset) {
+      if (tracking.correlation[kLagMargin + offset] > tracking.correlation[kLagMargin + best]) {
+        best = offset;
+      }
+    }
+    peakOffset = best;
+    double energyB = 0.0;
+    for (int64_t n = 0; n < windowLength; ++n) {
+      const double b = tracking.warpedB[kLagMargin + best + n];
+      energyB += b * b;
+    }
+    if (!(energyB > 0.0)) {
+      return WindowStatus::Silent;
+    }
+    peakCorrelation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
+    if (!(peakCorrelation >= kMinimumPeakCorrelation)) {
+      return WindowStatus::Weak;
+    }
+    if (best == -kTrackingRadius || best == kTrackingRadius) {
+      return WindowStatus::Lost;
+    }
+    return WindowStatus::Used;
+  };
+
+  WindowStatus status = correlateAroundPrediction();
+  if ((status == WindowStatus::Weak || status == WindowStatus::Lost) && trySearch()) {
+    status = correlateAroundPrediction();
+  }
+  window.status = status;
+  window.integerLag = std::llround(predicted + static_cast<double>(peakOffset));
+  window.peakCorrelation = peakCorrelation;
+  if (status == WindowStatus::Lost) {
+    // Follow the slope: the next window searches around the edge this one reached.
+    tracking.anchor(windowCentre, predicted + static_cast<double>(peakOffset));
+    tracking.forgetDrift();
+  }
+  if (status != WindowStatus::Used) {
+    return;
+  }
+  // B was read through the drift estimate, centred on the window's centre, so an offset k there
+  // stands for k (1 + drift) samples of B's own.
+  const double offset = refinedOffset(start, peakOffset, tracking);
+  window.refinedLag = predicted + offset * (1.0 + tracking.drift);
+  tracking.anchor(windowCentre, window.refinedLag);
+  tracking.remember(windowCentre, window.refinedLag);
+}
+
+std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
+                                                                Tracking& tracking) const {
+  const int64_t range = tracking.searchRange;
+  const int64_t stretch = std::min(tracking.searchLength, _length - start);
+  const int64_t otherLength = stretch + 2 * range;
+  if (tracking.searchCorrelator == nullptr) {
+    tracking.searchCorrelator = std::make_unique<VDFFTCorrelator>(
+        VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range)));
+  }
+  VDFFTCorrelator& correlator = *tracking.searchCorrelator;
+  double* reference = correlator.reference();
+  double* other = correlator.other();
+  std::fill(reference, reference + correlator.size(), 0.0);
+  std::fill(other, other + correlator.size(), 0.0);
+  copyZeroExtended(_channelA, _length, start, stretch, reference);
+  copyZeroExtended(_channelB, _length, start - range, otherLength, other);
+
+  // Energies over any overlap, from running sums of the squares.
+  std::vector<double>& prefixA = tracking.prefixA;
+  std::vector<double>& prefixB = tracking.prefixB;
+  prefixA.assign(static_cast<size_t>(stretch + 1), 0.0);
+  prefixB.assign(static_cast<size_t>(otherLength + 1), 0.0);
+  for (int64_t i = 0; i < stretch; ++i) {
+    prefixA[i + 1] = prefixA[i] + reference[i] * reference[i];
+  }
+  for (int64_t i = 0; i < otherLength; ++i) {
+    prefixB[i + 1] = prefixB[i] + other[i] * other[i];
+  }
+
+  const double* correlation = correlator.correlate();
+  double bestScore = -std::numeric_limits<double>::infinity();
+  int64_t bestLag = 0;
+  for (int64_t lag = -range; lag <= range; ++lag) {
+    // Samples n of the stretch whose partner start + n + lag lies inside channel B.
+    const int64_t first = std::max<int64_t>(0, -(start + lag));
+    const int64_t last = std::min(stretch, _length - start - lag);
+    if (last <= first || 2 * (last - first) < stretch) {
+      continue;
+    }
+    const double energyA = prefixA[last] - prefixA[first];
+    const double energyB = prefixB[last + lag + range] - prefixB[first + lag + range];
+    if (!(energyA > 0.0 && energyB > 0.0)) {
+      continue;
+    }
+    const double score = correlation[lag + range] / std::sqrt(energyA * energyB);
+    if (score > bestScore) {
+      bestScore = score;
+      bestLag = lag;
+    }
+  }
+  if (!(bestScore >= kMinimumPeakCorrelation)) {
+    return std::nullopt;
+  }
+  return bestLag;
+}
+
+double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffset,
+                                                 Tracking& tracking) const {
+  const auto at = [&](int64_t offset) { return tracking.correlation[kLagMargin + offset]; };
+  switch (_correlationType) {
+    case kQuick:
+      return static_cast<double>(peakOffset) +
+             parabolicOffset(at(peakOffset - 1), at(peakOffset), at(peakOffset + 1));
+    case kResampler:
+      return static_cast<double>(peakOffset) + resampledPeakOffset(start, peakOffset, tracking);
+    case kPostResampler:
+      break;
+  }
+  // The correlation is as band-limited as the signal, so the interpolator rebuilds it between
+  // the offsets; the offsets within its reach are all inside the kept margin.
+  const int64_t upscale = _upscaleFactor;
+  constexpr int64_t kFirstTap = -kKernelHalfLength - 1;
+  constexpr int64_t kTapCount = 2 * kKernelHalfLength + 3;
+  const auto interpolated = [&](int64_t step) {
+    double weights[kTapCount];
+    interpolationTaps(static_cast<double>(step) / static_cast<double>(upscale), kFirstTap,
+                      kTapCount, weights);
+    double sum = 0.0;
+    for (int64_t k = 0; k < kTapCount; ++k) {
+      sum += at(peakOffset + kFirstTap + k) * weights[k];
+    }
+    return sum;
+  };
+  return static_cast<double>(peakOffset) + gridPeakOffset(upscale, interpolated);
+}
+
+double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t peakOffset,
+                                                       Tracking& tracking) const {
+  // Upsampled: channel A from the recording itself, so its window edges see their real
+  // neighbours, and B from the drift-following copy the window was correlated with; each over
+  // its window plus the stretch the other window meets one sample either side of the peak.
+  const int64_t upscale = _upscaleFactor;
+  const int64_t windowLength = _correlationLength;
+  const int64_t firstA = std::min<int64_t>(0, -peakOffset - 1);
+  const int64_t countA = std::max(windowLength, windowLength - peakOffset + 1) - firstA;
+  const int64_t firstB = std::min<int64_t>(0, peakOffset - 1);
+  const int64_t countB = std::max(windowLength, windowLength + peakOffset + 1) - firstB;
+  tracking.extendedA.resize(static_cast<size_t>(countA + 2 * kKernelHalfLength));
+  tracking.phasesA.resize(static_cast<size_t>(upscale * countA));
+  tracking.phasesB.resize(static_cast<size_t>(upscale * countB));
+  copyZeroExtended(_channelA, _length, start + firstA - kKernelHalfLength + 1,
+                   countA + 2 * kKernelHalfLength - 1, tracking.extendedA.data());
+  upsample(tracking.extendedA.data() + kKernelHalfLength - 1, countA, upscale, tracking.taps,
+           tracking.phasesA.data());
+  upsample(tracking.warpedB.data() + kLagMargin + firstB, countB, upscale, tracking.taps,
+           tracking.phasesB.data());
+
+  // The symmetric correlation at offset peakOffset + step/upscale, phase by phase: A's fine
+  // samples against B's shifted by the offset, plus B's against A's shifted back by it.
+  const double* phasesA = tracking.phasesA.data();
+  const double* phasesB = tracking.phasesB.data();
+  const auto phaseOf = [upscale](int64_t fine, int64_t& carry) {
+    carry = fine >= 0 ? fine / upscale : -((-fine + upscale - 1) / upscale);
+    return fine - carry * upscale;
+  };
+  const auto correlation = [&](int64_t step) {
+    double sum = 0.0;
+    int64_t carry = 0;
+    for (int64_t phase = 0; phase < upscale; ++phase) {
+      const int64_t forwardPhase = phaseOf(phase + step, carry);
+      sum +=
+          dotProduct(phasesA + phase * countA - firstA,
+                     phasesB + forwardPhase * countB + peakOffset + carry - firstB, windowLength);
+      const int64_t backwardPhase = phaseOf(phase - step, carry);
+      sum +=
+          dotProduct(phasesB + phase * countB - firstB,
+                     phasesA + backwardPhase * countA - peakOffset + carry - firstA, windowLength);
+    }
+    return sum;
+  };
+  return gridPeakOffset(upscale, correlation);
+}
+
+double VDAudioTimeErrorCalculator::windowCentreSeconds(const Window& window) const {
+  return (static_cast<double>(window.start) + static_cast<double>(_correlationLength - 1) / 2.0) /
+         _samplingRate;
+}
+
+double VDAudioTimeErrorCalculator::delaySeconds(const Window& window) const {
+  return window.refinedLag / _samplingRate;
+}
+
+std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {
+  std::vector<VDTimeErrorValue> values;
+  for (const Window& window : _windows) {
+    if (window.status == WindowStatus::Used) {
+      values.emplace_back(roundedTimestamp(windowCentreSeconds(window) * 1e9),
+                          roundedError(delaySeconds(window) * 1e9));
+    }
+  }
+  return values;
+}
+
+bool VDAudioTimeErrorCalculator::exportTimeErrorToDirectoryURL(
+    const std::filesystem::path& directory, const std::string& filename) const {
+  std::FILE* file = std::fopen((directory / filename).c_str(), "w");
+  if (file == nullptr) {
+    return false;
+  }
+  std::fputs("time,time_error\n", file);
+  for (const Window& window : _windows) {
+    if (window.status == WindowStatus::Used) {
+      std::fprintf(file, "%.9f,%.12f\n", windowCentreSeconds(window), delaySeconds(window));
+    }
+  }
+  return std::fclose(file) == 0;
+}
+
+bool VDAudioTimeErrorCalculator::exportTimeErrorToPath(const std::string& directoryPath) const {
+  const std::filesystem::path path = std::filesystem::path(directoryPath) / kWindowExportFileName;
+  std::FILE* file = std::fopen(path.c_str(), "w");
+  if (file == nullptr) {
+    return false;
+  }
+  std::fputs("window_start,integer_lag,refined_lag,delay,peak_correlation,used,status\n", file);
+  for (const Window& window : _windows) {
+    const bool used = window.status == WindowStatus::Used;
+    std::fprintf(file, "%lld,%lld,", static_cast<long long>(window.start),
+                 static_cast<long long>(window.integerLag));
+    if (used) {
+      std::fprintf(file, "%.9f,%.12f,", window.refinedLag, delaySeconds(window));
+    } else {
+      std::fputs("nan,nan,", file);
+    }
+    std::fprintf(file, "%.6f,%d,%s\n", window.peakCorrelation, used ? 1 : 0,
+                 statusName(window.status));
+  }
+  return std::fclose(file) == 0;
+}
