@@ -14,7 +14,7 @@
 namespace TestSupport {
 
 std::filesystem::path sourceDir() { return VDP_SOURCE_DIR; }
-std::filesystem::path toolPath() { return std::filesystem::path(VDP_BINARY_DIR) / "veridaneprobe"; }
+std::filesystem::path toolPath() { return VDP_TOOL_PATH; }
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "vdp-test-XXXXXX").string();

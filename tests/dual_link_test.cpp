@@ -46,7 +46,7 @@ const std::string kScriptMiddle =
     "\n";
 
 TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
-  const VDPDualLinkTimeErrorSequence sequence({});
+  const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv",
                                                         "link A", std::nullopt, true),
             kScriptStart +
@@ -75,7 +75,7 @@ TEST(DualLinkScripts, MTIEHooksBelongToTheDualLinkClass) {
   EXPECT_EQ(dualLink.plotSize(), "f1.set_size_inches(9.5, 9.5)");
   EXPECT_EQ(dualLink.plotYLimits("axB"), "axB.set_ylim([10,10000])");
 
-  const VDPDualLinkMaximumTimeIntervalErrorAnalysis analysis({});
+  const VDPDualLinkMaximumTimeIntervalErrorAnalysis analysis(std::vector<VDTimeErrorValue>{});
   const std::string script = analysis.analysisClass().generatePythonScriptWithOutputPath(
       "/o", "n_mtie.csv", "n", "/o/n_mtie.png", false);
   for (const char* line : {"\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n",

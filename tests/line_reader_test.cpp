@@ -122,7 +122,7 @@ TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
   EXPECT_EQ(errorFromSeconds(1e300), kInt64Max);
   EXPECT_EQ(errorFromSeconds(-1e300), kInt64Min);
   // The top half of the unsigned range is reachable; beyond it saturates.
-  EXPECT_EQ(timestampFromSeconds(9223372036.854775808 * 1.5), 13835058055282163712u);
+  EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
   EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
   // Negative times wrap like two's complement.
   EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
@@ -194,8 +194,11 @@ TEST(LineGrammar, DualLinkConvergesSixtySecondsAfterTheFirstGoodLine) {
   // Near the top of the range the threshold wraps and every sample qualifies.
   VDPAnalyseDualLink::Selection wrapped;
   EXPECT_TRUE(VDPAnalyseDualLink::parseLine("18446744073709551000,0,1,0,0", wrapped));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("5,0,2,0,0", wrapped));
-  EXPECT_EQ(wrapped.converged.size(), 2u);
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("59999999383,0,2,0,0", wrapped));
+  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("59999999384,0,3,0,0", wrapped));
+  ASSERT_EQ(wrapped.converged.size(), 2u);
+  EXPECT_EQ(wrapped.converged[0].error(), 1);
+  EXPECT_EQ(wrapped.converged[1].error(), 3);
 }
 
 }  // namespace

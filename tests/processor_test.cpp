@@ -141,7 +141,7 @@ TEST_F(ProcessorTest, ScriptsComeFromTheClassOfTheAnalysisTheFactoryMade) {
 TEST_F(ProcessorTest, AnEmptySequenceAndAnUnwritableDirectoryDoNotStopTheRun) {
   VDPProcessSingleTimeError processor((dir / "missing").string(), "n", true, true, true, true,
                                       true, 2, std::numeric_limits<int64_t>::max(), 1);
-  const VDTimeErrorSequence empty({});
+  const VDTimeErrorSequence empty(std::vector<VDTimeErrorValue>{});
   testing::internal::CaptureStdout();
   EXPECT_TRUE(processor.processTimeErrors(empty));
   EXPECT_NE(testing::internal::GetCapturedStdout().find("Analysis Done\n"), std::string::npos);
