@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,10 @@
 class VDStatisticAnalysis {
  public:
   explicit VDStatisticAnalysis(const std::vector<VDTimeErrorValue>& timeErrorValues);
+  // The same for listed values; it also makes Analysis({}), the empty series, unambiguous
+  // (otherwise {} would fit the copy constructor as well).
+  explicit VDStatisticAnalysis(std::initializer_list<VDTimeErrorValue> timeErrorValues)
+      : VDStatisticAnalysis(std::vector<VDTimeErrorValue>(timeErrorValues)) {}
   virtual ~VDStatisticAnalysis() = default;
 
   // Evaluates every window size start, start+step, ... up to end that the statistic defines for
