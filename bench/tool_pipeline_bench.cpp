@@ -44,8 +44,8 @@ fs::path writeTimeErrorFile(size_t count) {
     frequency += 0.01 * noise(random);
     phase += frequency;
     const double errorNs = phase + 5 * noise(random);
-    const int length = std::snprintf(line, sizeof line, "%zu,%.3f,%.12e\n", i, 1000 + i / 8.0,
-                                     errorNs * 1e-9);
+    const int length =
+        std::snprintf(line, sizeof line, "%zu,%.3f,%.12e\n", i, 1000 + i / 8.0, errorNs * 1e-9);
     stream.write(line, length);
   }
   return path;
@@ -95,15 +95,18 @@ class TimedProcessor : public VDPProcessSingleTimeError {
   }
   std::unique_ptr<VDAllanDeviationAnalysis> processADEVFromTimeErrors(
       const VDTimeErrorSequence& sequence) override {
-    return timed("ADEV", [&] { return VDPProcessSingleTimeError::processADEVFromTimeErrors(sequence); });
+    return timed("ADEV",
+                 [&] { return VDPProcessSingleTimeError::processADEVFromTimeErrors(sequence); });
   }
   std::unique_ptr<VDModifiedAllanDeviationAnalysis> processMADEVFromTimeErrors(
       const VDTimeErrorSequence& sequence) override {
-    return timed("MDEV", [&] { return VDPProcessSingleTimeError::processMADEVFromTimeErrors(sequence); });
+    return timed("MDEV",
+                 [&] { return VDPProcessSingleTimeError::processMADEVFromTimeErrors(sequence); });
   }
   std::unique_ptr<VDTimeDeviationAnalysis> processTDEVFromTimeErrors(
       const VDTimeErrorSequence& sequence) override {
-    return timed("TDEV", [&] { return VDPProcessSingleTimeError::processTDEVFromTimeErrors(sequence); });
+    return timed("TDEV",
+                 [&] { return VDPProcessSingleTimeError::processTDEVFromTimeErrors(sequence); });
   }
   std::unique_ptr<VDRootMeanSquaredTimeIntervalErrorAnalysis> processRMSTIEFromTimeErrors(
       const VDTimeErrorSequence& sequence) override {
@@ -112,7 +115,8 @@ class TimedProcessor : public VDPProcessSingleTimeError {
   }
   std::unique_ptr<VDMaximumTimeIntervalErrorAnalysis> processMTIEFromTimeErrors(
       const VDTimeErrorSequence& sequence) override {
-    return timed("MTIE", [&] { return VDPProcessSingleTimeError::processMTIEFromTimeErrors(sequence); });
+    return timed("MTIE",
+                 [&] { return VDPProcessSingleTimeError::processMTIEFromTimeErrors(sequence); });
   }
 };
 
@@ -128,8 +132,8 @@ void BM_CompleteDefaultRun(benchmark::State& state) {
     const auto start = std::chrono::steady_clock::now();
     const VDTimeErrorSequence sequence(readValues(path));
     state.counters["parse_s"] = secondsSince(start);
-    TimedProcessor processor(output.string(), "bench", true, true, true, true, true, 2,
-                             INT64_MAX, 1);
+    TimedProcessor processor(output.string(), "bench", true, true, true, true, true, 2, INT64_MAX,
+                             1);
     processor.processTimeErrors(sequence);
     for (const auto& [step, seconds] : processor.stepSeconds) {
       state.counters[std::string(step) + "_s"] = seconds;

@@ -9,8 +9,8 @@
 // Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
 namespace TestSupport {
 
-std::filesystem::path sourceDir();   // the repository
-std::filesystem::path toolPath();    // the built veridaneprobe executable
+std::filesystem::path sourceDir();  // the repository
+std::filesystem::path toolPath();   // the built veridaneprobe executable
 
 // A fresh directory under the system's temporary directory, removed with the object.
 class TempDir {

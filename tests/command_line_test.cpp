@@ -107,9 +107,9 @@ TEST_F(CommandLineTest, ChecksAfterParsingComeInOrder) {
       runTool({"time-error", "--data", data(), "--window-lower", "6", "--window-upper", "5"}),
       "window lower limit (6) is higher than the window upper limit (5)\n");
   // Leading blanks, a sign and trailing text are the integer scanner's business.
-  expectUsageFailure(runTool({"time-error", "--data", data(), "--window-lower", " +7abc",
-                              "--window-upper", "6"}),
-                     "window lower limit (7) is higher than the window upper limit (6)\n");
+  expectUsageFailure(
+      runTool({"time-error", "--data", data(), "--window-lower", " +7abc", "--window-upper", "6"}),
+      "window lower limit (7) is higher than the window upper limit (6)\n");
 }
 
 TEST_F(CommandLineTest, MissingDataFilePrintsTheAssertionOnStandardOutput) {
@@ -160,8 +160,8 @@ TEST_F(CommandLineTest, OutputPreparation) {
   // A directory that cannot be created names the system's reason.
   const std::string blocked = file + "/sub";
   run = runTool({"marten", "--data", data(), "--output", blocked});
-  EXPECT_EQ(run.out,
-            kBanner + "Failed to create directory \"" + blocked + "\" with error Not a directory.\n");
+  EXPECT_EQ(run.out, kBanner + "Failed to create directory \"" + blocked +
+                         "\" with error Not a directory.\n");
   EXPECT_EQ(run.status, 0);
 
   // Osprey prepares its slave directories; one blocked by a file is refused.

@@ -41,8 +41,9 @@ TEST(CommandsRun, DualCheckPrintsTheErrorRangeAfterTheAnalysis) {
             "time,time_error\n1000,-3\n2000,4\n");
 
   run = runCommand(dir, "dual-check", "");
-  EXPECT_EQ(run.out, kBanner + kLoading +
-                         "Analysis Done\nError range 9223372036854775807 to -9223372036854775808\n");
+  EXPECT_EQ(run.out,
+            kBanner + kLoading +
+                "Analysis Done\nError range 9223372036854775807 to -9223372036854775808\n");
   EXPECT_EQ(run.status, 1);
 }
 

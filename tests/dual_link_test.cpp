@@ -47,8 +47,8 @@ const std::string kScriptMiddle =
 
 TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
   const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
-  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv",
-                                                        "link A", std::nullopt, true),
+  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
+                                                        std::nullopt, true),
             kScriptStart +
                 "timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/"
                 "n_time_error.csv')\n" +
@@ -78,10 +78,10 @@ TEST(DualLinkScripts, MTIEHooksBelongToTheDualLinkClass) {
   const VDPDualLinkMaximumTimeIntervalErrorAnalysis analysis(std::vector<VDTimeErrorValue>{});
   const std::string script = analysis.analysisClass().generatePythonScriptWithOutputPath(
       "/o", "n_mtie.csv", "n", "/o/n_mtie.png", false);
-  for (const char* line : {"\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n",
-                           "\ngPTP1HopMask = vGPTP1HopMTIE(tau)\n",
-                           "\nax1.legend(loc='best', fontsize='x-small')\n",
-                           "\nf1.set_size_inches(9.5, 9.5)\n", "\nax1.set_ylim([10,10000])\n"}) {
+  for (const char* line :
+       {"\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n", "\ngPTP1HopMask = vGPTP1HopMTIE(tau)\n",
+        "\nax1.legend(loc='best', fontsize='x-small')\n", "\nf1.set_size_inches(9.5, 9.5)\n",
+        "\nax1.set_ylim([10,10000])\n"}) {
     EXPECT_NE(script.find(line), std::string::npos) << line;
   }
 }
@@ -210,15 +210,14 @@ TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
   EXPECT_EQ(VDPAnalyseDualLink::initWithArguments(
                 {"--data", (dir / "link.csv").string(), "--output", (dir / "file").string()}),
             nullptr);
-  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "nothing").string()}),
-            nullptr);
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "nothing").string()}), nullptr);
   const std::string out = testing::internal::GetCapturedStdout();
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "unknown argument \"--bad\"\nusage:\nvdp dual-link --data path --output path [--name "
             "name]\n");
-  EXPECT_EQ(out.substr(0, out.find(" veridaneprobe")),
-            "Failed to create directory \"" + (dir / "file" / "full").string() +
-                "\" with error Not a directory.\n");
+  EXPECT_EQ(out.substr(0, out.find(" veridaneprobe")), "Failed to create directory \"" +
+                                                           (dir / "file" / "full").string() +
+                                                           "\" with error Not a directory.\n");
   EXPECT_NE(out.find("VDPAnalyseDualLink.cpp at line 231 goto Bail. Time error file does not"),
             std::string::npos);
 }

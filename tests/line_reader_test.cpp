@@ -64,8 +64,7 @@ TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
   // A two-byte character split by the block boundary: both reads around it are lost, the
   // complete lines in them included.
   const std::string head = "lost\n" + std::string(1994, 'c');  // the split is at byte 1999
-  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')),
-            Lines(11, ""));
+  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')), Lines(11, ""));
 }
 
 TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {

@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -43,7 +43,8 @@ std::pair<uint32_t, uint32_t> pngSize(const fs::path& path) {
 
 bool isPdf(const fs::path& path) {
   const std::string bytes = readFile(path);
-  return bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos;
+  return bytes.rfind("%PDF-", 0) == 0 &&
+         bytes.find("%%EOF", bytes.size() - 16) != std::string::npos;
 }
 
 std::vector<std::string> withArguments(std::vector<std::string> arguments,
@@ -60,15 +61,15 @@ TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
   for (int i = 0; i < 300; ++i) {
     const int errorNs = (i * 37) % 101 - 50;
     char line[96];
-    std::snprintf(line, sizeof line, "%d,%.3f,%.10f\n", i, 100 + i / 8.0, (errorNs + (errorNs < 0 ? -0.5 : 0.5)) * 1e-9);
+    std::snprintf(line, sizeof line, "%d,%.3f,%.10f\n", i, 100 + i / 8.0,
+                  (errorNs + (errorNs < 0 ? -0.5 : 0.5)) * 1e-9);
     data += line;
-    expectedCsv += std::to_string(100000000000ull + 125000000ull * i) + "," +
-                   std::to_string(errorNs) + "\n";
+    expectedCsv +=
+        std::to_string(100000000000ull + 125000000ull * i) + "," + std::to_string(errorNs) + "\n";
   }
   TestSupport::writeFile(dir / "run.csv", data);
-  const ToolRun run = runTool({"time-error", "--data", "run.csv", "--output", "out", "--name",
-                               "run1"},
-                              dir.path());
+  const ToolRun run =
+      runTool({"time-error", "--data", "run.csv", "--output", "out", "--name", "run1"}, dir.path());
   EXPECT_EQ(run.out, kBanner +
                          "Loading time errors into memory...\n"
                          "Running Allan Deviation Analysis...\n"
@@ -83,8 +84,9 @@ TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
   const fs::path out = dir / "out";
   EXPECT_EQ(readFile(out / "run1_time_error.csv"), expectedCsv);
   const std::vector<std::pair<std::string, std::string>> steps = {
-      {"time_error", "PlotTimeError.py"}, {"adev", "PlotADEV.py"},     {"madev", "PlotMADEV.py"},
-      {"tdev", "PlotTDEV.py"},             {"rmstie", "PlotRMSTIE.py"}, {"mtie", "PlotMTIE.py"}};
+      {"time_error", "PlotTimeError.py"}, {"adev", "PlotADEV.py"},
+      {"madev", "PlotMADEV.py"},          {"tdev", "PlotTDEV.py"},
+      {"rmstie", "PlotRMSTIE.py"},        {"mtie", "PlotMTIE.py"}};
   for (const auto& [suffix, script] : steps) {
     const fs::path csv = out / ("run1_" + suffix + ".csv");
     EXPECT_TRUE(fs::exists(csv)) << csv;
@@ -100,9 +102,10 @@ TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
   EXPECT_EQ(pngSize(out / "run1_time_error.png"), (std::pair<uint32_t, uint32_t>{1600, 900}));
 
   // A saved script runs by hand on current matplotlib through the wrapper, from anywhere.
-  const std::string command = "cd / && MPLBACKEND=Agg " +
-                              (TestSupport::sourceDir() / "python" / "veridaneprobe-plot").string() +
-                              " '" + (out / "PlotMTIE.py").string() + "' 2>&1";
+  const std::string command =
+      "cd / && MPLBACKEND=Agg " +
+      (TestSupport::sourceDir() / "python" / "veridaneprobe-plot").string() + " '" +
+      (out / "PlotMTIE.py").string() + "' 2>&1";
   FILE* pipe = popen(command.c_str(), "r");
   ASSERT_NE(pipe, nullptr);
   std::string handRunOutput;
@@ -130,10 +133,11 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
   mixed += std::string(3000000, '9') + "\n5,5,5";
   TestSupport::writeFile(dir / "mixed.csv", mixed);
   fs::create_directory(dir / "directory");
-  for (const std::string& input : std::vector<std::string>{"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
-    const ToolRun run = runTool(
-        withArguments({"time-error", "--data", input, "--output", "out-" + input}, kAllOff),
-        dir.path());
+  for (const std::string& input :
+       std::vector<std::string>{"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
+    const ToolRun run =
+        runTool(withArguments({"time-error", "--data", input, "--output", "out-" + input}, kAllOff),
+                dir.path());
     EXPECT_EQ(run.status, 1) << input << run.err;
     EXPECT_EQ(run.out, kBanner + "Loading time errors into memory...\nAnalysis Done\n") << input;
     EXPECT_TRUE(fs::exists(dir / ("out-" + input) / "time-error_analysis_time_error.csv"));

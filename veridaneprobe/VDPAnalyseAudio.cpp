@@ -5,13 +5,13 @@
 #include <limits>
 #include <utility>
 
+#include "VDAudioTimeErrorCalculator.h"
 #include "VDPAudioChannels.h"
 #include "VDPAudioPlotScripts.h"
 #include "VDPConsole.h"
 #include "VDPFileSystem.h"
 #include "VDPProcessSingleTimeError.h"
 #include "VDPPythonInterpreter.h"
-#include "VDAudioTimeErrorCalculator.h"
 #include "VDTimeErrorSequence.h"
 
 namespace {
@@ -123,8 +123,8 @@ bool VDPAnalyseAudio::initialise(const std::vector<std::string>& arguments) {
     }
   }
   // --interval and --length refuse values below 1, so these fire only when never given.
-  const char* missing = _interval < 1             ? "must set the processing interval (--interval)\n"
-                        : _correlationLength < 1  ? "must set the correlation length (--length)\n"
+  const char* missing = _interval < 1            ? "must set the processing interval (--interval)\n"
+                        : _correlationLength < 1 ? "must set the correlation length (--length)\n"
                         : !_channelAPath ? "must provide Channel A audio file path (--channel-a)\n"
                         : !_channelBPath ? "must provide Channel B audio file path (--channel-a)\n"
                                          : nullptr;
@@ -185,8 +185,7 @@ bool VDPAnalyseAudio::loadAndAnalyse(VDPProcessSingleTimeError& processor) {
   {
     VDAudioTimeErrorCalculator calculator(channels.channelA(), channels.channelB(),
                                           channels.sampleCount(), _interval, _correlationLength,
-                                          _upscaleFactor, channels.sampleRate(),
-                                          _correlationType);
+                                          _upscaleFactor, channels.sampleRate(), _correlationType);
     calculator.calculateTimeError();
     calculator.exportTimeErrorToPath(outputPath);
     calculator.exportTimeErrorToDirectoryURL(outputPath, csvName);

@@ -31,9 +31,8 @@ bool VDPAnalyseDualCheck::parseLine(std::string_view line, std::vector<VDTimeErr
   uint64_t timestamp = 0;
   int64_t error = 0;
   if (!(scanner.scanInt32(index) && scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
-        scanner.scanCharacter(',') && scanner.scanUInt64(timestamp) &&
-        scanner.scanCharacter(',') && scanner.scanUInt64(unused) && scanner.scanCharacter(',') &&
-        scanner.scanInt64(error))) {
+        scanner.scanCharacter(',') && scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') &&
+        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanInt64(error))) {
     return false;
   }
   values.emplace_back(timestamp, error);

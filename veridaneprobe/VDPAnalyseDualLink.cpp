@@ -11,8 +11,8 @@ namespace {
 
 // ADEV and RMS TIE are off by default here; "full" and "converged" replace the output directory.
 const VDPTimeErrorFileCommand kDualLinkCommand = {
-    "dual-link", "dual_link_analysis", false, true, true, false, true, __FILE__, 231, false,
-    {"full", "converged"}, true};
+    "dual-link", "dual_link_analysis",  false, true, true, false, true, __FILE__, 231,
+    false,       {"full", "converged"}, true};
 
 }  // namespace
 
@@ -28,10 +28,9 @@ bool VDPAnalyseDualLink::parseLine(std::string_view line, Selection& selection) 
   uint64_t timestamp = 0;
   uint64_t unused = 0;
   int64_t error = 0;
-  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanInt64(error) &&
-        scanner.scanCharacter(',') && scanner.scanUInt64(unused) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused))) {
+  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
+        scanner.scanCharacter(',') && scanner.scanInt64(error) && scanner.scanCharacter(',') &&
+        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanUInt64(unused))) {
     return false;
   }
   const VDTimeErrorValue value(timestamp, error);

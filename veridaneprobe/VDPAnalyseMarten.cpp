@@ -23,10 +23,9 @@ bool VDPAnalyseMarten::parseLine(std::string_view line, std::vector<VDTimeErrorV
   uint64_t timestamp = 0;
   uint64_t unused = 0;
   int64_t error = 0;
-  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanInt64(error) &&
-        scanner.scanCharacter(',') && scanner.scanUInt64(unused) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused))) {
+  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
+        scanner.scanCharacter(',') && scanner.scanInt64(error) && scanner.scanCharacter(',') &&
+        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanUInt64(unused))) {
     return false;
   }
   values.emplace_back(timestamp, error);

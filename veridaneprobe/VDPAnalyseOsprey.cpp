@@ -7,9 +7,18 @@
 
 namespace {
 
-const VDPTimeErrorFileCommand kOspreyCommand = {
-    "osprey", "osprey_analysis", true, true, true, true, true, __FILE__, 219, false,
-    {"Slave0", "Slave1", "Slave2"}, false};
+const VDPTimeErrorFileCommand kOspreyCommand = {"osprey",
+                                                "osprey_analysis",
+                                                true,
+                                                true,
+                                                true,
+                                                true,
+                                                true,
+                                                __FILE__,
+                                                219,
+                                                false,
+                                                {"Slave0", "Slave1", "Slave2"},
+                                                false};
 
 }  // namespace
 
@@ -30,8 +39,8 @@ bool VDPAnalyseOsprey::parseLine(std::string_view line, SlaveValues& values) {
     return false;
   }
   for (int64_t& error : errors) {
-    if (!(scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
-          scanner.scanCharacter(',') && scanner.scanInt64(error))) {
+    if (!(scanner.scanCharacter(',') && scanner.scanUInt64(unused) && scanner.scanCharacter(',') &&
+          scanner.scanInt64(error))) {
       return false;
     }
   }

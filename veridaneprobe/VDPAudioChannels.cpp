@@ -28,7 +28,8 @@ float* allocateSamples(int64_t count) {
   if (count < 0 || static_cast<uint64_t>(count) > PTRDIFF_MAX / sizeof(float)) {
     return nullptr;
   }
-  return static_cast<float*>(std::calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(float)));
+  return static_cast<float*>(
+      std::calloc(count > 0 ? static_cast<size_t>(count) : 1, sizeof(float)));
 }
 
 AudioBufferList bufferFor(float* samples, uint32_t frames) {
@@ -88,10 +89,16 @@ bool VDPAudioChannels::load(const std::string& channelAPath, const std::string& 
   }
   // One channel of 32-bit floats at A's own rate. The flags are float, aligned high and
   // non-interleaved (0x31), without the packed flag.
-  _clientFormat = {rate, kAudioFormatLinearPCM,
-                   kAudioFormatFlagIsFloat | kAudioFormatFlagIsAlignedHigh |
-                       kAudioFormatFlagIsNonInterleaved,
-                   4, 1, 4, 1, 32, 0};
+  _clientFormat = {
+      rate,
+      kAudioFormatLinearPCM,
+      kAudioFormatFlagIsFloat | kAudioFormatFlagIsAlignedHigh | kAudioFormatFlagIsNonInterleaved,
+      4,
+      1,
+      4,
+      1,
+      32,
+      0};
   size = sizeof fileFormat;
   lengthSize = sizeof lengthB;
   if (statusFails(AudioFileReaderSetProperty(_channelA, AudioFileReaderProperty::ClientDataFormat,

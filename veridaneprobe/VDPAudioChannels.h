@@ -20,8 +20,8 @@ class VDPAudioChannels {
   // Opens both files and reads the stretch from audioStart to audioEnd (whole seconds on entry,
   // rewritten in place to frame indices). Prints the sample count line and, on failure, the
   // assertion line and message, and returns false.
-  bool load(const std::string& channelAPath, const std::string& channelBPath,
-            int64_t& audioStart, int64_t& audioEnd);
+  bool load(const std::string& channelAPath, const std::string& channelBPath, int64_t& audioStart,
+            int64_t& audioEnd);
 
   const float* channelA() const { return _channelASamples; }
   const float* channelB() const { return _channelBSamples; }

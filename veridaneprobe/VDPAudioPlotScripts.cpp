@@ -38,8 +38,8 @@ std::string body(const std::string& outputName) {
 }  // namespace
 
 std::string savedScript(const std::string& csvName, const std::string& outputName) {
-  return kImports + ("timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/" +
-                     csvName + "')") +
+  return kImports +
+         ("timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/" + csvName + "')") +
          body(outputName) + "plt.show()\n";
 }
 

@@ -6,8 +6,8 @@
 #include "VDPFileSystem.h"
 #include "VDPTextScanner.h"
 
-VDPCommonOptions::VDPCommonOptions(const char* defaultOutputName, bool adev, bool madev,
-                                   bool tdev, bool rmstie, bool mtie)
+VDPCommonOptions::VDPCommonOptions(const char* defaultOutputName, bool adev, bool madev, bool tdev,
+                                   bool rmstie, bool mtie)
     : _outputName(defaultOutputName),
       _adev(adev),
       _madev(madev),
@@ -37,8 +37,9 @@ bool VDPCommonOptions::parseIntegerOption(const std::optional<std::string>& valu
   }
   field = *parsed;
   if (lowerBound && field < *lowerBound) {
-    std::fprintf(stderr, "%s %" PRId64 " is less than %" PRId64 ". It must be at least %" PRId64
-                 ".\n", description, field, *lowerBound, *lowerBound);
+    std::fprintf(stderr,
+                 "%s %" PRId64 " is less than %" PRId64 ". It must be at least %" PRId64 ".\n",
+                 description, field, *lowerBound, *lowerBound);
     return false;
   }
   return true;

@@ -2,8 +2,7 @@
 
 std::string VDPDualLinkTimeErrorSequence::generatePythonScriptWithOutputPath(
     const std::optional<std::string>& outputPath, const std::string& fileName,
-    const std::string& titleName, const std::optional<std::string>& plotPath,
-    bool showPlot) const {
+    const std::string& titleName, const std::optional<std::string>& plotPath, bool showPlot) const {
   // Values go in as they are: a quote in a path breaks the script, which Python then reports.
   const std::string csvPath = outputPath ? "'" + *outputPath + "/" + fileName + "'"
                                          : "os.path.split(sys.argv[0])[0]+'/" + fileName + "'";

@@ -41,8 +41,9 @@ VDPProcessDualLinkTimeError::processMTIEFromTimeErrors(const VDTimeErrorSequence
   const VDMTIEMask mask = VDMTIEMask::gPTP1Hop();
   const std::vector<VDStatisticPoint>& mtie = analysis->mtie();
   std::optional<std::string> errors;
-  std::printf(mask.mtieConformsToMask(mtie, &errors) ? "PASS: MTIE conforms to 1 hop gPTP Mask\n"
-                                                     : "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n");
+  std::printf(mask.mtieConformsToMask(mtie, &errors)
+                  ? "PASS: MTIE conforms to 1 hop gPTP Mask\n"
+                  : "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n");
   // Not searched: the library's list is in ascending window order and MTIE never decreases.
   const double first = mtie.empty() ? 0.0 : mtie.front().value;
   const double last = mtie.empty() ? 0.0 : mtie.back().value;

@@ -6,9 +6,8 @@
 #include "VDPFileSystem.h"
 #include "VDPPythonInterpreter.h"
 
-VDPProcessSingleTimeError::VDPProcessSingleTimeError(std::string outputPath,
-                                                     std::string outputName, bool adev,
-                                                     bool madev, bool tdev, bool rmstie,
+VDPProcessSingleTimeError::VDPProcessSingleTimeError(std::string outputPath, std::string outputName,
+                                                     bool adev, bool madev, bool tdev, bool rmstie,
                                                      bool mtie, int64_t startWindowSize,
                                                      int64_t endWindowSize, int64_t stepSize)
     : _outputPath(std::move(outputPath)),
@@ -51,10 +50,9 @@ void VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(
     const VDTimeErrorSequence& timeErrors) {
   const std::string csvName = _outputName + "_time_error.csv";
   timeErrors.exportTimeErrorsToDirectoryURL(_outputPath, csvName);
-  VDPFileSystem::saveScript(
-      filePath("PlotTimeError.py"),
-      timeErrors.generatePythonScriptWithOutputPath(std::nullopt, csvName, _outputName,
-                                                    std::nullopt, true));
+  VDPFileSystem::saveScript(filePath("PlotTimeError.py"),
+                            timeErrors.generatePythonScriptWithOutputPath(
+                                std::nullopt, csvName, _outputName, std::nullopt, true));
   for (const char* extension : {".png", ".pdf"}) {
     VDPPythonInterpreter::runScript(timeErrors.generatePythonScriptWithOutputPath(
         _outputPath, csvName, _outputName, filePath(_outputName + "_time_error" + extension),
@@ -62,8 +60,8 @@ void VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(
   }
 }
 
-void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis,
-                                                 const char* suffix, const char* scriptName) {
+void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis, const char* suffix,
+                                                 const char* scriptName) {
   analysis.performAnalysisFromStartWindowSize(_startWindowSize, _endWindowSize, _stepSize);
   const std::string stem = _outputName + suffix;
   const std::string csvName = stem + ".csv";

@@ -33,8 +33,8 @@ class VDPProcessSingleTimeError {
       const VDTimeErrorSequence& timeErrors);
   virtual std::unique_ptr<VDTimeDeviationAnalysis> processTDEVFromTimeErrors(
       const VDTimeErrorSequence& timeErrors);
-  virtual std::unique_ptr<VDRootMeanSquaredTimeIntervalErrorAnalysis>
-  processRMSTIEFromTimeErrors(const VDTimeErrorSequence& timeErrors);
+  virtual std::unique_ptr<VDRootMeanSquaredTimeIntervalErrorAnalysis> processRMSTIEFromTimeErrors(
+      const VDTimeErrorSequence& timeErrors);
   virtual std::unique_ptr<VDMaximumTimeIntervalErrorAnalysis> processMTIEFromTimeErrors(
       const VDTimeErrorSequence& timeErrors);
 

@@ -81,4 +81,6 @@ void VDPPythonInterpreter::finalise() {
   gCompatibilityInstalled = false;
 }
 
-void VDPPythonInterpreter::setScriptRunner(ScriptRunner runner) { gScriptRunner = std::move(runner); }
+void VDPPythonInterpreter::setScriptRunner(ScriptRunner runner) {
+  gScriptRunner = std::move(runner);
+}

@@ -20,7 +20,8 @@ bool VDPTimeErrorFileAnalyser::initialise(const std::vector<std::string>& argume
   for (size_t cursor = 0; cursor < arguments.size(); ++cursor) {
     if (arguments[cursor] == "--data") {
       const std::optional<std::string> value = takeValue(arguments, cursor);
-      _timeErrorPath = value ? std::optional(VDPFileSystem::standardisedPath(*value)) : std::nullopt;
+      _timeErrorPath =
+          value ? std::optional(VDPFileSystem::standardisedPath(*value)) : std::nullopt;
       continue;
     }
     const OptionMatch match = applyCommonOption(arguments, cursor);
@@ -59,7 +60,8 @@ bool VDPTimeErrorFileAnalyser::prepareOutput() const {
     return false;
   }
   for (const char* subdirectory : _command.outputSubdirectories) {
-    if (!VDPFileSystem::prepareDirectory(VDPFileSystem::joinedPath(outputPath(), subdirectory), stream)) {
+    if (!VDPFileSystem::prepareDirectory(VDPFileSystem::joinedPath(outputPath(), subdirectory),
+                                         stream)) {
       return false;
     }
   }

@@ -11,10 +11,10 @@
 // What sets one time error file command apart from the others; everything else about reading
 // its options and preparing its output is shared.
 struct VDPTimeErrorFileCommand {
-  const char* commandWord;        // in the usage text
+  const char* commandWord;  // in the usage text
   const char* defaultOutputName;
   bool adev, madev, tdev, rmstie, mtie;  // default statistic switches
-  const char* sourceFile;         // named by the assertion line
+  const char* sourceFile;                // named by the assertion line
   int assertionLine;
   bool directoryMessagesToStandardError;
   // Subdirectories prepared after the output directory (Osprey's slaves), or, when
