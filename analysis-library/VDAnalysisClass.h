@@ -19,12 +19,24 @@ class VDAnalysisClass {
                                                  const std::optional<std::string>& plotPath,
                                                  bool showPlot) const;
 
-  // Hooks, each a piece of Python inserted into the script as whole statements.
-  virtual std::string additionalScriptInitialization() const;  // after the imports
-  virtual std::string additionalScriptRecords() const;         // after the records and tau
-  virtual std::string additionalScriptPlots(const std::string& axesName) const;  // after the curve
-  virtual std::string plotSize() const;                                // one statement, no line end
-  virtual std::string plotYLimits(const std::string& axesName) const;  // one statement, no line end
+  // Hooks, each a piece of Python the generator asks of the class it runs for. The script
+  // imports numpy as np, reads its CSV into records, defines tau (the observation intervals in
+  // seconds, a numpy array) and the value column, draws the value curve on axes ax1 of figure
+  // f1 (labelled, so a legend can show it), labels, titles and grids the axes, then saves,
+  // shows or closes the figure. Where each hook goes:
+  //   additionalScriptInitialization  whole statements after the imports
+  //   additionalScriptRecords         whole statements once the records and tau are read
+  //   additionalScriptPlots(axes)     whole statements right after the curve is drawn on axes
+  //   plotYLimits(axes)               one statement (no line end) after the grid; empty: none
+  //   plotSize                        one statement (no line end) before the figure is saved,
+  //                                   only in scripts that save it
+  // Statement hooks without a final line end get one. The base class adds nothing and sizes
+  // the figure 16 by 9 inches.
+  virtual std::string additionalScriptInitialization() const;
+  virtual std::string additionalScriptRecords() const;
+  virtual std::string additionalScriptPlots(const std::string& axesName) const;
+  virtual std::string plotSize() const;
+  virtual std::string plotYLimits(const std::string& axesName) const;
 
   // What the statistic is called and how its axis is labelled.
   virtual std::string statisticName() const = 0;   // e.g. "Allan Deviation"

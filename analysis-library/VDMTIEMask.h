@@ -16,8 +16,9 @@ class VDMTIEMask {
   // The limit in ns at observation interval tau (seconds).
   double limitAtTau(double tau) const;
 
-  // True when every point's MTIE is at most the mask. Otherwise false, and when error is given it
-  // receives a description of the first offending window and value.
+  // True when every point's MTIE is at most the mask (an empty list conforms). Otherwise false,
+  // and when error is given it receives a description of the first offending point: its window
+  // size, tau, value and the limit. error is left alone when the points conform.
   bool mtieConformsToMask(const std::vector<VDStatisticPoint>& mtie,
                           std::optional<std::string>* error) const;
 

@@ -9,13 +9,21 @@
 // max(x[k..k+m]) - min(x[k..k+m]) over every window position k of an integer series, which is
 // the MTIE of a time error series. Ranges are exact (unsigned 64-bit) for any int64 samples.
 //
-// Window starts are grouped in blocks of kBlockSize. A sparse table of block maxima and minima
-// bounds the range any block's windows can reach; since the result never decreases with the
-// window size, a block whose bound does not exceed what is already known is skipped. Dense
-// window lists are swept: each block carries its windows' maxima and minima from one window
-// size to the next, in cache, one sample per start and window. Sparse lists evaluate each
-// requested window on its own, building a block's window extremes from in-block suffix and
-// prefix scans and the sparse table. Memory is a few words per block besides the samples.
+// Window starts are grouped in blocks of kBlockSize, and a sparse table of block maxima and
+// minima gives the extremes of any run of blocks. Since the result never decreases with the
+// window size, the MTIE of the previous window is a lower bound, and a block whose windows
+// provably cannot exceed it is skipped.
+//
+// Dense window lists (small steps) are swept in segments of window sizes: each block carries its
+// starts' window maxima and minima from one window size to the next, in registers, one sample
+// per start and window. A block is swept only when its carried windows, widened by every sample
+// they may take in during the segment, could beat the lower bound; blocks are tried in order of
+// that bound, so the best one raises the bound for the rest. Sparse lists evaluate each window
+// on its own: a block's window extremes come from a scan within the block, whole blocks from the
+// sparse table, and a scan at the far end.
+//
+// Memory: the sparse table and a few words per block, plus, for sweeps, the carried maxima and
+// minima (two values per sample).
 class VDMaximumRangeSearch {
  public:
   // Borrows samples, which must outlive the search.

@@ -17,7 +17,7 @@ class VDTimeErrorSequence {
   const std::vector<VDTimeErrorValue>& timeErrors() const { return _timeErrors; }
 
   // Writes "time,time_error" and one row of integer nanoseconds per value into
-  // directory/filename. Returns false when the file could not be written.
+  // directory/filename. Returns false when the file could not be written; never throws.
   bool exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
                                       const std::string& filename) const;
 
