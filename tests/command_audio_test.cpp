@@ -1,0 +1,200 @@
+// The audio and drift commands from the command line: every option message with its usage text,
+// the channel checks, and the loading of the two recordings with its failure messages, on
+// recordings the tests write themselves.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "AudioFileWriter.h"
+#include "TestSupport.h"
+#include "VDPVersion.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using TestSupport::runTool;
+using TestSupport::TempDir;
+using TestSupport::ToolRun;
+
+const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
+const std::vector<std::string> kAllOff = {"--no-adev", "--no-madev", "--no-tdev", "--no-rmstie",
+                                          "--no-mtie"};
+
+std::string usage() {
+  return "usage:\n" + TestSupport::toolPath().string() +
+         " audio --channel-a path --channel-b path --output path [--name name] --interval "
+         "interval [--upscale upscale] --length length [--type quick|resampler|post-resampler]\n";
+}
+
+std::string assertion(const char* form, const char* condition, int line) {
+  return std::string(" veridaneprobe assertion ") + form + " \"" + condition + "\" failed in " +
+         (TestSupport::sourceDir() / "veridaneprobe").string() + "/" + "VDPAnalyseAudio.cpp" +
+         " at line " + std::to_string(line) + " goto Bail. ";
+}
+
+// A mono WAV of seconds of a 997 Hz tone at rate.
+void writeTone(const fs::path& path, uint32_t rate, double seconds) {
+  AudioFileWriterRef writer = nullptr;
+  ASSERT_EQ(AudioFileWriterCreate(
+                path, {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, rate, 1}, &writer),
+            kAudioFileWriterNoError);
+  std::vector<float> samples(static_cast<size_t>(seconds * rate));
+  for (size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / rate));
+  }
+  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+}
+
+class AudioCommandTest : public ::testing::Test {
+ protected:
+  ToolRun audio(std::vector<std::string> arguments, const std::string& word = "audio") {
+    arguments.insert(arguments.begin(), word);
+    return runTool(arguments, dir.path());
+  }
+  void expectUsageFailure(const ToolRun& run, const std::string& message) {
+    EXPECT_EQ(run.out, kBanner);
+    EXPECT_EQ(run.err, message + usage());
+    EXPECT_EQ(run.status, 0);
+  }
+  TempDir dir;
+};
+
+TEST_F(AudioCommandTest, OptionMessagesComeWithTheUsageText) {
+  TestSupport::writeFile(dir / "a.wav", "");
+  TestSupport::writeFile(dir / "b.wav", "");
+  expectUsageFailure(
+      audio({"--channel-a", "a.wav", "--channel-b", "b.wav", "--output", "out", "--length", "256"}),
+      "must set the processing interval (--interval)\n");
+  expectUsageFailure(audio({"--interval", "5", "--channel-a", "a.wav"}),
+                     "must set the correlation length (--length)\n");
+  expectUsageFailure(audio({"--interval", "5", "--length", "9", "--channel-b", "b.wav"}),
+                     "must provide Channel A audio file path (--channel-a)\n");
+  expectUsageFailure(audio({"--interval", "5", "--length", "9", "--channel-a", "a.wav"}),
+                     "must provide Channel B audio file path (--channel-a)\n");
+  expectUsageFailure(audio({"--interval", "0", "--interval", "5"}),
+                     "interval 0 is less than 1. It must be at least 1.\n");
+  expectUsageFailure(audio({"--upscale", "x"}), "could not parse upscale factor \"x\"\n");
+  expectUsageFailure(audio({"--length", "-4"}),
+                     "correlation length -4 is less than 1. It must be at least 1.\n");
+  expectUsageFailure(audio({"--audio-start", "soon"}), "could not parse audio start \"soon\"\n");
+  expectUsageFailure(audio({"--audio-end"}), "could not parse audio end \"\"\n");
+  expectUsageFailure(audio({"--window-step", "0"}),
+                     "window step size 0 is less than 1. It must be at least 1.\n");
+  expectUsageFailure(audio({"--data", "x"}), "unknown argument \"--data\"\n");
+  expectUsageFailure(audio({"--type", "Quick"}),
+                     "Unknown correlation type \"Quick\"\nValid correlation types are:\n"
+                     "    quick\n    resampler\n    post-resampler\n");
+  expectUsageFailure(audio({"--interval", "5", "--length", "9", "--channel-a", "a.wav",
+                            "--channel-b", "b.wav", "--window-lower", "9", "--window-upper", "8"}),
+                     "window lower limit (9) is higher than the window upper limit (8)\n");
+  // drift is the same command, usage text included.
+  expectUsageFailure(audio({"--type", "fast"}, "drift"),
+                     "Unknown correlation type \"fast\"\nValid correlation types are:\n"
+                     "    quick\n    resampler\n    post-resampler\n");
+}
+
+TEST_F(AudioCommandTest, MissingChannelFilesAreReportedWithoutThePath) {
+  TestSupport::writeFile(dir / "a.wav", "");
+  const std::vector<std::string> common = {"--interval", "4800",     "--length",
+                                           "4096",       "--output", "out"};
+  std::vector<std::string> arguments = common;
+  arguments.insert(arguments.end(), {"--channel-a", "none.wav", "--channel-b", "a.wav"});
+  ToolRun run = audio(arguments);
+  EXPECT_EQ(run.out, kBanner +
+                         assertion("FailIf", "![fileManager fileExistsAtPath:_channelAPath]", 377) +
+                         "Channel A audio file does not exist at path\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  arguments = common;
+  arguments.insert(arguments.end(), {"--channel-a", "a.wav", "--channel-b", "none.wav"});
+  run = audio(arguments);
+  EXPECT_EQ(run.out, kBanner +
+                         assertion("FailIf", "![fileManager fileExistsAtPath:_channelBPath]", 378) +
+                         "Channel B audio file does not exist at path\n");
+  EXPECT_FALSE(fs::exists(dir / "out"));
+}
+
+class AudioLoadingTest : public AudioCommandTest {
+ protected:
+  ToolRun load(const std::string& a, const std::string& b, std::vector<std::string> more = {}) {
+    std::vector<std::string> arguments = {"--channel-a", a,     "--channel-b", b,
+                                          "--output",    "out", "--interval",  "48000",
+                                          "--length",    "4096"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    arguments.insert(arguments.end(), kAllOff.begin(), kAllOff.end());
+    return audio(arguments);
+  }
+};
+
+TEST_F(AudioLoadingTest, TheStretchIsClampedToTheShorterFile) {
+  writeTone(dir / "ten.wav", 48000, 10);
+  writeTone(dir / "twelve.wav", 48000, 12);
+  const ToolRun run = load("ten.wav", "twelve.wav");
+  EXPECT_EQ(run.out.substr(0, run.out.find("Analysis Done")),
+            kBanner +
+                "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
+                "Loading audio into memory...\n"
+                "Running Audio Time Error Calculation...\n");
+  EXPECT_EQ(run.status, 1);
+  for (const char* file : {"audio_analysis_audio_time_error.csv",
+                           "audio_analysis_audio_time_error.png", "audio_analysis_time_error.csv",
+                           "audio_analysis_time_error.png", "audio_analysis_time_error.pdf"}) {
+    EXPECT_TRUE(fs::exists(dir / "out" / file)) << file;
+  }
+  // The processor's script replaced the audio command's own.
+  EXPECT_EQ(TestSupport::readFile(dir / "out" / "PlotTimeError.py").find("Audio Time Error"),
+            std::string::npos);
+}
+
+TEST_F(AudioLoadingTest, StretchBoundsAndTheirFailures) {
+  writeTone(dir / "a.wav", 44100, 6);
+  // Whole seconds, converted to frames at the file's rate.
+  ToolRun run = load("a.wav", "a.wav", {"--audio-start", "2.9", "--audio-end", "5"});
+  EXPECT_EQ(run.out.substr(0, run.out.find("Loading")),
+            kBanner + "Using 132300 samples of audio from 2.00 to 5.00 seconds\n");
+  // Both bounds beyond the file: nothing to analyse, and no failure.
+  run = load("a.wav", "a.wav", {"--audio-start", "100"});
+  EXPECT_EQ(run.out.substr(0, run.out.find("Running")),
+            kBanner +
+                "Using 0 samples of audio from 6.00 to 6.00 seconds\n"
+                "Loading audio into memory...\n");
+  EXPECT_EQ(run.status, 1);
+  // A start after the end cannot be allocated.
+  run = load("a.wav", "a.wav", {"--audio-start", "5", "--audio-end", "2"});
+  EXPECT_EQ(run.out, kBanner + "Using -132300 samples of audio from 5.00 to 2.00 seconds\n" +
+                         assertion("FailIfNULL", "NULL == channelASamples", 532) +
+                         "Could not allocate Channel A sample buffer\n");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(AudioLoadingTest, FilesThatCannotBeUsed) {
+  writeTone(dir / "48k.wav", 48000, 1);
+  writeTone(dir / "44k.wav", 44100, 2);
+  TestSupport::writeFile(dir / "text.wav", "not audio at all\n");
+  fs::create_directory(dir / "folder.wav");
+
+  // Rates differ: the sample line (with B's rate) comes first, then the assertion.
+  ToolRun run = load("48k.wav", "44k.wav");
+  EXPECT_EQ(run.out,
+            kBanner + "Using 48000 samples of audio from 0.00 to 1.09 seconds\n" +
+                assertion("FailIf", "fileFormat.mSampleRate != clientFormat.mSampleRate", 525) +
+                "Channel B file has different sample rate to Channel A file\n");
+  EXPECT_EQ(run.status, 0);
+  EXPECT_TRUE(fs::is_empty(dir / "out"));
+
+  run = load("text.wav", "48k.wav");
+  EXPECT_EQ(run.out, kBanner + assertion("FailIfError", "status != 0", 460) +
+                         "Error opening Channel A audio file, Error: 1 (0x1)\n");
+  // A directory passes the existence check and fails when opened.
+  run = load("48k.wav", "folder.wav");
+  EXPECT_EQ(run.out, kBanner + assertion("FailIfError", "status != 0", 499) +
+                         "Error opening Channel B audio file, Error: 1 (0x1)\n");
+  EXPECT_EQ(run.status, 0);
+}
+
+}  // namespace
