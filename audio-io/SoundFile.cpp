@@ -151,6 +151,12 @@ bool SoundFile::formatSupported(const AudioFileWriterFormat& format) {
   if ((info.format & SF_FORMAT_TYPEMASK) == 0 || (info.format & SF_FORMAT_SUBMASK) == 0) {
     return false;
   }
+  // The library's format check lets Opus through at any rate, then fails to open the file.
+  if (format.encoding == AudioSampleEncoding::Opus && format.sampleRate != 8000 &&
+      format.sampleRate != 12000 && format.sampleRate != 16000 && format.sampleRate != 24000 &&
+      format.sampleRate != 48000) {
+    return false;
+  }
   return sf_format_check(&info) == SF_TRUE;
 }
 

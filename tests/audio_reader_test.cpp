@@ -1,0 +1,512 @@
+// The audio file layer: recordings the test writes itself in several containers and sample
+// formats read back as mono floats (exact for PCM and float, by correlation for lossy codecs),
+// seeking, short reads, the client formats it refuses, and every failure status.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "AudioFileReader.h"
+#include "AudioFileWriter.h"
+#include "TestSupport.h"
+
+namespace {
+
+using TestSupport::TempDir;
+
+// Samples k / 32768 with |k| <= 16384 survive the trip through 16-bit, 24-bit, 32-bit and float
+// files exactly, and so do their channel averages.
+std::vector<float> testSignal(int64_t frames, uint32_t channels) {
+  std::vector<float> interleaved(static_cast<size_t>(frames * channels));
+  for (int64_t n = 0; n < frames; ++n) {
+    for (uint32_t c = 0; c < channels; ++c) {
+      const int k = static_cast<int>((n * 37 + c * 1001) % 32001) - 16000;
+      interleaved[n * channels + c] = static_cast<float>(k) / 32768.0f;
+    }
+  }
+  return interleaved;
+}
+
+std::vector<float> mixdown(const std::vector<float>& interleaved, uint32_t channels) {
+  std::vector<float> mono(interleaved.size() / channels);
+  for (size_t n = 0; n < mono.size(); ++n) {
+    float sum = 0;
+    for (uint32_t c = 0; c < channels; ++c) {
+      sum += interleaved[n * channels + c];
+    }
+    mono[n] = sum / static_cast<float>(channels);
+  }
+  return mono;
+}
+
+void writeRecording(const std::filesystem::path& path, const AudioFileWriterFormat& format,
+                    const std::vector<float>& interleaved) {
+  AudioFileWriterRef writer = nullptr;
+  ASSERT_EQ(AudioFileWriterCreate(path, format, &writer), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterWrite(writer, interleaved.data(), interleaved.size() / format.channels),
+            kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+}
+
+// The client format the audio command sets: one channel of 32-bit floats, flags 0x31.
+StreamFormat clientFormat(double sampleRate) {
+  return StreamFormat{sampleRate, kAudioFormatLinearPCM, 0x31, 4, 1, 4, 1, 32, 0};
+}
+
+StreamFormat fileFormatOf(AudioFileReaderRef reader) {
+  StreamFormat format{};
+  uint32_t size = sizeof format;
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileDataFormat, &size, &format),
+      kAudioFileReaderNoError);
+  EXPECT_EQ(size, 40u);
+  return format;
+}
+
+int64_t lengthOf(AudioFileReaderRef reader) {
+  int64_t frames = -1;
+  uint32_t size = sizeof frames;
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileLengthFrames, &size, &frames),
+      kAudioFileReaderNoError);
+  return frames;
+}
+
+int32_t setClientFormat(AudioFileReaderRef reader, const StreamFormat& format) {
+  return AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat,
+                                    sizeof format, &format);
+}
+
+// One read of up to frames frames into out; returns the status, sets delivered.
+int32_t readFrames(AudioFileReaderRef reader, uint32_t frames, float* out, uint32_t* delivered,
+                   uint32_t byteSize = UINT32_MAX) {
+  AudioBufferList list{1, {{1, byteSize == UINT32_MAX ? frames * 4 : byteSize, out}}};
+  *delivered = frames;
+  return AudioFileReaderRead(reader, delivered, &list);
+}
+
+// Opens path with the client format at the file's rate and reads every frame in one call.
+std::vector<float> readWhole(const std::filesystem::path& path) {
+  AudioFileReaderRef reader = nullptr;
+  EXPECT_EQ(AudioFileReaderOpen(path, &reader), kAudioFileReaderNoError);
+  if (reader == nullptr) {
+    return {};
+  }
+  EXPECT_EQ(setClientFormat(reader, clientFormat(fileFormatOf(reader).mSampleRate)),
+            kAudioFileReaderNoError);
+  std::vector<float> samples(static_cast<size_t>(lengthOf(reader)) + 10, -9.0f);
+  uint32_t delivered = 0;
+  EXPECT_EQ(readFrames(reader, static_cast<uint32_t>(samples.size()), samples.data(), &delivered),
+            kAudioFileReaderNoError);
+  samples.resize(delivered);
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+  return samples;
+}
+
+struct LosslessCase {
+  const char* name;
+  AudioFileContainer container;
+  AudioSampleEncoding encoding;
+  uint32_t channels;
+  uint32_t sampleRate;
+  uint32_t bits;
+  uint32_t flags;  // of the file's own format
+};
+
+TEST(AudioFileReader, ReadsEveryLosslessContainerAndSampleFormatExactly) {
+  constexpr uint32_t kSignedPacked = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  constexpr uint32_t kFloatPacked = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+  const LosslessCase cases[] = {
+      {"wav16mono.wav", AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 1, 48000, 16,
+       kSignedPacked},
+      {"wav24stereo.wav", AudioFileContainer::WAV, AudioSampleEncoding::PCM24, 2, 44100, 24,
+       kSignedPacked},
+      {"wavfloat.wav", AudioFileContainer::WAV, AudioSampleEncoding::Float32, 2, 96000, 32,
+       kFloatPacked},
+      {"aiff16stereo.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM16, 2, 48000, 16,
+       kSignedPacked},
+      {"aiff24mono.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM24, 1, 32000, 24,
+       kSignedPacked},
+      {"flac16mono.flac", AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 1, 48000, 16,
+       kSignedPacked},
+      {"flac24stereo.flac", AudioFileContainer::FLAC, AudioSampleEncoding::PCM24, 2, 88200, 24,
+       kSignedPacked},
+      {"caf.caf", AudioFileContainer::CAF, AudioSampleEncoding::Float64, 3, 48000, 64,
+       kFloatPacked},
+      {"w64.w64", AudioFileContainer::W64, AudioSampleEncoding::PCM32, 2, 22050, 32, kSignedPacked},
+      {"rf64.rf64", AudioFileContainer::RF64, AudioSampleEncoding::PCM16, 2, 48000, 16,
+       kSignedPacked},
+  };
+  constexpr int64_t kFrames = 10007;
+  TempDir dir;
+  for (const LosslessCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<float> written = testSignal(kFrames, c.channels);
+    writeRecording(dir / c.name, {c.container, c.encoding, c.sampleRate, c.channels}, written);
+
+    AudioFileReaderRef reader = nullptr;
+    ASSERT_EQ(AudioFileReaderOpen(dir / c.name, &reader), kAudioFileReaderNoError);
+    const StreamFormat format = fileFormatOf(reader);
+    EXPECT_EQ(format.mSampleRate, c.sampleRate);
+    EXPECT_EQ(format.mFormatID, kAudioFormatLinearPCM);
+    EXPECT_EQ(format.mFormatFlags, c.flags);
+    EXPECT_EQ(format.mChannelsPerFrame, c.channels);
+    EXPECT_EQ(format.mBitsPerChannel, c.bits);
+    EXPECT_EQ(format.mBytesPerFrame, c.bits / 8 * c.channels);
+    EXPECT_EQ(format.mBytesPerPacket, format.mBytesPerFrame);
+    EXPECT_EQ(format.mFramesPerPacket, 1u);
+    EXPECT_EQ(lengthOf(reader), kFrames);
+    EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+
+    EXPECT_EQ(readWhole(dir / c.name), mixdown(written, c.channels));
+  }
+}
+
+TEST(AudioFileReader, DecodesLossyCodecsToTheSameWaveform) {
+  struct LossyCase {
+    const char* name;
+    AudioFileContainer container;
+    AudioSampleEncoding encoding;
+  };
+  const LossyCase cases[] = {
+      {"vorbis.ogg", AudioFileContainer::Ogg, AudioSampleEncoding::Vorbis},
+      {"opus.opus", AudioFileContainer::Ogg, AudioSampleEncoding::Opus},
+      {"layer3.mp3", AudioFileContainer::MPEG, AudioSampleEncoding::MPEGLayer3},
+  };
+  // Two seconds of a 440 Hz stereo tone; codecs may shift it by their own latency, so it is
+  // compared by its normalised correlation at the best lag within 3000 samples.
+  constexpr int64_t kFrames = 96000;
+  std::vector<float> written(kFrames * 2);
+  for (int64_t n = 0; n < kFrames; ++n) {
+    written[2 * n] = written[2 * n + 1] =
+        0.5f * static_cast<float>(std::sin(2.0 * M_PI * 440.0 * n / 48000.0));
+  }
+  TempDir dir;
+  for (const LossyCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    writeRecording(dir / c.name, {c.container, c.encoding, 48000, 2}, written);
+    AudioFileReaderRef reader = nullptr;
+    ASSERT_EQ(AudioFileReaderOpen(dir / c.name, &reader), kAudioFileReaderNoError);
+    const StreamFormat format = fileFormatOf(reader);
+    EXPECT_EQ(format.mSampleRate, 48000.0);
+    EXPECT_EQ(format.mChannelsPerFrame, 2u);
+    EXPECT_EQ(format.mFormatFlags, kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked);
+    EXPECT_EQ(format.mBitsPerChannel, 32u);
+    const int64_t length = lengthOf(reader);
+    EXPECT_NEAR(static_cast<double>(length), kFrames, 3000.0);
+    EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+
+    const std::vector<float> decoded = readWhole(dir / c.name);
+    ASSERT_EQ(static_cast<int64_t>(decoded.size()), length);
+    double best = 0;
+    for (int64_t lag = -3000; lag <= 3000; ++lag) {
+      double sum = 0, energyA = 0, energyB = 0;
+      for (int64_t n = 20000; n < 70000; ++n) {
+        const double a = written[2 * n], b = decoded[n + lag];
+        sum += a * b;
+        energyA += a * a;
+        energyB += b * b;
+      }
+      best = std::max(best, sum / std::sqrt(energyA * energyB));
+    }
+    EXPECT_GT(best, 0.99);
+  }
+}
+
+TEST(AudioFileReader, SeeksByFrameAndReadsShortAtTheEnd) {
+  TempDir dir;
+  constexpr int64_t kFrames = 5000;
+  const std::vector<float> written = testSignal(kFrames, 2);
+  const std::vector<float> mono = mixdown(written, 2);
+  writeRecording(dir / "a.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 2},
+                 written);
+  AudioFileReaderRef reader = nullptr;
+  ASSERT_EQ(AudioFileReaderOpen(dir / "a.flac", &reader), kAudioFileReaderNoError);
+  ASSERT_EQ(setClientFormat(reader, clientFormat(48000)), kAudioFileReaderNoError);
+
+  std::vector<float> out(kFrames, -9.0f);
+  uint32_t delivered = 0;
+  // Reads continue where the last one stopped.
+  ASSERT_EQ(readFrames(reader, 100, out.data(), &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 100u);
+  ASSERT_EQ(readFrames(reader, 50, out.data() + 100, &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 50u);
+  EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + 150),
+            std::vector<float>(mono.begin(), mono.begin() + 150));
+
+  // A seek, then a request for more than is left: the rest, then nothing, both without error.
+  ASSERT_EQ(AudioFileReaderSeek(reader, 4321), kAudioFileReaderNoError);
+  AudioBufferList list{1, {{1, 4000 * 4, out.data()}}};
+  delivered = 4000;
+  ASSERT_EQ(AudioFileReaderRead(reader, &delivered, &list), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 679u);
+  EXPECT_EQ(list.mBuffers[0].mDataByteSize, 679u * 4);
+  EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + 679),
+            std::vector<float>(mono.begin() + 4321, mono.end()));
+  EXPECT_EQ(out[679], -9.0f);  // nothing written past what was delivered
+  ASSERT_EQ(readFrames(reader, 10, out.data(), &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 0u);
+
+  // The byte size bounds a read as much as the frame count does.
+  ASSERT_EQ(AudioFileReaderSeek(reader, 10), kAudioFileReaderNoError);
+  ASSERT_EQ(readFrames(reader, 100, out.data(), &delivered, 41), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 10u);
+  EXPECT_EQ(out[9], mono[19]);
+
+  // Seeking to the end is allowed, beyond it or before the start is not.
+  EXPECT_EQ(AudioFileReaderSeek(reader, kFrames), kAudioFileReaderNoError);
+  ASSERT_EQ(readFrames(reader, 10, out.data(), &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 0u);
+  EXPECT_EQ(AudioFileReaderSeek(reader, kFrames + 1), kAudioFileReaderErrorSeek);
+  EXPECT_EQ(AudioFileReaderSeek(reader, -1), kAudioFileReaderErrorSeek);
+  EXPECT_EQ(AudioFileReaderSeek(reader, INT64_MIN), kAudioFileReaderErrorSeek);
+  EXPECT_EQ(AudioFileReaderSeek(reader, 0), kAudioFileReaderNoError);
+  ASSERT_EQ(readFrames(reader, 1, out.data(), &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(out[0], mono[0]);
+
+  // Zero frames with no buffer is a valid, empty read.
+  AudioBufferList empty{1, {{1, 0, nullptr}}};
+  delivered = 0;
+  EXPECT_EQ(AudioFileReaderRead(reader, &delivered, &empty), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 0u);
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+}
+
+TEST(AudioFileReader, MixesManyChannelsAcrossItsScratchBuffer) {
+  // 6 channels and more frames than one pass of the scratch buffer holds.
+  TempDir dir;
+  constexpr int64_t kFrames = 3 * 4096 + 123;
+  const std::vector<float> written = testSignal(kFrames, 6);
+  writeRecording(dir / "six.wav", {AudioFileContainer::WAV, AudioSampleEncoding::Float32, 8000, 6},
+                 written);
+  const std::vector<float> mono = readWhole(dir / "six.wav");
+  const std::vector<float> expected = mixdown(written, 6);
+  ASSERT_EQ(mono.size(), expected.size());
+  for (size_t n = 0; n < mono.size(); ++n) {
+    ASSERT_FLOAT_EQ(mono[n], expected[n]) << n;
+  }
+}
+
+TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAtTheFilesOwnRate) {
+  TempDir dir;
+  writeRecording(dir / "s.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 44100, 2},
+                 testSignal(100, 2));
+  AudioFileReaderRef reader = nullptr;
+  ASSERT_EQ(AudioFileReaderOpen(dir / "s.wav", &reader), kAudioFileReaderNoError);
+
+  StreamFormat got{};
+  uint32_t size = sizeof got;
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::ClientDataFormat, &size, &got),
+      kAudioFileReaderErrorNoClientFormat);
+  float sample = 0;
+  uint32_t delivered = 0;
+  EXPECT_EQ(readFrames(reader, 1, &sample, &delivered), kAudioFileReaderErrorNoClientFormat);
+
+  const StreamFormat good = clientFormat(44100);
+  struct Refusal {
+    const char* what;
+    StreamFormat format;
+  };
+  std::vector<Refusal> refusals;
+  const auto variant = [&](const char* what, auto change) {
+    StreamFormat format = good;
+    change(format);
+    refusals.push_back({what, format});
+  };
+  variant("other rate", [](StreamFormat& f) { f.mSampleRate = 48000; });
+  variant("rate off by a little", [](StreamFormat& f) { f.mSampleRate = 44100.0001; });
+  variant("integer samples", [](StreamFormat& f) {
+    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  });
+  variant("16-bit integer", [](StreamFormat& f) {
+    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+    f.mBitsPerChannel = 16;
+    f.mBytesPerFrame = f.mBytesPerPacket = 2;
+  });
+  variant("two channels", [](StreamFormat& f) {
+    f.mChannelsPerFrame = 2;
+    f.mBytesPerFrame = f.mBytesPerPacket = 8;
+  });
+  variant("doubles", [](StreamFormat& f) {
+    f.mBitsPerChannel = 64;
+    f.mBytesPerFrame = f.mBytesPerPacket = 8;
+  });
+  variant("big-endian flag", [](StreamFormat& f) { f.mFormatFlags |= 0x2; });
+  variant("not linear PCM", [](StreamFormat& f) { f.mFormatID = 0x61616320; });
+  variant("two frames per packet", [](StreamFormat& f) { f.mFramesPerPacket = 2; });
+  for (const Refusal& refusal : refusals) {
+    EXPECT_EQ(setClientFormat(reader, refusal.format), kAudioFileReaderErrorUnsupportedClientFormat)
+        << refusal.what;
+  }
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::ClientDataFormat, &size, &got),
+      kAudioFileReaderErrorNoClientFormat);
+
+  // Float with the packed flag instead of aligned-high is the same layout and is accepted.
+  StreamFormat packed = good;
+  packed.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
+  EXPECT_EQ(setClientFormat(reader, packed), kAudioFileReaderNoError);
+  EXPECT_EQ(setClientFormat(reader, good), kAudioFileReaderNoError);
+  ASSERT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::ClientDataFormat, &size, &got),
+      kAudioFileReaderNoError);
+  EXPECT_EQ(got.mFormatFlags, 0x31u);
+  EXPECT_EQ(got.mSampleRate, 44100.0);
+  EXPECT_EQ(readFrames(reader, 1, &sample, &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 1u);
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+}
+
+TEST(AudioFileReader, RefusesWhatIsNotAudioAndLeavesNothingOpen) {
+  TempDir dir;
+  writeRecording(dir / "good.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1},
+                 testSignal(1000, 1));
+  const std::string wav = TestSupport::readFile(dir / "good.wav");
+  TestSupport::writeFile(dir / "empty.wav", "");
+  TestSupport::writeFile(dir / "header-cut.wav", wav.substr(0, 20));
+  TestSupport::writeFile(dir / "text.wav", "time,time_error\n0.1,0.2\n");
+  std::filesystem::create_directory(dir / "folder.wav");
+  const char* const kUnreadable[] = {"missing.wav", "empty.wav", "header-cut.wav", "text.wav",
+                                     "folder.wav"};
+  for (const char* name : kUnreadable) {
+    AudioFileReaderRef reader = reinterpret_cast<AudioFileReaderRef>(0x1);
+    EXPECT_EQ(AudioFileReaderOpen(dir / name, &reader), kAudioFileReaderErrorOpen) << name;
+    EXPECT_EQ(reader, nullptr) << name;
+  }
+  EXPECT_EQ(AudioFileReaderOpen("/dev/zero", nullptr), kAudioFileReaderErrorBadArgument);
+  AudioFileReaderRef device = nullptr;
+  EXPECT_EQ(AudioFileReaderOpen("/dev/zero", &device), kAudioFileReaderErrorOpen);
+
+  // Cut inside the sample data: the file holds what is there, 44 header bytes then 2 per frame.
+  TestSupport::writeFile(dir / "data-cut.wav", wav.substr(0, 44 + 2 * 600 + 1));
+  const std::vector<float> shortened = readWhole(dir / "data-cut.wav");
+  EXPECT_EQ(shortened, std::vector<float>(testSignal(600, 1)));
+}
+
+TEST(AudioFileReader, ReportsMisuseWithItsOwnStatus) {
+  EXPECT_EQ(AudioFileReaderGetProperty(nullptr, AudioFileReaderProperty::FileDataFormat, nullptr,
+                                       nullptr),
+            kAudioFileReaderErrorInvalidReader);
+  EXPECT_EQ(
+      AudioFileReaderSetProperty(nullptr, AudioFileReaderProperty::ClientDataFormat, 40, nullptr),
+      kAudioFileReaderErrorInvalidReader);
+  EXPECT_EQ(AudioFileReaderSeek(nullptr, 0), kAudioFileReaderErrorInvalidReader);
+  EXPECT_EQ(AudioFileReaderRead(nullptr, nullptr, nullptr), kAudioFileReaderErrorInvalidReader);
+  EXPECT_EQ(AudioFileReaderDispose(nullptr), kAudioFileReaderErrorInvalidReader);
+
+  TempDir dir;
+  writeRecording(dir / "m.aiff", {AudioFileContainer::AIFF, AudioSampleEncoding::PCM16, 8000, 1},
+                 testSignal(100, 1));
+  AudioFileReaderRef reader = nullptr;
+  ASSERT_EQ(AudioFileReaderOpen(dir / "m.aiff", &reader), kAudioFileReaderNoError);
+
+  StreamFormat format{};
+  int64_t frames = 0;
+  uint32_t size = 39;
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileDataFormat, &size, &format),
+      kAudioFileReaderErrorBadPropertySize);
+  size = 40;
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileLengthFrames, &size, &frames),
+      kAudioFileReaderErrorBadPropertySize);
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileDataFormat, nullptr, &format),
+      kAudioFileReaderErrorBadArgument);
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, AudioFileReaderProperty::FileDataFormat, &size, nullptr),
+      kAudioFileReaderErrorBadArgument);
+  EXPECT_EQ(
+      AudioFileReaderGetProperty(reader, static_cast<AudioFileReaderProperty>(99), &size, &format),
+      kAudioFileReaderErrorBadProperty);
+
+  const StreamFormat client = clientFormat(8000);
+  EXPECT_EQ(
+      AudioFileReaderSetProperty(reader, AudioFileReaderProperty::FileDataFormat, 40, &client),
+      kAudioFileReaderErrorBadProperty);
+  EXPECT_EQ(
+      AudioFileReaderSetProperty(reader, AudioFileReaderProperty::FileLengthFrames, 8, &frames),
+      kAudioFileReaderErrorBadProperty);
+  EXPECT_EQ(
+      AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat, 41, &client),
+      kAudioFileReaderErrorBadPropertySize);
+  EXPECT_EQ(
+      AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat, 40, nullptr),
+      kAudioFileReaderErrorBadArgument);
+  ASSERT_EQ(setClientFormat(reader, client), kAudioFileReaderNoError);
+
+  float samples[4];
+  uint32_t count = 4;
+  AudioBufferList twoChannels{1, {{2, sizeof samples, samples}}};
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, &twoChannels), kAudioFileReaderErrorBadBuffer);
+  AudioBufferList noBuffers{0, {{1, sizeof samples, samples}}};
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, &noBuffers), kAudioFileReaderErrorBadBuffer);
+  AudioBufferList noData{1, {{1, sizeof samples, nullptr}}};
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, &noData), kAudioFileReaderErrorBadBuffer);
+  AudioBufferList tooSmall{1, {{1, 3, samples}}};
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, &tooSmall), kAudioFileReaderErrorBadBuffer);
+  AudioBufferList fine{1, {{1, sizeof samples, samples}}};
+  EXPECT_EQ(AudioFileReaderRead(reader, nullptr, &fine), kAudioFileReaderErrorBadArgument);
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, nullptr), kAudioFileReaderErrorBadArgument);
+  EXPECT_EQ(AudioFileReaderRead(reader, &count, &fine), kAudioFileReaderNoError);
+  EXPECT_EQ(count, 4u);
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+
+  // The status codes are distinct, and only success is zero.
+  const int32_t codes[] = {kAudioFileReaderErrorOpen,
+                           kAudioFileReaderErrorInvalidReader,
+                           kAudioFileReaderErrorBadArgument,
+                           kAudioFileReaderErrorBadProperty,
+                           kAudioFileReaderErrorBadPropertySize,
+                           kAudioFileReaderErrorUnsupportedClientFormat,
+                           kAudioFileReaderErrorNoClientFormat,
+                           kAudioFileReaderErrorBadBuffer,
+                           kAudioFileReaderErrorRead,
+                           kAudioFileReaderErrorSeek};
+  for (size_t i = 0; i < std::size(codes); ++i) {
+    EXPECT_NE(codes[i], kAudioFileReaderNoError);
+    for (size_t j = i + 1; j < std::size(codes); ++j) {
+      EXPECT_NE(codes[i], codes[j]);
+    }
+  }
+}
+
+TEST(AudioFileWriter, RefusesFormatsItsContainerCannotHoldAndReportsMisuse) {
+  TempDir dir;
+  AudioFileWriterRef writer = reinterpret_cast<AudioFileWriterRef>(0x1);
+  const AudioFileWriterFormat refused[] = {
+      {AudioFileContainer::WAV, AudioSampleEncoding::Opus, 48000, 1},
+      {AudioFileContainer::Ogg, AudioSampleEncoding::Opus, 44100, 1},
+      {AudioFileContainer::FLAC, AudioSampleEncoding::Float32, 48000, 1},
+      {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 0, 1},
+      {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 48000, 0},
+      {static_cast<AudioFileContainer>(77), AudioSampleEncoding::PCM16, 48000, 1},
+  };
+  for (const AudioFileWriterFormat& format : refused) {
+    SCOPED_TRACE(static_cast<int>(format.encoding));
+    EXPECT_EQ(AudioFileWriterCreate(dir / "x", format, &writer),
+              kAudioFileWriterErrorUnsupportedFormat);
+    EXPECT_EQ(writer, nullptr);
+  }
+  const AudioFileWriterFormat wav{AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1};
+  EXPECT_EQ(AudioFileWriterCreate(dir / "missing" / "x.wav", wav, &writer),
+            kAudioFileWriterErrorCreate);
+  EXPECT_EQ(AudioFileWriterCreate(dir / "x.wav", wav, nullptr), kAudioFileWriterErrorBadArgument);
+  EXPECT_EQ(AudioFileWriterWrite(nullptr, nullptr, 0), kAudioFileWriterErrorInvalidWriter);
+  EXPECT_EQ(AudioFileWriterDispose(nullptr), kAudioFileWriterErrorInvalidWriter);
+
+  // Full scale clips to the largest 16-bit value rather than wrapping to the most negative one.
+  ASSERT_EQ(AudioFileWriterCreate(dir / "x.wav", wav, &writer), kAudioFileWriterNoError);
+  const float extremes[] = {1.0f, -1.0f, 1.5f};
+  EXPECT_EQ(AudioFileWriterWrite(writer, nullptr, 3), kAudioFileWriterErrorBadArgument);
+  EXPECT_EQ(AudioFileWriterWrite(writer, extremes, 3), kAudioFileWriterNoError);
+  EXPECT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+  EXPECT_EQ(readWhole(dir / "x.wav"),
+            (std::vector<float>{32767 / 32768.0f, -1.0f, 32767 / 32768.0f}));
+}
+
+}  // namespace
