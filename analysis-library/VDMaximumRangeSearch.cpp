@@ -158,6 +158,87 @@ __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) vo
   minimum = smallest;
 }
 
+// Running extremes: maxima[i], minima[i] = extremes of x[0 .. i] (Forward) or x[i .. count-1].
+// A running extreme is a chain of dependent compare-and-moves; four independent chains over
+// the four quarters of the range, joined afterwards, keep the processor busy.
+template <bool Forward>
+inline __attribute__((always_inline)) void runningExtremes(const int64_t* x, int64_t count,
+                                                           int64_t* maxima, int64_t* minima) {
+  constexpr int64_t kLowest = std::numeric_limits<int64_t>::min();
+  constexpr int64_t kHighest = std::numeric_limits<int64_t>::max();
+  if (count % 4 != 0) {
+    // Only partial blocks at the end of the series come here.
+    int64_t maximum = kLowest;
+    int64_t minimum = kHighest;
+    for (int64_t step = 0; step < count; ++step) {
+      const int64_t i = Forward ? step : count - 1 - step;
+      maximum = std::max(maximum, x[i]);
+      minimum = std::min(minimum, x[i]);
+      maxima[i] = maximum;
+      minima[i] = minimum;
+    }
+    return;
+  }
+  const int64_t quarter = count / 4;
+  int64_t maximum0 = kLowest, maximum1 = kLowest, maximum2 = kLowest, maximum3 = kLowest;
+  int64_t minimum0 = kHighest, minimum1 = kHighest, minimum2 = kHighest, minimum3 = kHighest;
+  for (int64_t step = 0; step < quarter; ++step) {
+    const int64_t i = Forward ? step : quarter - 1 - step;
+    maximum0 = std::max(maximum0, x[i]);
+    maximum1 = std::max(maximum1, x[quarter + i]);
+    maximum2 = std::max(maximum2, x[2 * quarter + i]);
+    maximum3 = std::max(maximum3, x[3 * quarter + i]);
+    minimum0 = std::min(minimum0, x[i]);
+    minimum1 = std::min(minimum1, x[quarter + i]);
+    minimum2 = std::min(minimum2, x[2 * quarter + i]);
+    minimum3 = std::min(minimum3, x[3 * quarter + i]);
+    maxima[i] = maximum0;
+    maxima[quarter + i] = maximum1;
+    maxima[2 * quarter + i] = maximum2;
+    maxima[3 * quarter + i] = maximum3;
+    minima[i] = minimum0;
+    minima[quarter + i] = minimum1;
+    minima[2 * quarter + i] = minimum2;
+    minima[3 * quarter + i] = minimum3;
+  }
+  // Each quarter also sees the whole of the quarters before it (Forward) or after it.
+  const int64_t quarterMaxima[4] = {maximum0, maximum1, maximum2, maximum3};
+  const int64_t quarterMinima[4] = {minimum0, minimum1, minimum2, minimum3};
+  int64_t seenMaximum = kLowest;
+  int64_t seenMinimum = kHighest;
+  for (int64_t step = 0; step < 4; ++step) {
+    const int64_t part = Forward ? step : 3 - step;
+    for (int64_t i = part * quarter; i < (part + 1) * quarter; ++i) {
+      maxima[i] = std::max(maxima[i], seenMaximum);
+      minima[i] = std::min(minima[i], seenMinimum);
+    }
+    seenMaximum = std::max(seenMaximum, quarterMaxima[part]);
+    seenMinimum = std::min(seenMinimum, quarterMinima[part]);
+  }
+}
+
+// Extremes of the windows [k, k+window] for the starts k of blockStarts[0 .. starts): their own
+// suffix of the start block, the shared part (the rest of the block, whole blocks and the
+// lead-in to the first window's end, given as sharedMaximum and sharedMinimum) and the prefix
+// of windowEnds[0 .. starts), the ends of the windows.
+constexpr int64_t kCombinedStartsCapacity = 256;
+
+__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) void
+combineWindowExtremes(const int64_t* blockStarts, const int64_t* windowEnds, int64_t starts,
+                      int64_t sharedMaximum, int64_t sharedMinimum, int64_t* maxima,
+                      int64_t* minima) {
+  int64_t endMaxima[kCombinedStartsCapacity];
+  int64_t endMinima[kCombinedStartsCapacity];
+  runningExtremes<false>(blockStarts, starts, maxima, minima);
+  runningExtremes<true>(windowEnds, starts, endMaxima, endMinima);
+  for (int64_t i = 0; i < starts; ++i) {
+    const int64_t maximum = maxima[i] > sharedMaximum ? maxima[i] : sharedMaximum;
+    const int64_t minimum = minima[i] < sharedMinimum ? minima[i] : sharedMinimum;
+    maxima[i] = maximum > endMaxima[i] ? maximum : endMaxima[i];
+    minima[i] = minimum < endMinima[i] ? minimum : endMinima[i];
+  }
+}
+
 }  // namespace
 
 VDMaximumRangeSearch::VDMaximumRangeSearch(const std::vector<int64_t>& samples)
@@ -245,44 +326,28 @@ void VDMaximumRangeSearch::windowExtremes(int64_t blockStart, int64_t starts, in
   // [middleBegin, middleEnd) + [middleEnd, k+window]: a suffix within this block, the rest of
   // it, blocks from the table and a prefix that grows with k. middleEnd >= middleBegin because
   // the window spans at least one block and blockStart is a block boundary.
+  static_assert(kBlockSize <= kCombinedStartsCapacity);
   const int64_t lastStart = blockStart + starts - 1;
-  int64_t maximum = std::numeric_limits<int64_t>::min();
-  int64_t minimum = std::numeric_limits<int64_t>::max();
-  for (int64_t k = lastStart; k >= blockStart; --k) {
-    maximum = std::max(maximum, x[k]);
-    minimum = std::min(minimum, x[k]);
-    maxima[k - blockStart] = maximum;
-    minima[k - blockStart] = minimum;
-  }
   const int64_t middleBegin = (lastStart / kBlockSize + 1) * kBlockSize;
   const int64_t middleEnd = (blockStart + window) / kBlockSize * kBlockSize;
-  int64_t sharedMaximum = std::numeric_limits<int64_t>::min();
-  int64_t sharedMinimum = std::numeric_limits<int64_t>::max();
-  for (int64_t j = lastStart + 1; j < middleBegin; ++j) {
-    sharedMaximum = std::max(sharedMaximum, x[j]);
-    sharedMinimum = std::min(sharedMinimum, x[j]);
-  }
-  if (middleEnd > middleBegin) {
-    int64_t blocksMaximum;
-    int64_t blocksMinimum;
-    blockExtremes(middleBegin / kBlockSize, middleEnd / kBlockSize - 1, blocksMaximum,
-                  blocksMinimum);
-    sharedMaximum = std::max(sharedMaximum, blocksMaximum);
-    sharedMinimum = std::min(sharedMinimum, blocksMinimum);
-  }
-  maximum = sharedMaximum;
-  minimum = sharedMinimum;
   const int64_t firstEnd = blockStart + window;
-  for (int64_t j = middleEnd; j < firstEnd; ++j) {
-    maximum = std::max(maximum, x[j]);
-    minimum = std::min(minimum, x[j]);
+  // Everything every window holds besides its own suffix and prefix: the rest of this block,
+  // the whole blocks and the lead-in to the first window's end.
+  int64_t sharedMaximum;
+  int64_t sharedMinimum;
+  extremesOf(x + lastStart + 1, x + middleBegin, sharedMaximum, sharedMinimum);
+  int64_t partMaximum;
+  int64_t partMinimum;
+  if (middleEnd > middleBegin) {
+    blockExtremes(middleBegin / kBlockSize, middleEnd / kBlockSize - 1, partMaximum, partMinimum);
+    sharedMaximum = std::max(sharedMaximum, partMaximum);
+    sharedMinimum = std::min(sharedMinimum, partMinimum);
   }
-  for (int64_t i = 0; i < starts; ++i) {
-    maximum = std::max(maximum, x[firstEnd + i]);
-    minimum = std::min(minimum, x[firstEnd + i]);
-    maxima[i] = std::max(maxima[i], maximum);
-    minima[i] = std::min(minima[i], minimum);
-  }
+  extremesOf(x + middleEnd, x + firstEnd, partMaximum, partMinimum);
+  sharedMaximum = std::max(sharedMaximum, partMaximum);
+  sharedMinimum = std::min(sharedMinimum, partMinimum);
+  combineWindowExtremes(x + blockStart, x + firstEnd, starts, sharedMaximum, sharedMinimum, maxima,
+                        minima);
 }
 
 std::vector<uint64_t> VDMaximumRangeSearch::largestRanges(const VDWindowRange& windows) const {
