@@ -1,6 +1,7 @@
 #include "VDModifiedAllanDeviationAnalysis.h"
 
 #include <cmath>
+#include <utility>
 
 #include "VDLaggedDifferenceSums.h"
 #include "VDPhaseData.h"
@@ -19,8 +20,9 @@ std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
   const auto sampleCount = static_cast<int64_t>(_errors.size());
   // The inner sum of m second differences is the third difference of the prefix sums S:
   // S[j+3m] - 3S[j+2m] + 3S[j+m] - S[j]. Removing the drift keeps S small.
-  const VDLaggedDifferenceSums thirdDifferences(
-      VDPhaseData::prefixSums(VDPhaseData::withoutDrift(_errors)), 3);
+  // The drift-free phase is gone before the sums make their copy: three arrays at most.
+  std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(_errors));
+  const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {

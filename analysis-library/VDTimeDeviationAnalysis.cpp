@@ -1,6 +1,7 @@
 #include "VDTimeDeviationAnalysis.h"
 
 #include <cmath>
+#include <utility>
 
 #include "VDLaggedDifferenceSums.h"
 #include "VDPhaseData.h"
@@ -18,8 +19,9 @@ std::vector<VDStatisticPoint> VDTimeDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   const auto sampleCount = static_cast<int64_t>(_errors.size());
   // The same third differences of prefix sums as the modified Allan deviation.
-  const VDLaggedDifferenceSums thirdDifferences(
-      VDPhaseData::prefixSums(VDPhaseData::withoutDrift(_errors)), 3);
+  // The drift-free phase is gone before the sums make their copy: three arrays at most.
+  std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(_errors));
+  const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
