@@ -314,26 +314,6 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   expectMtieMatches(noise(Noise::kWhite, 9, 0, 5), "short");
 }
 
-TEST(AnalysisStatistics, MtieMatchesWhereSingleSamplesDecide) {
-  // Plateaus with rare single-sample spikes and jumps: each window's MTIE hinges on one sample,
-  // which is where a bound that misses a sample, or a block skipped too eagerly, shows.
-  std::mt19937_64 generator(2024);
-  for (int trial = 0; trial < 40; ++trial) {
-    const int64_t count = 300 + static_cast<int64_t>(generator() % 1500);
-    std::vector<int64_t> errors;
-    int64_t level = 0;
-    for (int64_t i = 0; i < count; ++i) {
-      const uint64_t roll = generator() % 1000;
-      if (roll < 3) {
-        level += static_cast<int64_t>(generator() % 2001) - 1000;  // a jump that stays
-      }
-      const int64_t spike = roll >= 995 ? static_cast<int64_t>(generator() % 4001) - 2000 : 0;
-      errors.push_back(level + spike + static_cast<int64_t>(generator() % (trial % 4 + 1)));
-    }
-    expectMtieMatches(errors, "plateaus, trial " + std::to_string(trial));
-  }
-}
-
 TEST(AnalysisStatistics, MtieMatchesWhenSpikePairsAtBlockAndSegmentEdgesDecide) {
   // A dip and a peak d samples apart are seen together by one window of size d only. Put such
   // pairs where blocks of starts (256) and segments of windows (64) begin and end, and next to
