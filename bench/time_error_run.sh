@@ -30,10 +30,11 @@ run() {
   local label=$1; shift
   local start end
   start=$(date +%s.%N)
+  # veridaneprobe exits 1 after a completed run, which time notes before the figure.
   /usr/bin/time -f "%M" -o "$work/rss" "$tool" "$@" > "$work/log" 2>&1 || true
   end=$(date +%s.%N)
   printf '%-48s %7.2f s wall, peak %6.0f MB\n' "$label" "$(echo "$end - $start" | bc)" \
-    "$(echo "$(cat "$work/rss") / 1024" | bc)"
+    "$(echo "$(tail -n 1 "$work/rss") / 1024" | bc)"
 }
 
 run "100k samples, complete default run" time-error --data "$work/synthetic.csv" --output "$work/out1"
