@@ -11,7 +11,14 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "VDPVersion.h"
+
 namespace TestSupport {
+
+std::string banner() { return std::string("veridaneprobe ") + VDP_VERSION + "\n\n"; }
+
+const std::vector<std::string> kNoStatistics = {"--no-adev", "--no-madev", "--no-tdev",
+                                                "--no-rmstie", "--no-mtie"};
 
 std::filesystem::path sourceDir() { return VDP_SOURCE_DIR; }
 std::filesystem::path toolPath() { return VDP_TOOL_PATH; }

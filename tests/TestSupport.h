@@ -9,6 +9,11 @@
 // Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
 namespace TestSupport {
 
+// What every run prints first: "veridaneprobe <version>" and an empty line.
+std::string banner();
+// The options that switch every statistic off, for runs that test something else.
+extern const std::vector<std::string> kNoStatistics;
+
 std::filesystem::path sourceDir();  // the repository
 std::filesystem::path toolPath();   // the built veridaneprobe executable
 

@@ -11,7 +11,6 @@
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
-#include "VDPVersion.h"
 
 namespace {
 
@@ -20,9 +19,7 @@ using TestSupport::runTool;
 using TestSupport::TempDir;
 using TestSupport::ToolRun;
 
-const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
-const std::vector<std::string> kAllOff = {"--no-adev", "--no-madev", "--no-tdev", "--no-rmstie",
-                                          "--no-mtie"};
+const std::string kBanner = TestSupport::banner();
 
 std::string usage() {
   return "usage:\n" + TestSupport::toolPath().string() +
@@ -126,7 +123,8 @@ class AudioLoadingTest : public AudioCommandTest {
                                           "--output",    "out", "--interval",  "48000",
                                           "--length",    "4096"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.insert(arguments.end(), kAllOff.begin(), kAllOff.end());
+    arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                     TestSupport::kNoStatistics.end());
     return audio(arguments);
   }
 };

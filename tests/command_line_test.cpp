@@ -8,7 +8,6 @@
 #include <string>
 
 #include "TestSupport.h"
-#include "VDPVersion.h"
 
 using TestSupport::runTool;
 using TestSupport::TempDir;
@@ -16,7 +15,7 @@ using TestSupport::ToolRun;
 
 namespace {
 
-const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
+const std::string kBanner = TestSupport::banner();
 
 std::string tool() { return TestSupport::toolPath().string(); }
 
@@ -130,9 +129,11 @@ TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
   std::filesystem::create_directory(dir / "elsewhere");
   // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
   // output directory is made there, with redundant components removed.
-  const ToolRun run = runTool({"marten", "--data", "./sub/../data.csv", "--output", "out//x/",
-                               "--no-adev", "--no-madev", "--no-tdev", "--no-rmstie", "--no-mtie"},
-                              dir / "elsewhere", {{"PWD", dir.path().string()}});
+  std::vector<std::string> arguments = {"marten", "--data", "./sub/../data.csv", "--output",
+                                        "out//x/"};
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  const ToolRun run = runTool(arguments, dir / "elsewhere", {{"PWD", dir.path().string()}});
   EXPECT_EQ(run.status, 1);
   EXPECT_TRUE(std::filesystem::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
   const ToolRun missing =

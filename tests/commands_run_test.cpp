@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "VDPVersion.h"
 
 namespace {
 
@@ -20,14 +19,15 @@ using TestSupport::runTool;
 using TestSupport::TempDir;
 using TestSupport::ToolRun;
 
-const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
+const std::string kBanner = TestSupport::banner();
 const std::string kLoading = "Loading time errors into memory...\n";
 
 ToolRun runCommand(const TempDir& dir, const std::string& command, const std::string& data) {
   TestSupport::writeFile(dir / "data.csv", data);
-  return runTool({command, "--data", "data.csv", "--output", "out", "--no-adev", "--no-madev",
-                  "--no-tdev", "--no-rmstie", "--no-mtie"},
-                 dir.path());
+  std::vector<std::string> arguments = {command, "--data", "data.csv", "--output", "out"};
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  return runTool(arguments, dir.path());
 }
 
 TEST(CommandsRun, DualCheckPrintsTheErrorRangeAfterTheAnalysis) {

@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "VDPVersion.h"
 
 namespace {
 
@@ -22,9 +21,7 @@ using TestSupport::runTool;
 using TestSupport::TempDir;
 using TestSupport::ToolRun;
 
-const std::string kBanner = std::string("veridaneprobe ") + VDP_VERSION + "\n\n";
-const std::vector<std::string> kAllOff = {"--no-adev", "--no-madev", "--no-tdev", "--no-rmstie",
-                                          "--no-mtie"};
+const std::string kBanner = TestSupport::banner();
 
 std::pair<uint32_t, uint32_t> pngSize(const fs::path& path) {
   const std::string bytes = readFile(path);
@@ -136,7 +133,8 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
   for (const std::string& input :
        std::vector<std::string>{"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
     const ToolRun run =
-        runTool(withArguments({"time-error", "--data", input, "--output", "out-" + input}, kAllOff),
+        runTool(withArguments({"time-error", "--data", input, "--output", "out-" + input},
+                              TestSupport::kNoStatistics),
                 dir.path());
     EXPECT_EQ(run.status, 1) << input << run.err;
     EXPECT_EQ(run.out, kBanner + "Loading time errors into memory...\nAnalysis Done\n") << input;

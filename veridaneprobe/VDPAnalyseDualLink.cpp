@@ -5,7 +5,6 @@
 #include "VDPDualLinkTimeErrorSequence.h"
 #include "VDPFileSystem.h"
 #include "VDPProcessDualLinkTimeError.h"
-#include "VDPTextScanner.h"
 
 namespace {
 
@@ -24,13 +23,9 @@ std::unique_ptr<VDPAnalyseDualLink> VDPAnalyseDualLink::initWithArguments(
 }
 
 bool VDPAnalyseDualLink::parseLine(std::string_view line, Selection& selection) {
-  VDPTextScanner scanner(line);
   uint64_t timestamp = 0;
-  uint64_t unused = 0;
   int64_t error = 0;
-  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
-        scanner.scanCharacter(',') && scanner.scanInt64(error) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanUInt64(unused))) {
+  if (!scanTimestampAndError(line, timestamp, error)) {
     return false;
   }
   const VDTimeErrorValue value(timestamp, error);

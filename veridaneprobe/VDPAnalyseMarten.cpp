@@ -1,7 +1,6 @@
 #include "VDPAnalyseMarten.h"
 
 #include "VDPProcessSingleTimeError.h"
-#include "VDPTextScanner.h"
 #include "VDTimeErrorSequence.h"
 
 namespace {
@@ -19,13 +18,9 @@ std::unique_ptr<VDPAnalyseMarten> VDPAnalyseMarten::initWithArguments(
 }
 
 bool VDPAnalyseMarten::parseLine(std::string_view line, std::vector<VDTimeErrorValue>& values) {
-  VDPTextScanner scanner(line);
   uint64_t timestamp = 0;
-  uint64_t unused = 0;
   int64_t error = 0;
-  if (!(scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') && scanner.scanUInt64(unused) &&
-        scanner.scanCharacter(',') && scanner.scanInt64(error) && scanner.scanCharacter(',') &&
-        scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanUInt64(unused))) {
+  if (!scanTimestampAndError(line, timestamp, error)) {
     return false;
   }
   values.emplace_back(timestamp, error);

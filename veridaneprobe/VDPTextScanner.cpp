@@ -24,6 +24,13 @@ void VDPTextScanner::skipWhiteSpace() {
   }
 }
 
+bool VDPTextScanner::scanSign() {
+  if (_position < _text.size() && (_text[_position] == '+' || _text[_position] == '-')) {
+    return _text[_position++] == '-';
+  }
+  return false;
+}
+
 bool VDPTextScanner::scanMagnitude(uint64_t limit, uint64_t& magnitude) {
   if (_position >= _text.size() || !isDigit(_text[_position])) {
     return false;
@@ -39,11 +46,7 @@ bool VDPTextScanner::scanMagnitude(uint64_t limit, uint64_t& magnitude) {
 bool VDPTextScanner::scanInt64(int64_t& value) {
   skipWhiteSpace();
   const size_t start = _position;
-  bool negative = false;
-  if (_position < _text.size() && (_text[_position] == '+' || _text[_position] == '-')) {
-    negative = _text[_position] == '-';
-    ++_position;
-  }
+  const bool negative = scanSign();
   uint64_t magnitude = 0;
   if (!scanMagnitude(negative ? kInt64Magnitude : kInt64Magnitude - 1, magnitude)) {
     _position = start;
@@ -84,11 +87,7 @@ bool VDPTextScanner::scanUInt64(uint64_t& value) {
 bool VDPTextScanner::scanDouble(double& value) {
   skipWhiteSpace();
   const size_t start = _position;
-  bool negative = false;
-  if (_position < _text.size() && (_text[_position] == '+' || _text[_position] == '-')) {
-    negative = _text[_position] == '-';
-    ++_position;
-  }
+  const bool negative = scanSign();
   if (_position >= _text.size() || !(isDigit(_text[_position]) || _text[_position] == '.')) {
     _position = start;
     return false;

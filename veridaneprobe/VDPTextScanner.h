@@ -28,6 +28,8 @@ class VDPTextScanner {
 
  private:
   void skipWhiteSpace();
+  // An optional "+" or "-" at the cursor; true for "-".
+  bool scanSign();
   // Digits at the cursor as a magnitude saturated at limit; false when there is no digit.
   bool scanMagnitude(uint64_t limit, uint64_t& magnitude);
 

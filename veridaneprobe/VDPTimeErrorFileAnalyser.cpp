@@ -4,6 +4,7 @@
 
 #include "VDPConsole.h"
 #include "VDPFileSystem.h"
+#include "VDPTextScanner.h"
 
 VDPTimeErrorFileAnalyser::VDPTimeErrorFileAnalyser(const VDPTimeErrorFileCommand& command)
     : VDPCommonOptions(command.defaultOutputName, command.adev, command.madev, command.tdev,
@@ -73,4 +74,14 @@ void VDPTimeErrorFileAnalyser::loadTimeErrors(const VDPLineReader::LineHandler& 
   _outputPath = VDPFileSystem::resolvedOutputPath(_outputPath);
   std::printf("Loading time errors into memory...\n");
   VDPLineReader::readLines(_timeErrorPath.value_or(""), parseLine);
+}
+
+bool VDPTimeErrorFileAnalyser::scanTimestampAndError(std::string_view line, uint64_t& timestamp,
+                                                     int64_t& error) {
+  VDPTextScanner scanner(line);
+  uint64_t unused = 0;
+  return scanner.scanUInt64(timestamp) && scanner.scanCharacter(',') &&
+         scanner.scanUInt64(unused) && scanner.scanCharacter(',') && scanner.scanInt64(error) &&
+         scanner.scanCharacter(',') && scanner.scanUInt64(unused) && scanner.scanCharacter(',') &&
+         scanner.scanUInt64(unused);
 }

@@ -47,6 +47,10 @@ class VDPTimeErrorFileAnalyser : public VDPCommonOptions {
 
   std::string outputPath() const { return _outputPath.value_or(""); }
 
+  // The layout the marten and dual-link files share: timestamp (ns), unused, time error (ns),
+  // unused, unused; false when the line does not match.
+  static bool scanTimestampAndError(std::string_view line, uint64_t& timestamp, int64_t& error);
+
   std::optional<std::string> _timeErrorPath;
 
  private:
