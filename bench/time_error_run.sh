@@ -5,7 +5,9 @@
 #
 # 1. 100,000 samples of synthetic time error, the complete default run (time error, the five
 #    statistics over every window, 12 plots).
-# 2. With a recording of one phase value in seconds per line (such as a week of a caesium clock
+# 2. The same 100,000 samples as an Osprey file of three slaves: three complete runs from one
+#    read, which should take about three times as long as 1.
+# 3. With a recording of one phase value in seconds per line (such as a week of a caesium clock
 #    against a maser, one sample a second, '#' header lines), the whole recording in the
 #    time-error layout, every statistic with windows in steps of 1000 samples.
 set -euo pipefail
@@ -25,6 +27,9 @@ with open(sys.argv[1], 'w') as out:
         phase += frequency
         out.write('%d,%.3f,%.12e\n' % (i, 1000 + i / 8.0, (phase + rng.gauss(0, 5)) * 1e-9))
 PY
+# Osprey: timestamp ns, then (sequence, error ns) for three slaves, then four status fields.
+awk -F, 'NR > 1 { e = int($3 * 1e9); printf "%d,%d,%d,%d,%d,%d,%d,0,0,0,0\n", \
+  $2 * 1e9, NR, e, NR, -e, NR, e + 7 }' "$work/synthetic.csv" > "$work/osprey.csv"
 
 run() {
   local label=$1; shift
@@ -38,6 +43,8 @@ run() {
 }
 
 run "100k samples, complete default run" time-error --data "$work/synthetic.csv" --output "$work/out1"
+
+run "100k lines, osprey, three complete runs" osprey --data "$work/osprey.csv" --output "$work/out3"
 
 recording=${1:-}
 if [ -n "$recording" ] && [ -f "$recording" ]; then
