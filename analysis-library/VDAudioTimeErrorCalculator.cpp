@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <limits>
 #include <memory>
@@ -28,6 +29,8 @@ constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
 constexpr double kMinimumPeakCorrelation = 0.2;
 constexpr double kOffsetSearchSeconds = 2.0;
+constexpr double kOffsetSearchStretchSeconds = 0.25;
+constexpr double kSearchPeakRatio = 1.5;
 constexpr int64_t kMaximumCorrelationLength = int64_t{1} << 22;
 constexpr int64_t kMaximumSearchRange = int64_t{1} << 20;
 constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
@@ -35,10 +38,10 @@ constexpr int64_t kMaximumUpsampledLength = int64_t{1} << 22;
 constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
 
 // The drift estimate: a straight line through the delays of the last 16 windows, used from the
-// fourth on; anything beyond 1000 ppm is taken as 1000 ppm.
+// fourth on; anything beyond 1% is taken as 1%.
 constexpr size_t kDriftHistory = 16;
 constexpr size_t kMinimumDriftHistory = 4;
-constexpr double kMaximumDrift = 1e-3;
+constexpr double kMaximumDrift = 1e-2;
 
 // Steps per sample of the tabulated interpolator used to read B through the drift; linear
 // interpolation between them is good to about 1e-7 of full scale.
@@ -82,30 +85,60 @@ void interpolationTaps(double offset, int64_t first, int64_t count, double* weig
   }
 }
 
-// The interpolator's 2 kKernelHalfLength weights for a position fraction (0 <= fraction < 1)
-// past a sample: weights[k] belongs to the sample k - kKernelHalfLength + 1 away. Interpolated
-// linearly from a table, since every sample of a drift-following read has its own fraction.
-void tabulatedTaps(double fraction, double* weights) {
+// Two doubles handled as one by the processor's vector instructions.
+typedef double DoublePair __attribute__((vector_size(16)));
+
+DoublePair loadPair(const double* values) {
+  DoublePair pair;
+  std::memcpy(&pair, values, sizeof pair);
+  return pair;
+}
+
+// The interpolator tabulated by fraction: row p (0 <= p <= kTableResolution) holds the
+// 2 kKernelHalfLength weights for a position p / kTableResolution past a sample, weight k for the
+// sample k - kKernelHalfLength + 1 away. Every sample of a drift-following read has its own
+// fraction, too many for the exact kernel; rows either side of it are blended linearly.
+const double* kernelTable() {
   static const std::vector<double> table = [] {
-    // Entry k holds the kernel at k / kTableResolution - kKernelHalfLength; one zero beyond.
-    const int64_t entries = 2 * kKernelHalfLength * kTableResolution + 1;
-    std::vector<double> values(static_cast<size_t>(entries + 1), 0.0);
-    for (int64_t k = 0; k < entries; ++k) {
-      const double position =
-          static_cast<double>(k) / static_cast<double>(kTableResolution) - kKernelHalfLength;
-      values[k] = interpolationKernel(position, std::sin(M_PI * position));
+    constexpr int64_t kTaps = 2 * kKernelHalfLength;
+    std::vector<double> values(static_cast<size_t>((kTableResolution + 1) * kTaps));
+    for (int64_t row = 0; row <= kTableResolution; ++row) {
+      const double fraction = static_cast<double>(row) / static_cast<double>(kTableResolution);
+      interpolationTaps(fraction, -kKernelHalfLength + 1, kTaps, values.data() + row * kTaps);
     }
     return values;
   }();
-  const double position = (fraction + static_cast<double>(kKernelHalfLength)) * kTableResolution;
-  const int64_t first = static_cast<int64_t>(position);
-  const double between = position - static_cast<double>(first);
-  // Tap i (sample i away) needs the kernel at fraction - i: kTableResolution entries per i.
-  for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
-    const int64_t i = k - kKernelHalfLength + 1;
-    const int64_t index = first - i * kTableResolution;
-    weights[k] = table[index] + (table[index + 1] - table[index]) * between;
+  return table.data();
+}
+
+// The band-limited value at fraction (0 <= fraction < 1) past samples[0], from the samples
+// samples[-kKernelHalfLength + 1] to samples[kKernelHalfLength]. Exact where the fraction falls
+// on a table row (every multiple of 1/kTableResolution, so every step of a power-of-two upscale),
+// blended from the rows either side elsewhere.
+double interpolatedValue(const double* samples, double fraction) {
+  constexpr int64_t kTaps = 2 * kKernelHalfLength;
+  static_assert(kTaps % 8 == 0);
+  const double row = fraction * static_cast<double>(kTableResolution);
+  const int64_t below = std::clamp<int64_t>(static_cast<int64_t>(row), 0, kTableResolution - 1);
+  const double between = row - static_cast<double>(below);
+  const double* in = samples - kKernelHalfLength + 1;
+  const double* weightsBelow = kernelTable() + below * kTaps;
+  const double* weightsAbove = weightsBelow + kTaps;
+  // Pairs of lanes in independent partial sums: this runs for every sample that is read
+  // through the drift, and the additions need not wait on each other.
+  DoublePair sumBelow[4] = {}, sumAbove[4] = {};
+  for (int64_t k = 0; k < kTaps; k += 8) {
+    for (int lane = 0; lane < 4; ++lane) {
+      const DoublePair x = loadPair(in + k + 2 * lane);
+      sumBelow[lane] += x * loadPair(weightsBelow + k + 2 * lane);
+      sumAbove[lane] += x * loadPair(weightsAbove + k + 2 * lane);
+    }
   }
+  const DoublePair totalBelow = (sumBelow[0] + sumBelow[1]) + (sumBelow[2] + sumBelow[3]);
+  const DoublePair totalAbove = (sumAbove[0] + sumAbove[1]) + (sumAbove[2] + sumAbove[3]);
+  const double valueBelow = totalBelow[0] + totalBelow[1];
+  const double valueAbove = totalAbove[0] + totalAbove[1];
+  return valueBelow + (valueAbove - valueBelow) * between;
 }
 
 // samples[from, from + count) as doubles, zero outside [0, length).
@@ -268,38 +301,26 @@ int64_t roundedError(double nanoseconds) {
 // fractional start: out[j] is the band-limited value at first + offset + j + drift (j - centre),
 // zero outside the recording. With neither drift nor offset it is a plain copy.
 void copyWarped(const float* samples, int64_t length, int64_t first, double offset, int64_t count,
-                double drift, double centre, double* out) {
+                double drift, double centre, std::vector<double>& scratch, double* out) {
   if (drift == 0.0 && offset == 0.0) {
     copyZeroExtended(samples, length, first, count, out);
     return;
   }
-  double weights[2 * kKernelHalfLength];
-  double weightsFraction = -1.0;
+  const auto shiftAt = [&](int64_t j) {
+    return offset + drift * (static_cast<double>(j) - centre);
+  };
+  // The drift is far below one sample per sample, so the samples read only move forward.
+  const int64_t scratchFirst =
+      first + static_cast<int64_t>(std::floor(shiftAt(0))) - kKernelHalfLength + 1;
+  const int64_t scratchLast =
+      first + count - 1 + static_cast<int64_t>(std::floor(shiftAt(count - 1))) + kKernelHalfLength;
+  scratch.resize(static_cast<size_t>(scratchLast - scratchFirst + 1));
+  copyZeroExtended(samples, length, scratchFirst, scratchLast - scratchFirst + 1, scratch.data());
   for (int64_t j = 0; j < count; ++j) {
-    const double shift = offset + drift * (static_cast<double>(j) - centre);
+    const double shift = shiftAt(j);
     const double whole = std::floor(shift);
-    const double fraction = shift - whole;
-    if (fraction != weightsFraction) {
-      tabulatedTaps(fraction, weights);
-      weightsFraction = fraction;
-    }
-    const int64_t nearest = first + j + static_cast<int64_t>(whole);
-    const int64_t lowest = nearest - kKernelHalfLength + 1;
-    double sum = 0.0;
-    if (lowest >= 0 && lowest + 2 * kKernelHalfLength <= length) {
-      const float* in = samples + lowest;
-      for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
-        sum += in[k] * weights[k];
-      }
-    } else {
-      for (int64_t k = 0; k < 2 * kKernelHalfLength; ++k) {
-        const int64_t index = lowest + k;
-        if (index >= 0 && index < length) {
-          sum += samples[index] * weights[k];
-        }
-      }
-    }
-    out[j] = sum;
+    const int64_t nearest = first + j + static_cast<int64_t>(whole) - scratchFirst;
+    out[j] = interpolatedValue(scratch.data() + nearest, shift - whole);
   }
 }
 
@@ -316,8 +337,13 @@ void upsample(const double* source, int64_t count, int64_t upscale, std::vector<
       std::copy(source, source + count, out);
       continue;
     }
-    interpolationTaps(static_cast<double>(phase) / static_cast<double>(upscale),
-                      -kKernelHalfLength + 1, tapCount, taps.data());
+    if (kTableResolution % upscale == 0) {
+      const double* row = kernelTable() + phase * (kTableResolution / upscale) * tapCount;
+      std::copy(row, row + tapCount, taps.begin());
+    } else {
+      interpolationTaps(static_cast<double>(phase) / static_cast<double>(upscale),
+                        -kKernelHalfLength + 1, tapCount, taps.data());
+    }
     std::fill(out, out + count, 0.0);
     for (int64_t t = 0; t < tapCount; ++t) {
       const double weight = taps[t];
@@ -355,6 +381,7 @@ struct VDAudioTimeErrorCalculator::Tracking {
   double anchorCentre = 0.0;  // channel A sample position
   double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
   std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
+  std::vector<Window*> provisional;  // windows of this track measured before the drift was known
   int64_t nextSearchStart = std::numeric_limits<int64_t>::min();
   int64_t searchRange = 0;    // wide search: lags -searchRange..searchRange
   int64_t searchLength = 0;   // wide search: samples of channel A
@@ -362,9 +389,12 @@ struct VDAudioTimeErrorCalculator::Tracking {
   std::unique_ptr<VDFFTCorrelator> forwardCorrelator;   // A's window, B sliding
   std::unique_ptr<VDFFTCorrelator> backwardCorrelator;  // B's window, A sliding
   std::unique_ptr<VDFFTCorrelator> searchCorrelator;
+  std::vector<double> rawB;         // B's samples behind warpedB
   std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
   std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
-  std::vector<double> prefixA, prefixB;
+  int64_t validBegin = 0;           // the part of the window both directions sum over
+  int64_t validEnd = 0;
+  std::vector<double> prefixA, prefixB, scores;
   std::vector<double> extendedA, phasesA, phasesB, taps;
 
   double predictedDelay(double centre) const {
@@ -379,17 +409,23 @@ struct VDAudioTimeErrorCalculator::Tracking {
 
   void forgetDrift() {
     history.clear();
+    provisional.clear();
     drift = 0.0;
   }
 
-  // Least-squares slope of the recent delays: the next windows read B through it, so that a
-  // window's correlation follows the drift inside the window instead of averaging it with
-  // weights set by where the signal happens to be loud.
+  // Adds a measured window; the drift is fitted again from the last kDriftHistory windows.
   void remember(double centre, double delay) {
     history.emplace_back(centre, delay);
     if (history.size() > kDriftHistory) {
       history.pop_front();
     }
+    fitDrift();
+  }
+
+  // Least-squares slope of the recent delays: the next windows read B through it, so that a
+  // window's correlation follows the drift inside the window instead of averaging it with
+  // weights set by where the signal happens to be loud.
+  void fitDrift() {
     if (history.size() < kMinimumDriftHistory) {
       drift = 0.0;
       return;
@@ -447,17 +483,18 @@ bool VDAudioTimeErrorCalculator::parametersUsable() const {
   return true;
 }
 
-void VDAudioTimeErrorCalculator::calculateTimeError() {
-  _windows.clear();
-  if (!parametersUsable()) {
-    return;
-  }
+VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() const {
   const int64_t windowLength = _correlationLength;
   Tracking tracking;
   tracking.searchRange = static_cast<int64_t>(
       std::min({std::ceil(kOffsetSearchSeconds * _samplingRate), static_cast<double>(_length - 1),
                 static_cast<double>(kMaximumSearchRange)}));
-  tracking.searchLength = std::min(std::max(2 * tracking.searchRange, windowLength), _length);
+  // A short stretch: with the clocks drifting, a long one would hold many different lags.
+  tracking.searchLength = std::min(
+      std::max(windowLength,
+               static_cast<int64_t>(std::min(std::ceil(kOffsetSearchStretchSeconds * _samplingRate),
+                                             static_cast<double>(_length)))),
+      _length);
   tracking.searchSpacing = std::max<int64_t>(
       windowLength,
       static_cast<int64_t>(std::min(std::ceil(_samplingRate / 2.0), static_cast<double>(_length))));
@@ -467,24 +504,46 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
+  return tracking;
+}
 
-  const int64_t windowCount = (_length - windowLength) / _interval + 1;
+void VDAudioTimeErrorCalculator::calculateTimeError() {
+  _windows.clear();
+  if (!parametersUsable()) {
+    return;
+  }
+  Tracking tracking = newTracking();
+  const int64_t windowCount = (_length - _correlationLength) / _interval + 1;
   _windows.resize(static_cast<size_t>(windowCount));
   for (int64_t index = 0; index < windowCount; ++index) {
+    const bool hadDelay = tracking.haveDelay;
     measureWindow(index * _interval, tracking, _windows[static_cast<size_t>(index)]);
+    if (!hadDelay && tracking.haveDelay && index > 0 &&
+        _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
+      // The first delay was found only here (the start had no match, or B's partner stretch
+      // did not exist yet): the windows before are measured backwards from this one.
+      Tracking backwards = newTracking();
+      backwards.haveDelay = true;
+      backwards.anchorDelay = tracking.anchorDelay;
+      backwards.anchorCentre = tracking.anchorCentre;
+      backwards.drift = tracking.drift;
+      backwards.history = tracking.history;
+      backwards.nextSearchStart = std::numeric_limits<int64_t>::max();
+      for (int64_t earlier = index - 1; earlier >= 0; --earlier) {
+        measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
+      }
+    }
   }
 }
 
 void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking,
                                                Window& window) const {
   const int64_t windowLength = _correlationLength;
-  const double halfWindow = static_cast<double>(windowLength - 1) / 2.0;
-  const double windowCentre = static_cast<double>(start) + halfWindow;
+  const double windowCentre = static_cast<double>(start) + (windowLength - 1) / 2.0;
   window = Window{};
   window.start = start;
   window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(windowCentre)) : 0;
-  const double energyA = energy(_channelA, _length, start, windowLength);
-  if (!(energyA > 0.0)) {
+  if (!(energy(_channelA, _length, start, windowLength) > 0.0)) {
     window.status = WindowStatus::Silent;
     return;
   }
@@ -508,87 +567,149 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
     return;
   }
 
-  // Correlates around the predicted delay, with both windows on the matched stretch: A's window
-  // against B sliding plus B's window against A sliding. Either alone has its peak pulled by
-  // whatever differs between its window's two ends (a note starting, a level falling); in the
-  // sum the two pulls cancel.
-  double predicted = 0.0;
-  int64_t peakOffset = 0;
-  double peakCorrelation = 0.0;
-  const auto correlateAroundPrediction = [&]() {
-    predicted = tracking.predictedDelay(windowCentre);
-    peakOffset = 0;
-    peakCorrelation = 0.0;
-    const double matchBegin = std::max(static_cast<double>(start) + predicted, 0.0);
-    const double matchEnd = std::min(static_cast<double>(start + windowLength) + predicted,
-                                     static_cast<double>(_length));
-    if (!(2.0 * (matchEnd - matchBegin) >= static_cast<double>(windowLength))) {
-      return WindowStatus::Outside;
-    }
-    const double whole = std::floor(predicted);
-    const int64_t extendedLength = windowLength + 2 * kLagMargin;
-    copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
-               predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
-               tracking.warpedB.data());
-    VDFFTCorrelator& forward = *tracking.forwardCorrelator;
-    VDFFTCorrelator& backward = *tracking.backwardCorrelator;
-    copyZeroExtended(_channelA, _length, start, windowLength, forward.reference());
-    std::copy(tracking.warpedB.begin(), tracking.warpedB.end(), forward.other());
-    std::copy(tracking.warpedB.begin() + kLagMargin,
-              tracking.warpedB.begin() + kLagMargin + windowLength, backward.reference());
-    copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength, backward.other());
-    const double* forwardResult = forward.correlate();
-    const double* backwardResult = backward.correlate();
-    for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
-      tracking.correlation[kLagMargin + offset] =
-          forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
-    }
-    int64_t best = -kTrackingRadius;
-    for (int64_t offset = -kTrackingRadius; offset <= kTrackingRadius; ++offset) {
-      if (tracking.correlation[kLagMargin + offset] > tracking.correlation[kLagMargin + best]) {
-        best = offset;
-      }
-    }
-    peakOffset = best;
-    double energyB = 0.0;
-    for (int64_t n = 0; n < windowLength; ++n) {
-      const double b = tracking.warpedB[kLagMargin + best + n];
-      energyB += b * b;
-    }
-    if (!(energyB > 0.0)) {
-      return WindowStatus::Silent;
-    }
-    peakCorrelation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
-    if (!(peakCorrelation >= kMinimumPeakCorrelation)) {
-      return WindowStatus::Weak;
-    }
-    if (best == -kTrackingRadius || best == kTrackingRadius) {
-      return WindowStatus::Lost;
-    }
-    return WindowStatus::Used;
-  };
-
-  WindowStatus status = correlateAroundPrediction();
+  double predicted = tracking.predictedDelay(windowCentre);
+  Peak peak;
+  WindowStatus status = correlateAround(start, predicted, tracking, peak);
   if ((status == WindowStatus::Weak || status == WindowStatus::Lost) && trySearch()) {
-    status = correlateAroundPrediction();
+    predicted = tracking.predictedDelay(windowCentre);
+    status = correlateAround(start, predicted, tracking, peak);
   }
   window.status = status;
-  window.integerLag = std::llround(predicted + static_cast<double>(peakOffset));
-  window.peakCorrelation = peakCorrelation;
+  window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
+  window.peakCorrelation = peak.correlation;
   if (status == WindowStatus::Lost) {
     // Follow the slope: the next window searches around the edge this one reached.
-    tracking.anchor(windowCentre, predicted + static_cast<double>(peakOffset));
+    tracking.anchor(windowCentre, predicted + static_cast<double>(peak.offset));
     tracking.forgetDrift();
   }
   if (status != WindowStatus::Used) {
     return;
   }
-  // B was read through the drift estimate, centred on the window's centre, so an offset k there
-  // stands for k (1 + drift) samples of B's own.
-  const double offset = refinedOffset(start, peakOffset, tracking);
-  window.refinedLag = predicted + offset * (1.0 + tracking.drift);
+  window.refinedLag = refinedDelay(start, predicted, peak, tracking);
+  if (tracking.history.empty()) {
+    // The prediction was a whole-sample lag from a wide search, so the two directions' windows
+    // met the signal up to half a sample apart and their pulls cancelled only in part. Once more,
+    // centred on what this window measured.
+    tracking.anchor(windowCentre, window.refinedLag);
+    remeasure(tracking, window);
+  }
   tracking.anchor(windowCentre, window.refinedLag);
   tracking.remember(windowCentre, window.refinedLag);
+  if (tracking.history.size() < kMinimumDriftHistory) {
+    tracking.provisional.push_back(&window);
+  } else if (!tracking.provisional.empty()) {
+    // The drift has just become known: the windows measured without it, this one included, are
+    // measured again through it, and the drift is fitted to what they give now.
+    // Twice, since the first fit still rests on values the drift had pulled.
+    tracking.provisional.push_back(&window);
+    for (int round = 0; round < 2; ++round) {
+      tracking.history.clear();
+      for (Window* earlier : tracking.provisional) {
+        tracking.anchor(windowCentre, window.refinedLag);
+        remeasure(tracking, *earlier);
+        tracking.history.emplace_back(
+            static_cast<double>(earlier->start) + (windowLength - 1) / 2.0, earlier->refinedLag);
+      }
+      tracking.fitDrift();
+    }
+    tracking.provisional.clear();
+    tracking.anchor(windowCentre, window.refinedLag);
+  }
+}
+
+void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
+  const double windowCentre = static_cast<double>(window.start) + (_correlationLength - 1) / 2.0;
+  const double predicted = tracking.predictedDelay(windowCentre);
+  Peak peak;
+  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used) {
+    window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
+    window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
+    window.peakCorrelation = peak.correlation;
+  }
+}
+
+double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted, const Peak& peak,
+                                                Tracking& tracking) const {
+  // B was read through the drift estimate, centred on the window's centre, so an offset k there
+  // stands for k (1 + drift) samples of B's own.
+  return predicted + refinedOffset(start, peak.offset, tracking) * (1.0 + tracking.drift);
+}
+
+VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAround(
+    int64_t start, double predicted, Tracking& tracking, Peak& peak) const {
+  // Correlates around the predicted delay, with both windows on the matched stretch: A's window
+  // against B sliding plus B's window against A sliding. Either alone has its peak pulled by
+  // whatever differs between its window's two ends (a note starting, a level falling); in the
+  // sum the two pulls cancel.
+  const int64_t windowLength = _correlationLength;
+  const double halfWindow = static_cast<double>(windowLength - 1) / 2.0;
+  peak = Peak{};
+  // The part [validBegin, validEnd) of the window whose partners at every kept offset, and the
+  // interpolator's reach around them, lie inside both recordings. Summing over that part alone
+  // keeps the correlation from tapering where a sliding channel runs off the end of its
+  // recording, which would pull the peak towards the side that still has samples.
+  const double bStart = static_cast<double>(start) + predicted;
+  const double reach = static_cast<double>(kLagMargin + kKernelHalfLength + 1) +
+                       std::ceil(std::fabs(tracking.drift) * (windowLength + 2 * kLagMargin));
+  const double lengthB = static_cast<double>(_length);
+  const double validBegin =
+      std::max({0.0, std::ceil(reach - bStart), static_cast<double>(kLagMargin - start)});
+  const double validEnd =
+      std::min({static_cast<double>(windowLength), std::floor(lengthB - bStart - reach),
+                static_cast<double>(_length - start - kLagMargin)});
+  if (!(2.0 * (validEnd - validBegin) >= static_cast<double>(windowLength))) {
+    return WindowStatus::Outside;
+  }
+  tracking.validBegin = static_cast<int64_t>(validBegin);
+  tracking.validEnd = static_cast<int64_t>(validEnd);
+  const int64_t validCount = tracking.validEnd - tracking.validBegin;
+
+  const double whole = std::floor(predicted);
+  const int64_t extendedLength = windowLength + 2 * kLagMargin;
+  copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
+             predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
+             tracking.rawB, tracking.warpedB.data());
+  VDFFTCorrelator& forward = *tracking.forwardCorrelator;
+  VDFFTCorrelator& backward = *tracking.backwardCorrelator;
+  std::fill(forward.reference(), forward.reference() + windowLength, 0.0);
+  copyZeroExtended(_channelA, _length, start + tracking.validBegin, validCount,
+                   forward.reference() + tracking.validBegin);
+  std::copy(tracking.warpedB.begin(), tracking.warpedB.end(), forward.other());
+  std::fill(backward.reference(), backward.reference() + windowLength, 0.0);
+  std::copy(tracking.warpedB.begin() + kLagMargin + tracking.validBegin,
+            tracking.warpedB.begin() + kLagMargin + tracking.validEnd,
+            backward.reference() + tracking.validBegin);
+  copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength, backward.other());
+  const double* forwardResult = forward.correlate();
+  const double* backwardResult = backward.correlate();
+  for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
+    tracking.correlation[kLagMargin + offset] =
+        forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
+  }
+  int64_t best = -kTrackingRadius;
+  for (int64_t offset = -kTrackingRadius; offset <= kTrackingRadius; ++offset) {
+    if (tracking.correlation[kLagMargin + offset] > tracking.correlation[kLagMargin + best]) {
+      best = offset;
+    }
+  }
+  peak.offset = best;
+  double energyB = 0.0;
+  for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
+    const double b = tracking.warpedB[kLagMargin + best + n];
+    energyB += b * b;
+  }
+  const double energyA = energy(_channelA, _length, start + tracking.validBegin, validCount);
+  if (!(energyB > 0.0 && energyA > 0.0)) {
+    return WindowStatus::Silent;
+  }
+  peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
+  if (!(peak.correlation >= kMinimumPeakCorrelation)) {
+    return WindowStatus::Weak;
+  }
+  if (best == -kTrackingRadius || best == kTrackingRadius) {
+    return WindowStatus::Lost;
+  }
+  return WindowStatus::Used;
 }
 
 std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
@@ -603,10 +724,11 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   VDFFTCorrelator& correlator = *tracking.searchCorrelator;
   double* reference = correlator.reference();
   double* other = correlator.other();
-  std::fill(reference, reference + correlator.size(), 0.0);
-  std::fill(other, other + correlator.size(), 0.0);
+  // Beyond the stretch the inputs must be zero; an earlier, longer search may have left samples.
   copyZeroExtended(_channelA, _length, start, stretch, reference);
+  std::fill(reference + stretch, reference + correlator.size(), 0.0);
   copyZeroExtended(_channelB, _length, start - range, otherLength, other);
+  std::fill(other + otherLength, other + correlator.size(), 0.0);
 
   // Energies over any overlap, from running sums of the squares.
   std::vector<double>& prefixA = tracking.prefixA;
@@ -621,6 +743,8 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
 
   const double* correlation = correlator.correlate();
+  std::vector<double>& scores = tracking.scores;
+  scores.assign(static_cast<size_t>(2 * range + 1), -std::numeric_limits<double>::infinity());
   double bestScore = -std::numeric_limits<double>::infinity();
   int64_t bestLag = 0;
   for (int64_t lag = -range; lag <= range; ++lag) {
@@ -636,6 +760,7 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
       continue;
     }
     const double score = correlation[lag + range] / std::sqrt(energyA * energyB);
+    scores[lag + range] = score;
     if (score > bestScore) {
       bestScore = score;
       bestLag = lag;
@@ -643,6 +768,21 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
   if (!(bestScore >= kMinimumPeakCorrelation)) {
     return std::nullopt;
+  }
+  // The peak must stand clear of every other: a signal that repeats itself (a held note, a
+  // rhythm, a few steady tones) matches at several lags, and a wrong lag is worse than none.
+  int64_t lobeBegin = bestLag + range;
+  int64_t lobeEnd = bestLag + range;
+  while (lobeBegin > 0 && scores[lobeBegin - 1] < scores[lobeBegin]) {
+    --lobeBegin;
+  }
+  while (lobeEnd < 2 * range && scores[lobeEnd + 1] < scores[lobeEnd]) {
+    ++lobeEnd;
+  }
+  for (int64_t i = 0; i <= 2 * range; ++i) {
+    if ((i < lobeBegin || i > lobeEnd) && !(scores[i] * kSearchPeakRatio < bestScore)) {
+      return std::nullopt;
+    }
   }
   return bestLag;
 }
@@ -662,17 +802,12 @@ double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffs
   // The correlation is as band-limited as the signal, so the interpolator rebuilds it between
   // the offsets; the offsets within its reach are all inside the kept margin.
   const int64_t upscale = _upscaleFactor;
-  constexpr int64_t kFirstTap = -kKernelHalfLength - 1;
-  constexpr int64_t kTapCount = 2 * kKernelHalfLength + 3;
   const auto interpolated = [&](int64_t step) {
-    double weights[kTapCount];
-    interpolationTaps(static_cast<double>(step) / static_cast<double>(upscale), kFirstTap,
-                      kTapCount, weights);
-    double sum = 0.0;
-    for (int64_t k = 0; k < kTapCount; ++k) {
-      sum += at(peakOffset + kFirstTap + k) * weights[k];
-    }
-    return sum;
+    const double x = static_cast<double>(step) / static_cast<double>(upscale);
+    const double whole = std::floor(x);
+    return interpolatedValue(
+        tracking.correlation.data() + kLagMargin + peakOffset + static_cast<int64_t>(whole),
+        x - whole);
   };
   return static_cast<double>(peakOffset) + gridPeakOffset(upscale, interpolated);
 }
@@ -702,6 +837,8 @@ double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t pe
   // samples against B's shifted by the offset, plus B's against A's shifted back by it.
   const double* phasesA = tracking.phasesA.data();
   const double* phasesB = tracking.phasesB.data();
+  const int64_t validBegin = tracking.validBegin;
+  const int64_t validCount = tracking.validEnd - tracking.validBegin;
   const auto phaseOf = [upscale](int64_t fine, int64_t& carry) {
     carry = fine >= 0 ? fine / upscale : -((-fine + upscale - 1) / upscale);
     return fine - carry * upscale;
@@ -711,13 +848,13 @@ double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t pe
     int64_t carry = 0;
     for (int64_t phase = 0; phase < upscale; ++phase) {
       const int64_t forwardPhase = phaseOf(phase + step, carry);
-      sum +=
-          dotProduct(phasesA + phase * countA - firstA,
-                     phasesB + forwardPhase * countB + peakOffset + carry - firstB, windowLength);
+      sum += dotProduct(phasesA + phase * countA - firstA + validBegin,
+                        phasesB + forwardPhase * countB + peakOffset + carry - firstB + validBegin,
+                        validCount);
       const int64_t backwardPhase = phaseOf(phase - step, carry);
-      sum +=
-          dotProduct(phasesB + phase * countB - firstB,
-                     phasesA + backwardPhase * countA - peakOffset + carry - firstA, windowLength);
+      sum += dotProduct(phasesB + phase * countB - firstB + validBegin,
+                        phasesA + backwardPhase * countA - peakOffset + carry - firstA + validBegin,
+                        validCount);
     }
     return sum;
   };

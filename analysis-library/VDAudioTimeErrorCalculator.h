@@ -102,10 +102,21 @@ class VDAudioTimeErrorCalculator {
  private:
   struct Tracking;
 
+  // The best whole-sample offset from the predicted delay and its normalised correlation.
+  struct Peak {
+    int64_t offset = 0;
+    double correlation = 0.0;
+  };
+
   bool parametersUsable() const;
+  Tracking newTracking() const;
   double windowCentreSeconds(const Window& window) const;
   double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
+  void remeasure(Tracking& tracking, Window& window) const;
+  WindowStatus correlateAround(int64_t start, double predicted, Tracking& tracking,
+                               Peak& peak) const;
+  double refinedDelay(int64_t start, double predicted, const Peak& peak, Tracking& tracking) const;
   std::optional<int64_t> searchOffset(int64_t start, Tracking& tracking) const;
   double refinedOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
   double resampledPeakOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;

@@ -133,8 +133,12 @@ Signal musicLike() {
   Signal signal;
   for (double start = -0.5; start < kSeconds + 1.0; start += 0.1 + 0.25 * unit(random)) {
     const double fundamental = 82.4 * std::pow(2.0, std::floor(unit(random) * 48.0) / 12.0);
-    Note note{start, 0.4 + 0.8 * unit(random), 0.004 + 0.01 * unit(random),
-              0.15 + 0.4 * unit(random), 0.03, {}};
+    Note note{start,
+              0.4 + 0.8 * unit(random),
+              0.004 + 0.01 * unit(random),
+              0.15 + 0.4 * unit(random),
+              0.03,
+              {}};
     for (int h = 1; h * fundamental < 16000.0; ++h) {
       note.partials.push_back({h * fundamental * (1.0 + 0.0005 * unit(random)),
                                (0.5 + unit(random)) / h, 2 * M_PI * unit(random)});
@@ -216,9 +220,9 @@ const Pair& drivingPair(int64_t kind, int64_t snrDb) {
 double boundSeconds(double snrDb) {
   const double r = std::pow(10.0, snrDb / 10.0);
   const double window = kLength / kRate;
-  return std::sqrt(3.0 * (1.0 + 2.0 * r) /
-                   (8.0 * M_PI * M_PI * window * r * r *
-                    (std::pow(kHighEdge, 3) - std::pow(kLowEdge, 3))));
+  return std::sqrt(
+      3.0 * (1.0 + 2.0 * r) /
+      (8.0 * M_PI * M_PI * window * r * r * (std::pow(kHighEdge, 3) - std::pow(kLowEdge, 3))));
 }
 
 struct Accuracy {
@@ -260,14 +264,14 @@ const char* typeName(int64_t type) {
 }
 
 std::map<std::tuple<int64_t, int64_t, int64_t>, Accuracy> gAccuracy;  // kind, type, snr
-std::map<int64_t, std::vector<double>> gBias;                          // type: ns per tenth
+std::map<int64_t, std::vector<double>> gBias;                         // type: ns per tenth
 
 // Args: signal kind, correlation type, SNR in dB.
 void BM_Accuracy(benchmark::State& state) {
   const int64_t kind = state.range(0), type = state.range(1), snrDb = state.range(2);
   const Pair& pair = drivingPair(kind, snrDb);
-  VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kSamples, kInterval,
-                                        kLength, kUpscale, kRate, type);
+  VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kSamples, kInterval, kLength,
+                                        kUpscale, kRate, type);
   for (auto _ : state) {
     calculator.calculateTimeError();
     benchmark::DoNotOptimize(calculator.windows().data());
@@ -297,14 +301,14 @@ void BM_FractionalBias(benchmark::State& state) {
       const double delaySamples = 300.0 + tenth / 10.0;
       if (pairs.find(tenth) == pairs.end()) {
         state.PauseTiming();
-        pairs.emplace(tenth, withNoise(renderPair(signalOf(kNoise), kBiasSamples,
-                                                  delaySamples / kRate, 0.0),
-                                       INFINITY, 1));
+        pairs.emplace(
+            tenth, withNoise(renderPair(signalOf(kNoise), kBiasSamples, delaySamples / kRate, 0.0),
+                             INFINITY, 1));
         state.ResumeTiming();
       }
       const Pair& pair = pairs.at(tenth);
-      VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kBiasSamples,
-                                            kInterval, kLength, kUpscale, kRate, type);
+      VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kBiasSamples, kInterval,
+                                            kLength, kUpscale, kRate, type);
       calculator.calculateTimeError();
       errors.push_back(accuracyOf(calculator, delaySamples / kRate, 0.0).meanNs);
     }
@@ -325,8 +329,8 @@ void BM_FractionalBias(benchmark::State& state) {
 void BM_Speed(benchmark::State& state) {
   const int64_t type = state.range(0);
   const Pair& pair = drivingPair(kNoise, 40);
-  VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kSamples, kInterval,
-                                        kLength, kUpscale, kRate, type);
+  VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kSamples, kInterval, kLength,
+                                        kUpscale, kRate, type);
   for (auto _ : state) {
     calculator.calculateTimeError();
     benchmark::DoNotOptimize(calculator.windows().data());
@@ -354,9 +358,9 @@ void printSummary() {
       "  bound (ns)\n");
   for (const auto& [key, a] : gAccuracy) {
     const auto [kind, type, snr] = key;
-    std::printf("%-7s %-15s %3lld  %9.2f  %13.5f  %9.2f  %11.5f", kind == kNoise ? "noise" : "music",
-                typeName(type), static_cast<long long>(snr), a.rmsNs, a.rmsNs * 1e-9 * kRate,
-                a.meanNs, a.driftPpm);
+    std::printf("%-7s %-15s %3lld  %9.2f  %13.5f  %9.2f  %11.5f",
+                kind == kNoise ? "noise" : "music", typeName(type), static_cast<long long>(snr),
+                a.rmsNs, a.rmsNs * 1e-9 * kRate, a.meanNs, a.driftPpm);
     if (kind == kNoise) {
       std::printf("  %10.2f", boundSeconds(static_cast<double>(snr)) * 1e9);
     }
