@@ -603,12 +603,15 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
     // Twice, since the first fit still rests on values the drift had pulled.
     tracking.provisional.push_back(&window);
     for (int round = 0; round < 2; ++round) {
-      tracking.history.clear();
       for (Window* earlier : tracking.provisional) {
         tracking.anchor(windowCentre, window.refinedLag);
         remeasure(tracking, *earlier);
-        tracking.history.emplace_back(
-            static_cast<double>(earlier->start) + (windowLength - 1) / 2.0, earlier->refinedLag);
+        const double earlierCentre = static_cast<double>(earlier->start) + (windowLength - 1) / 2.0;
+        for (auto& [centre, delay] : tracking.history) {
+          if (centre == earlierCentre) {
+            delay = earlier->refinedLag;
+          }
+        }
       }
       tracking.fitDrift();
     }
