@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -193,6 +194,49 @@ TEST_F(AudioLoadingTest, FilesThatCannotBeUsed) {
   EXPECT_EQ(run.out, kBanner + assertion("FailIfError", "status != 0", 499) +
                          "Error opening Channel B audio file, Error: 1 (0x1)\n");
   EXPECT_EQ(run.status, 0);
+}
+
+TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
+  TempDir dir;
+  const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
+  std::string firstCsv;
+  for (const std::string word : {"audio", "drift"}) {
+    const ToolRun run = runTool({word, "--channel-a", (examples / "channel-a.flac").string(),
+                                 "--channel-b", (examples / "channel-b.flac").string(), "--output",
+                                 word, "--interval", "4800", "--length", "4096", "--upscale", "16"},
+                                dir.path());
+    EXPECT_EQ(run.out, kBanner +
+                           "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
+                           "Loading audio into memory...\n"
+                           "Running Audio Time Error Calculation...\n"
+                           "Running Allan Deviation Analysis...\n"
+                           "Running Modified Allan Deviation Analysis...\n"
+                           "Running Time Deviation Analysis...\n"
+                           "Running Root Mean Squared of Time Interval Error Analysis...\n"
+                           "Running Maximum Time Interval Error Analysis...\n"
+                           "Analysis Done\n");
+    EXPECT_EQ(run.status, 1);
+    const std::string csv = TestSupport::readFile(dir / word / "audio_analysis_time_error.csv");
+    firstCsv = firstCsv.empty() ? csv : firstCsv;
+    EXPECT_EQ(csv, firstCsv);
+  }
+  // Channel B lags by 12.5 ms plus 30 ppm of the elapsed time: 100 windows on that line.
+  std::istringstream rows(firstCsv);
+  std::string row;
+  std::getline(rows, row);
+  EXPECT_EQ(row, "time,time_error");
+  int count = 0;
+  while (std::getline(rows, row)) {
+    const double time = std::stod(row.substr(0, row.find(',')));
+    const double error = std::stod(row.substr(row.find(',') + 1));
+    EXPECT_NEAR(error, 12.5e6 + 30e-6 * time, 20) << row;
+    ++count;
+  }
+  EXPECT_EQ(count, 100);
+  for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
+                           "audio_analysis_mtie.pdf", "PlotMTIE.py"}) {
+    EXPECT_TRUE(fs::exists(dir / "drift" / file)) << file;
+  }
 }
 
 }  // namespace
