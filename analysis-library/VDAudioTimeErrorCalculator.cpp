@@ -240,32 +240,22 @@ int64_t findGridPeak(int64_t lowest, int64_t highest, int64_t scanLow, int64_t s
   }
 }
 
-// Remembers grid values, since the parabola asks again for points the scan already evaluated.
-template <typename Value>
-class MemoisedValue {
- public:
-  explicit MemoisedValue(Value value) : _value(std::move(value)) {}
-  double operator()(int64_t j) {
-    for (const auto& [index, v] : _known) {
-      if (index == j) {
-        return v;
-      }
-    }
-    const double v = _value(j);
-    _known.emplace_back(j, v);
-    return v;
-  }
-
- private:
-  Value _value;
-  std::vector<std::pair<int64_t, double>> _known;
-};
-
 // The peak of a function sampled on a grid of 1/upscale sample around lag 0, within one sample
 // either way: grid search, then a parabola through the three grid points at the peak.
 template <typename Value>
 double gridPeakOffset(int64_t upscale, Value value) {
-  MemoisedValue<Value> memo(std::move(value));
+  // Values already evaluated are kept: the parabola asks again for points the scan visited.
+  std::vector<std::pair<int64_t, double>> known;
+  const auto memo = [&](int64_t j) {
+    for (const auto& [index, v] : known) {
+      if (index == j) {
+        return v;
+      }
+    }
+    const double v = value(j);
+    known.emplace_back(j, v);
+    return v;
+  };
   const int64_t best = findGridPeak(-upscale, upscale, -upscale / 2 - 1, upscale / 2 + 1, memo);
   double fraction = 0.0;
   if (best > -upscale && best < upscale) {

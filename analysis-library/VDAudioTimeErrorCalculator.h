@@ -14,43 +14,60 @@
 // Parameters (all in samples except the rate):
 //   interval           samples between the starts of successive windows: windows start at
 //                      0, interval, 2 interval, ... as long as a whole window fits in the length.
-//   correlationLength  samples per window of channel A that are correlated with channel B.
+//   correlationLength  samples per window.
 //   upscaleFactor      sub-sample resolution: the correlation peak is located on a grid of
 //                      1/upscaleFactor sample, then refined by a parabola through the three grid
-//                      points around the peak. Not used by the quick type.
+//                      points around it. Not used by the quick type.
 //   samplingRate       Hz; converts samples to seconds.
-//   correlationType    0 quick: FFT cross-correlation at the native rate, peak refined by a
-//                        parabola through the three samples around it.
+//   correlationType    0 quick: correlation at the native rate (FFT), peak refined by a parabola
+//                        through the three samples around it.
 //                      1 resampler: both windows upsampled by upscaleFactor with a Kaiser-windowed
 //                        sinc interpolator (40 taps, beta 11) fed by the samples around them, then
-//                        correlated on the fine grid near the native peak.
-//                      2 post-resampler (default): correlation at the native rate, then the same
-//                        interpolator applied to the correlation itself around its peak.
+//                        correlated on the fine grid within a sample of the native peak.
+//                      2 post-resampler (default): correlation at the native rate (FFT), then the
+//                        same interpolator applied to the correlation around its peak.
 //                      Any other value means 2.
-//   The channels are borrowed, not copied: they must stay valid until the calculator is gone.
+// The channels are borrowed, not copied: they must stay valid while the calculator is used.
 //
-// Method. The first window with signal finds the offset by an FFT cross-correlation of two
-// seconds of channel A (or the whole length, if shorter) against channel B over +-1 second
-// (clamped to the length; the search range is the larger of 1 second and 2 windows' length,
-// never more than the data), scored by the correlation normalised over the overlapping samples.
-// Each later window then searches only +-32 samples around the previous window's peak, so an
-// offset that drifts by many windows over the recording is followed; a window whose peak lands
-// on the edge of that range, or whose correlation is too weak, triggers a new wide search (at
-// most one per second of data), which is how jumps are recovered.
+// What a window gives: the delay of B against A, positive when B lags A, in seconds, at the
+// window's centre, (start + (correlationLength - 1) / 2) / samplingRate seconds from the first
+// sample of the channels. timeErrors() gives timestamp and delay in whole nanoseconds, rounded.
 //
-// Each window yields the delay of B against A in seconds, positive when B lags A, stamped at the
-// window's centre, (start + (correlationLength - 1) / 2) / samplingRate seconds from the start of
-// the channels. A window yields nothing, but is still listed in the diagnostic export, when:
-//   silent   channel A's window, or B's matching stretch, holds no energy;
-//   weak     the normalised correlation peak, sum(a b) / sqrt(sum(a^2) sum(b^2)) over the window,
-//            is below 0.2 (uncorrelated noise of a 4096-sample window scores about 0.05);
-//   lost     the peak stayed on the edge of the search range even after a wide search;
-//   outside  less than half of B's matching stretch lies inside the recording.
+// How the delay is followed:
+//   - The first window with signal looks for the offset with a wide search: an FFT
+//     cross-correlation of a quarter second of A (or one window, if longer) against B over
+//     +-2 seconds (at most the data's length), scored by the correlation normalised over the
+//     overlapping samples. The best lag must score at least 0.2 and 1.5 times any other peak; a
+//     signal that repeats itself matches at several lags, and then the search waits for a
+//     stretch that does not. Failed searches are repeated at most every half second of data;
+//     once one succeeds, the windows before it are measured backwards from there.
+//   - Every later window is correlated only +-32 samples around the delay predicted from the
+//     windows before it, so a delay that drifts by many windows over the recording is followed.
+//     A window whose peak lies on the edge of that range, or whose correlation is weak, triggers
+//     a new wide search (again at most every half second), which is how jumps are recovered.
+//   - The drift, a straight line through the delays of the last 16 windows (from 4 on), is
+//     followed inside each window too: B is read through it, so a window measures the delay at
+//     its centre rather than an average weighted by where the signal is loud. The first windows
+//     of a track are measured again once the drift is known.
+//   - The correlation is the sum of A's window against B sliding and B's matching window against
+//     A sliding, each over the part of the window whose neighbourhood lies inside both
+//     recordings. Either direction alone has its peak pulled by whatever differs between its
+//     window's ends (a note starting, a level falling); in the sum the pulls cancel.
 //
-// Limits: zero or negative length, interval, correlation length or upscale factor, a sampling
-// rate that is not a positive finite number, a window longer than the data or than 4194304
-// samples, more than 4194304 windows, or (resampler only) correlationLength x upscaleFactor above
-// 4194304, give an empty series. Upscale factors above 2^40 work as 2^40.
+// A window yields no value, but is listed in the diagnostic export, when it is
+//   silent   channel A's window, or B's matching stretch, holds no energy (exact zeros);
+//   weak     its normalised correlation, sum(a b) / sqrt(sum(a^2) sum(b^2)) over the window at the
+//            best whole-sample lag, is below 0.2 (unrelated noise in a 4096-sample window scores
+//            about 0.05, a clean match about 1), or no delay has been found yet;
+//   lost     its peak stayed on the edge of the +-32 sample range even after a wide search;
+//   outside  less than half of it has both channels' neighbourhoods inside the recordings (its
+//            match in B lies beyond B's start or end).
+//
+// Limits: zero or negative length, interval, correlation length or upscale factor, null channels,
+// a sampling rate that is not a positive finite number, a window longer than the data or than
+// 4194304 samples, more than 4194304 windows, or (resampler only) correlationLength x
+// upscaleFactor above 4194304, give an empty series; upscale factors above 2^40 work as 2^40.
+// Drifts beyond 1% are followed as 1% inside a window.
 class VDAudioTimeErrorCalculator {
  public:
   enum CorrelationType : int64_t { kQuick = 0, kResampler = 1, kPostResampler = 2 };
