@@ -488,10 +488,6 @@ VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() c
   tracking.searchSpacing = std::max<int64_t>(
       windowLength,
       static_cast<int64_t>(std::min(std::ceil(_samplingRate / 2.0), static_cast<double>(_length))));
-  const size_t transformSize =
-      VDFFTCorrelator::fastSize(static_cast<size_t>(windowLength + 2 * kLagMargin));
-  tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
-  tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
   return tracking;
@@ -502,7 +498,12 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   if (!parametersUsable()) {
     return;
   }
+  // The transforms are planned once here and lent to the backward pass.
   Tracking tracking = newTracking();
+  const size_t transformSize =
+      VDFFTCorrelator::fastSize(static_cast<size_t>(_correlationLength + 2 * kLagMargin));
+  tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
+  tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   const int64_t windowCount = (_length - _correlationLength) / _interval + 1;
   _windows.resize(static_cast<size_t>(windowCount));
   for (int64_t index = 0; index < windowCount; ++index) {
@@ -519,9 +520,13 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
       backwards.drift = tracking.drift;
       backwards.history = tracking.history;
       backwards.nextSearchStart = std::numeric_limits<int64_t>::max();
+      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
       for (int64_t earlier = index - 1; earlier >= 0; --earlier) {
         measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
       }
+      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
     }
   }
 }
