@@ -15,27 +15,37 @@ int64_t VDModifiedAllanDeviationAnalysis::largestWindowSize(int64_t sampleCount)
   return sampleCount < 3 ? 0 : sampleCount / 3;
 }
 
-std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
-    const VDWindowRange& windows) const {
-  const auto sampleCount = static_cast<int64_t>(_errors.size());
+std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum>
+VDModifiedAllanDeviationAnalysis::modifiedSums(const std::vector<int64_t>& errors,
+                                               const VDWindowRange& windows) {
+  const auto sampleCount = static_cast<int64_t>(errors.size());
   // The inner sum of m second differences is the third difference of the prefix sums S:
   // S[j+3m] - 3S[j+2m] + 3S[j+m] - S[j]. Removing the drift keeps S small.
   // The drift-free phase is gone before the sums make their copy: three arrays at most.
-  std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(_errors));
+  std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(errors));
   const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
-  std::vector<VDStatisticPoint> points;
-  points.reserve(windows.count());
+  std::vector<ModifiedSum> sums;
+  sums.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
     const int64_t m = windows.at(index);
     const int64_t terms = sampleCount - 3 * m + 1;
-    const double tau = tauOfWindow(m);
-    const auto window = static_cast<double>(m);
+    sums.push_back({m, terms, thirdDifferences.sumOfSquares(m, terms)});
+  }
+  return sums;
+}
+
+std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
+    const VDWindowRange& windows) const {
+  std::vector<VDStatisticPoint> points;
+  for (const ModifiedSum& modified : modifiedSums(_errors, windows)) {
+    const double tau = tauOfWindow(modified.windowSize);
+    const auto window = static_cast<double>(modified.windowSize);
     // Modified Allan variance from phase, NIST SP 1065 eq. 14, with x in ns:
     // Mod sigma^2 = sum_j (sum_{i=j}^{j+m-1} x[i+2m] - 2x[i+m] + x[i])^2 / (2 m^2 tau^2 (N-3m+1)).
-    const double sum = thirdDifferences.sumOfSquares(m, terms);
     const double deviation =
-        std::sqrt(sum / (2.0 * window * window * static_cast<double>(terms))) * 1e-9 / tau;
-    points.push_back({m, tau, deviation, static_cast<uint64_t>(terms)});
+        std::sqrt(modified.sum / (2.0 * window * window * static_cast<double>(modified.terms))) *
+        1e-9 / tau;
+    points.push_back({modified.windowSize, tau, deviation, static_cast<uint64_t>(modified.terms)});
   }
   return points;
 }

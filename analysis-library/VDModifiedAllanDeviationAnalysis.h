@@ -13,6 +13,16 @@ class VDModifiedAllanDeviationAnalysis : public VDStatisticAnalysis {
   static const VDAnalysisClass& classObject();
   const VDAnalysisClass& analysisClass() const override { return classObject(); }
 
+  // The numerator the modified Allan and time deviations share, for each window m:
+  // sum_j (sum_{i=j}^{j+m-1} x[i+2m] - 2x[i+m] + x[i])^2 with x in ns, over N-3m+1 terms.
+  struct ModifiedSum {
+    int64_t windowSize;
+    int64_t terms;
+    double sum;
+  };
+  static std::vector<ModifiedSum> modifiedSums(const std::vector<int64_t>& errors,
+                                               const VDWindowRange& windows);
+
  protected:
   int64_t largestWindowSize(int64_t sampleCount) const override;
   std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;

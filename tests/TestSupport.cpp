@@ -20,6 +20,14 @@ std::string banner() { return std::string("veridaneprobe ") + VDP_VERSION + "\n\
 const std::vector<std::string> kNoStatistics = {"--no-adev", "--no-madev", "--no-tdev",
                                                 "--no-rmstie", "--no-mtie"};
 
+const std::string kAllStatisticsProgress =
+    "Running Allan Deviation Analysis...\n"
+    "Running Modified Allan Deviation Analysis...\n"
+    "Running Time Deviation Analysis...\n"
+    "Running Root Mean Squared of Time Interval Error Analysis...\n"
+    "Running Maximum Time Interval Error Analysis...\n"
+    "Analysis Done\n";
+
 std::filesystem::path sourceDir() { return VDP_SOURCE_DIR; }
 std::filesystem::path toolPath() { return VDP_TOOL_PATH; }
 

@@ -14,6 +14,9 @@ std::string banner();
 // The options that switch every statistic off, for runs that test something else.
 extern const std::vector<std::string> kNoStatistics;
 
+// The processor's progress lines with every statistic on, ending with "Analysis Done".
+extern const std::string kAllStatisticsProgress;
+
 std::filesystem::path sourceDir();  // the repository
 std::filesystem::path toolPath();   // the built veridaneprobe executable
 

@@ -18,10 +18,13 @@ namespace fs = std::filesystem;
 int limitColourPixels(const fs::path& png, const fs::path& result) {
   VDPPythonInterpreter::runScript(
       "import matplotlib.image, numpy\n"
-      "pixels = matplotlib.image.imread('" + png.string() + "')[:, :, :3]\n"
+      "pixels = matplotlib.image.imread('" +
+      png.string() +
+      "')[:, :, :3]\n"
       "limit = numpy.array([0xfa, 0xc2, 0x05]) / 255.0\n"
       "found = numpy.all(numpy.abs(pixels - limit) < 0.02, axis=2).sum()\n"
-      "open('" + result.string() + "', 'w').write(str(found))\n");
+      "open('" +
+      result.string() + "', 'w').write(str(found))\n");
   return std::stoi(TestSupport::readFile(result));
 }
 

@@ -56,8 +56,12 @@ TEST_F(PythonInterpreterTest, ClassicMatplotlibApiIsSupplied) {
       "import matplotlib.pyplot as plt\n"
       "import matplotlib.mlab as mlab\n"
       "plt.hold(True)\n"
-      "records = mlab.csv2rec('" + (dir / "data.csv").string() + "')\n"
-      "open('" + result + "', 'w').write('%s %s %s %s %s' % (matplotlib.get_backend(),\n"
+      "records = mlab.csv2rec('" +
+      (dir / "data.csv").string() +
+      "')\n"
+      "open('" +
+      result +
+      "', 'w').write('%s %s %s %s %s' % (matplotlib.get_backend(),\n"
       "    records.dtype.names, list(records.time), list(records.time_error),\n"
       "    list(records.tau)))\n");
   EXPECT_EQ(TestSupport::readFile(result),
