@@ -21,10 +21,12 @@ inline __attribute__((always_inline)) uint64_t spread(int64_t maximum, int64_t m
 }
 
 // Widens every window by the next sample and returns the largest spread among them:
-// maxima[i] = max(maxima[i], next[i]), minima likewise, over i < count.
-__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) uint64_t
-extendWindows(int64_t* __restrict maxima, int64_t* __restrict minima,
-              const int64_t* __restrict next, size_t count) {
+// maxima[i] = max(maxima[i], next[i]), minima likewise, over i < count. Always inlined, so each
+// clone below vectorises it for its own instruction set.
+inline __attribute__((always_inline)) uint64_t widenWindows(int64_t* __restrict maxima,
+                                                            int64_t* __restrict minima,
+                                                            const int64_t* __restrict next,
+                                                            size_t count) {
   uint64_t largest = 0;
   for (size_t i = 0; i < count; ++i) {
     const int64_t value = next[i];
@@ -38,6 +40,12 @@ extendWindows(int64_t* __restrict maxima, int64_t* __restrict minima,
   return largest;
 }
 
+__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) uint64_t
+extendWindows(int64_t* __restrict maxima, int64_t* __restrict minima,
+              const int64_t* __restrict next, size_t count) {
+  return widenWindows(maxima, minima, next, count);
+}
+
 // Sweeps windows firstWindow .. lastWindow over one block's starts: blockSamples points at the
 // block's first sample, maxima and minima hold the extremes of window firstWindow - 1, and the
 // block has min(blockStarts, startLimit - m) starts whose window m ends inside the series. Raises
@@ -48,17 +56,9 @@ __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) vo
     uint64_t* __restrict best) {
   for (int64_t m = firstWindow; m <= lastWindow; ++m) {
     const int64_t starts = blockStarts < startLimit - m ? blockStarts : startLimit - m;
-    const int64_t* next = blockSamples + m;
-    uint64_t largest = 0;
-    for (int64_t i = 0; i < starts; ++i) {
-      const int64_t value = next[i];
-      const int64_t maximum = maxima[i] > value ? maxima[i] : value;
-      const int64_t minimum = minima[i] < value ? minima[i] : value;
-      maxima[i] = maximum;
-      minima[i] = minimum;
-      const uint64_t range = spread(maximum, minimum);
-      largest = largest > range ? largest : range;
-    }
+    const uint64_t largest =
+        starts > 0 ? widenWindows(maxima, minima, blockSamples + m, static_cast<size_t>(starts))
+                   : 0;
     uint64_t& known = best[m - firstWindow];
     known = known > largest ? known : largest;
   }
