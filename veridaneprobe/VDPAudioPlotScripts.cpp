@@ -1,5 +1,7 @@
 #include "VDPAudioPlotScripts.h"
 
+#include "VDPlotScript.h"
+
 namespace VDPAudioPlotScripts {
 
 namespace {
@@ -12,6 +14,12 @@ const char* const kImports =
     "import os\n"
     "import sys\n"
     "\n";
+
+// The CSV beside the script when no directory is given, else in that directory.
+std::string dataLine(const std::optional<std::string>& csvDirectory, const std::string& csvName) {
+  return "timeErrorRecords = mlab.csv2rec(" +
+         VDPlotScript::csvPathExpression(csvDirectory, csvName) + ")";
+}
 
 std::string body(const std::string& outputName) {
   return "\n"
@@ -38,17 +46,15 @@ std::string body(const std::string& outputName) {
 }  // namespace
 
 std::string savedScript(const std::string& csvName, const std::string& outputName) {
-  return kImports +
-         ("timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/" + csvName + "')") +
-         body(outputName) + "plt.show()\n";
+  return kImports + dataLine(std::nullopt, csvName) + body(outputName) + "plt.show()\n";
 }
 
 std::string plotScript(const std::string& csvDirectory, const std::string& csvName,
                        const std::string& outputName, const std::string& plotDirectory,
                        const std::string& plotName) {
-  return kImports + ("timeErrorRecords = mlab.csv2rec('" + csvDirectory + "/" + csvName + "')") +
-         body(outputName) + "f1.set_size_inches(32, 16.98753)\n\nf1.savefig('" + plotDirectory +
-         "/" + plotName + "')\n\n";
+  return kImports + dataLine(csvDirectory, csvName) + body(outputName) +
+         "f1.set_size_inches(32, 16.98753)\n\nf1.savefig('" + plotDirectory + "/" + plotName +
+         "')\n\n";
 }
 
 }  // namespace VDPAudioPlotScripts

@@ -1,11 +1,12 @@
 #include "VDPDualLinkTimeErrorSequence.h"
 
+#include "VDPlotScript.h"
+
 std::string VDPDualLinkTimeErrorSequence::generatePythonScriptWithOutputPath(
     const std::optional<std::string>& outputPath, const std::string& fileName,
     const std::string& titleName, const std::optional<std::string>& plotPath, bool showPlot) const {
   // Values go in as they are: a quote in a path breaks the script, which Python then reports.
-  const std::string csvPath = outputPath ? "'" + *outputPath + "/" + fileName + "'"
-                                         : "os.path.split(sys.argv[0])[0]+'/" + fileName + "'";
+  const std::string csvPath = VDPlotScript::csvPathExpression(outputPath, fileName);
   std::string script =
       "#!/usr/bin/python\n\nimport numpy as np\nimport matplotlib.pyplot as plt\n"
       "import matplotlib.mlab as mlab\nimport os\nimport sys\n";
