@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "VDFFTCorrelator.h"
+#include "VDResultPath.h"
 
 namespace {
 
@@ -881,7 +882,7 @@ std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {
 
 bool VDAudioTimeErrorCalculator::exportTimeErrorToDirectoryURL(
     const std::filesystem::path& directory, const std::string& filename) const {
-  std::FILE* file = std::fopen((directory / filename).c_str(), "w");
+  std::FILE* file = std::fopen(VDResultPath::inDirectory(directory, filename).c_str(), "w");
   if (file == nullptr) {
     return false;
   }

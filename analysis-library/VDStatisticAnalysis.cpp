@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "VDCSVBuffer.h"
+#include "VDResultPath.h"
 
 namespace {
 
@@ -69,7 +70,7 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
       csv.appendUnsigned(point.termCount);
       csv.endRow();
     }
-    return csv.writeToFile(directory / filename);
+    return csv.writeToFile(VDResultPath::inDirectory(directory, filename));
   } catch (...) {
     // Out of memory: reported like any other failed write.
     return false;

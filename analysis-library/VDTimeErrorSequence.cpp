@@ -4,6 +4,7 @@
 
 #include "VDCSVBuffer.h"
 #include "VDPlotScript.h"
+#include "VDResultPath.h"
 
 VDTimeErrorSequence::VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors)
     : _timeErrors(std::move(timeErrors)) {}
@@ -21,7 +22,7 @@ bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::
       csv.appendInteger(value.error());
       csv.endRow();
     }
-    return csv.writeToFile(directory / filename);
+    return csv.writeToFile(VDResultPath::inDirectory(directory, filename));
   } catch (...) {
     // Out of memory: reported like any other failed write.
     return false;

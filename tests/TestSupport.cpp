@@ -89,7 +89,8 @@ void drain(int outFd, int errFd, std::string& out, std::string& err) {
 }  // namespace
 
 ToolRun runTool(const std::vector<std::string>& arguments, const std::filesystem::path& workingDir,
-                const std::map<std::string, std::optional<std::string>>& environment) {
+                const std::map<std::string, std::optional<std::string>>& environment,
+                bool oneStream) {
   int outPipe[2];
   int errPipe[2];
   if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
@@ -99,7 +100,7 @@ ToolRun runTool(const std::vector<std::string>& arguments, const std::filesystem
   pid_t child = fork();
   if (child == 0) {
     dup2(outPipe[1], STDOUT_FILENO);
-    dup2(errPipe[1], STDERR_FILENO);
+    dup2(oneStream ? outPipe[1] : errPipe[1], STDERR_FILENO);
     close(outPipe[0]);
     close(outPipe[1]);
     close(errPipe[0]);

@@ -45,9 +45,11 @@ struct ToolRun {
 
 // Runs the built tool with the given arguments (argv[0] is the tool's path), in workingDir
 // (the current directory when empty). environment entries are set (a value of nullopt unsets
-// the variable); PWD is set to workingDir unless given.
+// the variable); PWD is set to workingDir unless given. With oneStream, standard error shares
+// standard output's pipe, as in "2>&1 | cat", and everything arrives in out.
 ToolRun runTool(const std::vector<std::string>& arguments,
                 const std::filesystem::path& workingDir = {},
-                const std::map<std::string, std::optional<std::string>>& environment = {});
+                const std::map<std::string, std::optional<std::string>>& environment = {},
+                bool oneStream = false);
 
 }  // namespace TestSupport

@@ -235,6 +235,34 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   }
 }
 
+TEST(AudioRun, TheOutputNameIsTextAppendedToTheOutputDirectory) {
+  TempDir dir;
+  const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
+  fs::create_directories(dir / "out" / "nested");
+  std::vector<std::string> arguments = {"audio",
+                                        "--channel-a",
+                                        (examples / "channel-a.flac").string(),
+                                        "--channel-b",
+                                        (examples / "channel-b.flac").string(),
+                                        "--output",
+                                        "out",
+                                        "--name",
+                                        "/nested/run",
+                                        "--interval",
+                                        "48000",
+                                        "--length",
+                                        "4096"};
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  const ToolRun run = runTool(arguments, dir.path());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  for (const char* file : {"run_audio_time_error.csv", "run_audio_time_error.png",
+                           "run_time_error.csv", "run_time_error.pdf"}) {
+    EXPECT_TRUE(fs::exists(dir / "out" / "nested" / file)) << file;
+  }
+}
+
 TEST(AudioPlotScripts, BothTemplatesByteForByte) {
   const std::string body =
       "\n\ntime = timeErrorRecords.time\n"

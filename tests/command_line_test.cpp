@@ -2,12 +2,15 @@
 // message of the shared option grammar with its stream, checked byte for byte.
 
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <string>
 
 #include "TestSupport.h"
+#include "VDPFileSystem.h"
 
 using TestSupport::runTool;
 using TestSupport::TempDir;
@@ -172,6 +175,62 @@ TEST_F(CommandLineTest, OutputPreparation) {
   EXPECT_EQ(run.out, kBanner + "\"" + (dir / "osprey" / "Slave1").string() +
                          "\" is not a directory. Please use a different path.\n");
   EXPECT_TRUE(std::filesystem::is_directory(dir / "osprey" / "Slave0"));
+}
+
+TEST_F(CommandLineTest, ConsoleLinesReachASharedPipeInTheOrderWritten) {
+  // As "2>&1 | cat" with Python's own buffering in force: the banner comes before every message
+  // on standard error, and each message before the lines written after it.
+  TestSupport::writeFile(dir / "file", "x");
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {"time-error", "--bogus"},
+      {"dual-link", "--data", "x"},
+      {"audio", "--interval", "0"},
+      {"dual-check", "--data", data(), "--output", (dir / "file").string()},
+      {"time-error", "--window-lower", "1"},
+  };
+  for (const std::vector<std::string>& arguments : cases) {
+    const ToolRun separate = runTool(arguments, {}, {{"PYTHONUNBUFFERED", std::nullopt}});
+    const ToolRun shared = runTool(arguments, {}, {{"PYTHONUNBUFFERED", std::nullopt}}, true);
+    EXPECT_EQ(separate.out, kBanner);
+    EXPECT_NE(separate.err, "");
+    EXPECT_EQ(shared.out, separate.out + separate.err);
+    EXPECT_EQ(shared.status, separate.status);
+  }
+}
+
+TEST_F(CommandLineTest, ALeadingTildeNamesAHomeDirectory) {
+  const passwd* user = getpwuid(getuid());
+  ASSERT_NE(user, nullptr);
+  const std::string home = user->pw_dir;
+  setenv("HOME", "/home/from-environment", 1);
+  EXPECT_EQ(VDPFileSystem::standardisedPath("~"), "/home/from-environment");
+  EXPECT_EQ(VDPFileSystem::standardisedPath("~/runs/./a//b/"), "/home/from-environment/runs/a/b");
+  EXPECT_EQ(VDPFileSystem::standardisedPath(std::string("~") + user->pw_name), home);
+  EXPECT_EQ(VDPFileSystem::standardisedPath(std::string("~") + user->pw_name + "/x/../run.csv"),
+            (std::filesystem::path(home) / "run.csv").lexically_normal().string());
+  // An unknown user and a tilde inside the path are left as written.
+  EXPECT_EQ(VDPFileSystem::standardisedPath("~no-such-user-here/run.csv"),
+            "~no-such-user-here/run.csv");
+  EXPECT_EQ(VDPFileSystem::standardisedPath("/data/~/run.csv"), "/data/~/run.csv");
+}
+
+TEST_F(CommandLineTest, TheOutputNameIsTextAppendedToTheOutputDirectory) {
+  // A name that starts with "/" is not a path of its own: the files go under the output
+  // directory (here into its subdirectory "nested"), never into /nested.
+  TestSupport::writeFile(dir / "data.csv", "index,time,error\n0,0.0,1e-9\n1,0.5,3e-9\n");
+  std::filesystem::create_directories(dir / "out" / "nested");
+  std::vector<std::string> arguments = {"time-error", "--data", data(),       "--output",
+                                        output(),     "--name", "/nested/run"};
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  const ToolRun run = runTool(arguments);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  for (const char* file : {"run_time_error.csv", "run_time_error.png", "run_time_error.pdf"}) {
+    EXPECT_TRUE(std::filesystem::exists(dir / "out" / "nested" / file)) << file;
+  }
+  EXPECT_FALSE(std::filesystem::exists("/nested"));
 }
 
 }  // namespace

@@ -198,6 +198,38 @@ TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
   VDPPythonInterpreter::setScriptRunner(nullptr);
 }
 
+// The converged analysis's time error CSV after a run over the given data lines.
+std::string convergedTimeErrors(const std::string& lines) {
+  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "link.csv", lines);
+  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+      {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L",
+       "--no-madev", "--no-tdev", "--no-mtie"});
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(analyser != nullptr && analyser->execute());
+  testing::internal::GetCapturedStdout();
+  VDPPythonInterpreter::setScriptRunner(nullptr);
+  return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
+}
+
+TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
+  // One nanosecond early is out, exactly 60 s is in, and a later line with a smaller timestamp
+  // is out: the threshold compares timestamps, not positions in the file.
+  EXPECT_EQ(convergedTimeErrors("1000000000,0,1,0,0\n"
+                                "60999999999,1,2,0,0\n"
+                                "61000000000,2,3,0,0\n"
+                                "30000000000,3,4,0,0\n"
+                                "70000000000,4,5,0,0\n"),
+            "time,time_error\n61000000000,3\n70000000000,5\n");
+  // A first timestamp within 60 s of the top of the range: the threshold wraps past zero, so
+  // the first sample itself and every timestamp from 30 s on count as converged.
+  EXPECT_EQ(convergedTimeErrors("18446744043709551616,0,1,0,0\n"
+                                "29999999999,1,2,0,0\n"
+                                "30000000000,2,3,0,0\n"),
+            "time,time_error\n18446744043709551616,1\n30000000000,3\n");
+}
+
 TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
   TestSupport::TempDir dir;
   TestSupport::writeFile(dir / "link.csv", "");

@@ -147,4 +147,15 @@ TEST_F(ProcessorTest, AnEmptySequenceAndAnUnwritableDirectoryDoNotStopTheRun) {
   EXPECT_EQ(scripts.size(), 12u);
 }
 
+TEST_F(ProcessorTest, ScriptPermissionsAreSetEvenWhenTheWriteFails) {
+  // A directory where the saved script should go: the write fails, the mode is set all the same.
+  fs::create_directory(dir / "PlotTimeError.py");
+  fs::permissions(dir / "PlotTimeError.py", fs::perms::owner_all);
+  VDPProcessSingleTimeError processor(dir.path().string(), "n", false, false, false, false, false,
+                                      2, std::numeric_limits<int64_t>::max(), 1);
+  process(processor);
+  EXPECT_TRUE(fs::is_directory(dir / "PlotTimeError.py"));
+  EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
+}
+
 }  // namespace

@@ -68,4 +68,30 @@ TEST_F(PythonInterpreterTest, ClassicMatplotlibApiIsSupplied) {
             "agg ('time', 'time_error', 'tau') [1, 3] [-2, 4] [0.5, 0.001]");
 }
 
+TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
+  // A statistic's CSV whose first tau is whole: tau stays a float column, window an integer one.
+  // Timestamps beyond 2^53 and beyond 2^63 keep every digit; 1.0 written as such is a float.
+  TestSupport::writeFile(dir / "adev.csv",
+                         "window,tau,adev,terms\n2,1,3e-09,10\n3,1.5,2e-09,9\n4,2,1e-09,8\n"
+                         "5,2.5,5e-10,7\n");
+  TestSupport::writeFile(dir / "time.csv",
+                         "time,time_error,level\n1700000000000000001,-5,1\n"
+                         "18446744073709551615,7,1.0\n");
+  const std::string result = (dir / "result").string();
+  VDPPythonInterpreter::runScript(
+      "import matplotlib.mlab as mlab\n"
+      "a = mlab.csv2rec('" +
+      (dir / "adev.csv").string() + "')\nt = mlab.csv2rec('" + (dir / "time.csv").string() +
+      "')\n"
+      "open('" +
+      result +
+      "', 'w').write(repr((a.dtype.descr, list(a.tau), list(a.window), t.dtype.descr,\n"
+      "    [int(x) for x in t.time], list(t.level))))\n");
+  EXPECT_EQ(TestSupport::readFile(result),
+            "([('window', '<i8'), ('tau', '<f8'), ('adev', '<f8'), ('terms', '<i8')], "
+            "[1.0, 1.5, 2.0, 2.5], [2, 3, 4, 5], "
+            "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
+            "[1700000000000000001, 18446744073709551615], [1.0, 1.0])");
+}
+
 }  // namespace

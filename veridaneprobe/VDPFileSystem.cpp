@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "VDResultPath.h"
+
 namespace fs = std::filesystem;
 
 namespace VDPFileSystem {
@@ -25,13 +27,48 @@ std::string homeDirectory() {
   return "~";
 }
 
+// "~" and "~/..." name our home, "~user" and "~user/..." that user's, as the shell's tilde
+// expansion does; an unknown user leaves the text as it is.
+std::string tildeExpanded(const std::string& value) {
+  if (value.empty() || value[0] != '~') {
+    return value;
+  }
+  const size_t slash = value.find('/');
+  const std::string user = value.substr(1, slash == std::string::npos ? slash : slash - 1);
+  const std::string rest = slash == std::string::npos ? "" : value.substr(slash);
+  if (user.empty()) {
+    return homeDirectory() + rest;
+  }
+  const passwd* entry = getpwnam(user.c_str());
+  if (entry == nullptr || entry->pw_dir == nullptr) {
+    return value;
+  }
+  return entry->pw_dir + rest;
+}
+
+// Writes text to path through a temporary file that then replaces it; on failure the earlier
+// file stays as it was.
+void writeAtomically(const std::string& path, const std::string& text) {
+  const std::string temporary = path + ".tmp-" + std::to_string(getpid());
+  {
+    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
+    stream << text;
+    if (!stream.flush()) {
+      std::error_code ignored;
+      fs::remove(temporary, ignored);
+      return;
+    }
+  }
+  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+    std::error_code ignored;
+    fs::remove(temporary, ignored);
+  }
+}
+
 }  // namespace
 
 std::string standardisedPath(const std::string& value) {
-  std::string expanded = value;
-  if (!expanded.empty() && expanded[0] == '~' && (expanded.size() == 1 || expanded[1] == '/')) {
-    expanded = homeDirectory() + expanded.substr(1);
-  }
+  const std::string expanded = tildeExpanded(value);
   if (expanded.empty()) {
     return expanded;
   }
@@ -62,7 +99,7 @@ std::optional<std::string> resolvedOutputPath(const std::optional<std::string>& 
 }
 
 std::string joinedPath(const std::string& directory, const std::string& component) {
-  return (fs::path(directory) / component).string();
+  return VDResultPath::inDirectory(directory, component).string();
 }
 
 bool exists(const std::optional<std::string>& path) {
@@ -95,21 +132,8 @@ bool prepareDirectory(const std::optional<std::string>& path, std::FILE* message
 }
 
 void saveScript(const std::string& path, const std::string& text) {
-  const std::string temporary = path + ".tmp-" + std::to_string(getpid());
-  {
-    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
-    stream << text;
-    if (!stream.flush()) {
-      std::error_code ignored;
-      fs::remove(temporary, ignored);
-      return;
-    }
-  }
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-    return;
-  }
+  writeAtomically(path, text);
+  // Whatever the write's outcome: a script saved earlier stays runnable.
   chmod(path.c_str(), 0744);
 }
 

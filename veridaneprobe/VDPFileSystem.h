@@ -9,8 +9,8 @@
 // share: option paths, PWD resolution, output directory preparation and saved scripts.
 namespace VDPFileSystem {
 
-// An option's path value: a leading "~" expanded to the home directory, then standardised
-// (redundant "." and ".." components, duplicate and trailing separators removed).
+// An option's path value: a leading "~" or "~user" expanded to that home directory, then
+// standardised (redundant "." and ".." components, duplicate and trailing separators removed).
 std::string standardisedPath(const std::string& value);
 
 // A relative path joined onto PWD. With PWD unset a relative path cannot be resolved and
@@ -19,7 +19,7 @@ std::string standardisedPath(const std::string& value);
 std::optional<std::string> resolvedPath(const std::optional<std::string>& path);
 std::optional<std::string> resolvedOutputPath(const std::optional<std::string>& path);
 
-// directory joined with one more path component.
+// directory, "/" and component appended as text: a component starting with "/" stays inside.
 std::string joinedPath(const std::string& directory, const std::string& component);
 
 // True when a file or directory (or anything else) exists at path.
@@ -30,7 +30,8 @@ bool exists(const std::optional<std::string>& path);
 bool prepareDirectory(const std::optional<std::string>& path, std::FILE* messageStream);
 
 // Writes text to path through a temporary file that then replaces it, and makes the result
-// executable by its owner (mode 0744). Failures are ignored: a plot script is a convenience.
+// executable by its owner (mode 0744) whatever the write's outcome. Failures are ignored: a plot
+// script is a convenience.
 void saveScript(const std::string& path, const std::string& text);
 
 }  // namespace VDPFileSystem

@@ -43,6 +43,9 @@ void installCompatibility() {
 void VDPPythonInterpreter::start(const std::string& programName) {
   PyConfig config;
   PyConfig_InitPythonConfig(&config);
+  // Unbuffered like the tool's own streams, so a script's output and its traceback keep
+  // their order in a shared pipe.
+  config.buffered_stdio = 0;
   PyStatus status = PyConfig_SetBytesString(&config, &config.program_name, programName.c_str());
   if (!PyStatus_Exception(status)) {
     status = Py_InitializeFromConfig(&config);

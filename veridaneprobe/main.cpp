@@ -12,6 +12,9 @@
 #include "VDPVersion.h"
 
 int main(int argc, char** argv) {
+  // Standard error is unbuffered; a line-buffered standard output keeps the banner and every
+  // later line in the order written when both streams share one pipe.
+  std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
   std::printf("%s %s\n\n", "veridaneprobe", VDP_VERSION);
   const std::vector<std::string> arguments(argv, argv + argc);
   VDPConsole::setProgramPath(argc > 0 ? argv[0] : "");
