@@ -19,7 +19,8 @@ def _csv2rec_beside_script(fname, *args, **kwargs):
     a bare file name, the directory part is empty and the path points into the root directory,
     although the script, and so its CSV, lies in the current directory."""
     from veridaneprobe_compat import csv2rec
-    started_by_bare_name = bool(sys.argv) and os.path.split(sys.argv[0])[0] == ''
+    argv = getattr(sys, 'argv', None)  # an embedding program may leave it unset
+    started_by_bare_name = bool(argv) and os.path.split(argv[0])[0] == ''
     if (started_by_bare_name and isinstance(fname, str) and os.path.dirname(fname) == '/'
             and not os.path.exists(fname)):
         fname = fname[1:]
