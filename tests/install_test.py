@@ -6,7 +6,8 @@ the classic matplotlib hook read from the installed site directory. The machine'
 touched: a sitecustomize module in a temporary directory on PYTHONPATH adds that site directory
 with site.addsitedir, as Python does for its own site directories at start-up.
 
-usage: python3 install_test.py BUILD_DIR VERSION
+usage: python3 install_test.py CMAKE BUILD_DIR VERSION [SITE_DIR]
+(SITE_DIR: the build's VDP_PYTHON_SITE_DIR, when it sets one)
 """
 
 import csv
@@ -18,8 +19,9 @@ import sys
 import tempfile
 import unittest
 
-BUILD_DIR, VERSION = sys.argv[1], sys.argv[2]
-SITE_DIR = 'lib/python%d.%d/dist-packages' % sys.version_info[:2]
+CMAKE, BUILD_DIR, VERSION = sys.argv[1:4]
+SITE_DIR = (sys.argv[4] if len(sys.argv) > 4 else
+            'lib/python%d.%d/dist-packages' % sys.version_info[:2])
 INSTALLED_FILES = {
     'bin/veridaneprobe',
     'bin/veridaneprobe-plot',
@@ -112,7 +114,7 @@ class InstalledTool(unittest.TestCase):
             with open(manifest) as stream:
                 saved = stream.read()
         try:
-            result = subprocess.run(['cmake', '--install', BUILD_DIR, '--prefix', cls.prefix],
+            result = subprocess.run([CMAKE, '--install', BUILD_DIR, '--prefix', cls.prefix],
                                     capture_output=True, text=True)
             with open(manifest) as stream:
                 result.manifest = stream.read().split()
