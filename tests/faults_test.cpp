@@ -1,0 +1,160 @@
+// The built tool under faults a user meets: Ctrl-C during a run, input without line ends.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestSupport.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// A run of the built tool in the background, standard output and error into files in
+// workingDir, SIGINT at its default action as under an interactive shell. limitChild runs in
+// the child before the tool starts (resource limits). The destructor kills a run still going.
+class BackgroundRun {
+ public:
+  BackgroundRun(const std::vector<std::string>& arguments, const fs::path& workingDir,
+                const std::function<void()>& limitChild = {}) {
+    const std::string tool = TestSupport::toolPath().string();
+    const std::string out = (workingDir / "stdout").string();
+    const std::string err = (workingDir / "stderr").string();
+    std::vector<char*> argv{const_cast<char*>(tool.c_str())};
+    for (const std::string& argument : arguments) {
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    _pid = fork();
+    if (_pid == 0) {
+      signal(SIGINT, SIG_DFL);
+      sigset_t none;
+      sigemptyset(&none);
+      sigprocmask(SIG_SETMASK, &none, nullptr);
+      const int input = open("/dev/null", O_RDONLY);
+      const int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      dup2(input, STDIN_FILENO);
+      dup2(output, STDOUT_FILENO);
+      dup2(error, STDERR_FILENO);
+      if (chdir(workingDir.c_str()) != 0) {
+        _exit(127);
+      }
+      setenv("PWD", workingDir.c_str(), 1);
+      if (limitChild) {
+        limitChild();
+      }
+      execv(tool.c_str(), argv.data());
+      _exit(127);
+    }
+  }
+
+  ~BackgroundRun() {
+    if (_pid > 0 && !_status) {
+      kill(_pid, SIGKILL);
+      waitpid(_pid, nullptr, 0);
+    }
+  }
+
+  pid_t pid() const { return _pid; }
+
+  // The wait status once the run has ended within timeout, nullopt while it is still going.
+  std::optional<int> waitFor(std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!_status) {
+      int status = 0;
+      rusage usage{};
+      if (wait4(_pid, &status, WNOHANG, &usage) == _pid) {
+        _status = status;
+        _peakResidentBytes = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+      } else if (std::chrono::steady_clock::now() >= deadline) {
+        break;
+      } else {
+        std::this_thread::sleep_for(10ms);
+      }
+    }
+    return _status;
+  }
+
+  // The largest resident set of the ended run.
+  uint64_t peakResidentBytes() const { return _peakResidentBytes; }
+
+  // A "Vm...:" figure of the running process, in bytes.
+  uint64_t memoryFigure(const std::string& name) const {
+    std::ifstream status("/proc/" + std::to_string(_pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.rfind(name + ":", 0) == 0) {
+        return std::stoull(line.substr(name.size() + 1)) * 1024;
+      }
+    }
+    return 0;
+  }
+
+ private:
+  pid_t _pid = -1;
+  std::optional<int> _status;
+  uint64_t _peakResidentBytes = 0;
+};
+
+bool endedBySignal(const std::optional<int>& status, int signalNumber) {
+  return status && WIFSIGNALED(*status) && WTERMSIG(*status) == signalNumber;
+}
+
+TEST(Faults, CtrlCEndsARunAtOnceWhileLoadingAndAfterPlotting) {
+  TestSupport::TempDir dir;
+  {
+    // Loading: a FIFO that never ends, its writer kept open. Opening it for writing succeeds
+    // once the tool reads it, which is after the interpreter has started.
+    const fs::path fifo = dir / "endless.csv";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    BackgroundRun run({"marten", "--data", fifo.string(), "--output", "loading"}, dir.path());
+    int writer = -1;
+    for (int attempt = 0; attempt < 1000 && writer < 0; ++attempt) {
+      writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+      std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_GE(writer, 0) << "the tool never opened its data";
+    const std::string lines = "1000,0,5,0,0\n2000,0,6,0,0\n";
+    ASSERT_EQ(write(writer, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+    kill(run.pid(), SIGINT);
+    EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+    close(writer);
+  }
+  {
+    // Later: once the time error plots exist the interpreter has loaded matplotlib (which
+    // imports Python's signal module), and the interrupt comes during the ADEV step.
+    std::string data;
+    for (int sample = 0; sample < 200000; ++sample) {
+      data +=
+          std::to_string(1000000000LL * sample) + ",0," + std::to_string(sample % 17) + ",0,0\n";
+    }
+    TestSupport::writeFile(dir / "long.csv", data);
+    BackgroundRun run({"marten", "--data", "long.csv", "--output", "computing", "--no-madev",
+                       "--no-tdev", "--no-rmstie", "--no-mtie"},
+                      dir.path());
+    const fs::path lastPlot = dir / "computing" / "marten_analysis_time_error.pdf";
+    for (int attempt = 0; attempt < 3000 && !fs::exists(lastPlot); ++attempt) {
+      std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_TRUE(fs::exists(lastPlot));
+    ASSERT_FALSE(run.waitFor(0ms)) << "ADEV ended too soon to be interrupted";
+    kill(run.pid(), SIGINT);
+    EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+  }
+}
+
+}  // namespace
