@@ -94,21 +94,32 @@ class BackgroundRun {
   uint64_t peakResidentBytes() const { return _peakResidentBytes; }
 
   // A "Vm...:" figure of the running process, in bytes.
-  uint64_t memoryFigure(const std::string& name) const {
-    std::ifstream status("/proc/" + std::to_string(_pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
+  uint64_t memoryFigure(const std::string& name) const { return procFigure("status", name) * 1024; }
+
+  // The bytes the running process has read so far.
+  uint64_t bytesRead() const { return procFigure("io", "rchar"); }
+
+ private:
+  uint64_t procFigure(const std::string& file, const std::string& name) const {
+    std::ifstream figures("/proc/" + std::to_string(_pid) + "/" + file);
+    for (std::string line; std::getline(figures, line);) {
       if (line.rfind(name + ":", 0) == 0) {
-        return std::stoull(line.substr(name.size() + 1)) * 1024;
+        return std::stoull(line.substr(name.size() + 1));
       }
     }
     return 0;
   }
 
- private:
   pid_t _pid = -1;
   std::optional<int> _status;
   uint64_t _peakResidentBytes = 0;
 };
+
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  return arguments;
+}
 
 bool endedBySignal(const std::optional<int>& status, int signalNumber) {
   return status && WIFSIGNALED(*status) && WTERMSIG(*status) == signalNumber;
@@ -154,6 +165,47 @@ TEST(Faults, CtrlCEndsARunAtOnceWhileLoadingAndAfterPlotting) {
     ASSERT_FALSE(run.waitFor(0ms)) << "ADEV ended too soon to be interrupted";
     kill(run.pid(), SIGINT);
     EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+  }
+}
+
+constexpr uint64_t kMiB = 1 << 20;
+
+TEST(Faults, InputWithoutLineEndsKeepsMemoryBounded) {
+  TestSupport::TempDir dir;
+  {
+    // /dev/zero never ends: under a 512 MiB address space limit the run keeps reading instead of
+    // growing until it aborts. The unfinished line grows to its 64 MiB capacity (twice that for
+    // a moment while the buffer doubles) and is given back once it is known to be overlong.
+    BackgroundRun run(withoutStatistics({"marten", "--data", "/dev/zero", "--output", "zero"}),
+                      dir.path(), [] {
+                        const rlimit limit{512 * kMiB, 512 * kMiB};
+                        setrlimit(RLIMIT_AS, &limit);
+                      });
+    while (run.bytesRead() < 192 * kMiB && !run.waitFor(10ms)) {
+    }
+    ASSERT_FALSE(run.waitFor(0ms)) << TestSupport::readFile(dir / "stderr");
+    const uint64_t peak = run.memoryFigure("VmHWM");
+    EXPECT_GT(peak, 64 * kMiB);
+    EXPECT_LT(peak, 192 * kMiB);
+    EXPECT_LT(run.memoryFigure("VmRSS"), 64 * kMiB);
+  }
+  {
+    // 128 MiB of NUL bytes (a sparse file), then a line end and one sample: the overlong line is
+    // skipped, the sample after it read, and the run's memory never holds the whole line.
+    const fs::path data = dir / "zeros.csv";
+    TestSupport::writeFile(data, "");
+    fs::resize_file(data, 128 * kMiB);
+    std::ofstream(data, std::ios::app) << "\n1000,0,5,0,0\n";
+    BackgroundRun run(withoutStatistics({"marten", "--data", "zeros.csv", "--output", "sparse"}),
+                      dir.path());
+    const std::optional<int> status = run.waitFor(60s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(TestSupport::readFile(dir / "stdout"),
+              TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
+    EXPECT_EQ(TestSupport::readFile(dir / "sparse" / "marten_analysis_time_error.csv"),
+              "time,time_error\n1000,5\n");
+    EXPECT_LT(run.peakResidentBytes(), 192 * kMiB);
   }
 }
 
