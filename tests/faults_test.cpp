@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -12,12 +13,15 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "TestSupport.h"
+#include "VDCSVBuffer.h"
 
 namespace {
 
@@ -207,6 +211,123 @@ TEST(Faults, InputWithoutLineEndsKeepsMemoryBounded) {
               "time,time_error\n1000,5\n");
     EXPECT_LT(run.peakResidentBytes(), 192 * kMiB);
   }
+}
+
+// A marten file of count samples.
+std::string martenData(int count) {
+  std::string data;
+  for (int sample = 0; sample < count; ++sample) {
+    data += std::to_string(1000000000LL * sample) + ",0," + std::to_string((sample * 7) % 13) +
+            ",0,0\n";
+  }
+  return data;
+}
+
+// Every file in directory by name, with its content.
+std::map<std::string, std::string> filesIn(const fs::path& directory) {
+  std::map<std::string, std::string> files;
+  for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+    files[entry.path().filename().string()] = TestSupport::readFile(entry.path());
+  }
+  return files;
+}
+
+// A small tmpfs mounted for the life of the object (root only).
+class SmallFileSystem {
+ public:
+  SmallFileSystem(const fs::path& mountPoint, const std::string& size) : _mountPoint(mountPoint) {
+    fs::create_directories(mountPoint);
+    _mounted = mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+  }
+  ~SmallFileSystem() {
+    if (_mounted) {
+      umount2(_mountPoint.c_str(), MNT_DETACH);
+    }
+  }
+  bool mounted() const { return _mounted; }
+
+  // Fills the file system up to its last few pages.
+  void fillLeaving(off_t freeBytes) const {
+    const fs::path filler = _mountPoint / "filler";
+    const int file = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const std::string block(4096, 'x');
+    off_t size = 0;
+    while (write(file, block.data(), block.size()) == static_cast<ssize_t>(block.size())) {
+      size += static_cast<off_t>(block.size());
+    }
+    EXPECT_EQ(ftruncate(file, size - freeBytes), 0);
+    close(file);
+  }
+
+ private:
+  fs::path _mountPoint;
+  bool _mounted = false;
+};
+
+TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
+  TestSupport::TempDir dir;
+  SmallFileSystem disk(dir / "disk", "4m");
+  if (!disk.mounted()) {
+    GTEST_SKIP() << "mounting a tmpfs needs root";
+  }
+  const fs::path output = dir / "disk" / "out";
+  TestSupport::writeFile(dir / "short.csv", martenData(300));
+  TestSupport::writeFile(dir / "long.csv", martenData(3000));
+  const std::vector<std::string> arguments = {"--output", output.string(), "--no-madev",
+                                              "--no-tdev", "--no-rmstie"};
+  std::vector<std::string> firstArguments = {"marten", "--data", "short.csv"};
+  firstArguments.insert(firstArguments.end(), arguments.begin(), arguments.end());
+  const TestSupport::ToolRun first = TestSupport::runTool(firstArguments, dir.path());
+  ASSERT_EQ(first.status, 1) << first.err;
+  const std::map<std::string, std::string> complete = filesIn(output);
+  ASSERT_EQ(complete.size(), 12u);
+
+  // A second run with ten times the data: no result file fits in the last 8 KiB. Each keeps its
+  // earlier content; each CSV says so in one line, each plot in the interpreter's traceback.
+  disk.fillLeaving(8192);
+  std::vector<std::string> secondArguments = {"marten", "--data", "long.csv"};
+  secondArguments.insert(secondArguments.end(), arguments.begin(), arguments.end());
+  const TestSupport::ToolRun second = TestSupport::runTool(secondArguments, dir.path());
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.out, TestSupport::banner() +
+                            "Loading time errors into memory...\n"
+                            "Running Allan Deviation Analysis...\n"
+                            "Running Maximum Time Interval Error Analysis...\n"
+                            "Analysis Done\n");
+  const std::map<std::string, std::string> after = filesIn(output);
+  ASSERT_EQ(after.size(), complete.size());
+  for (const auto& [name, content] : complete) {
+    EXPECT_TRUE(after.count(name) != 0 && after.at(name) == content) << name << " changed";
+  }
+  std::string failures;
+  for (const char* step : {"time_error", "adev", "mtie"}) {
+    failures += "Failed to write \"" + output.string() + "/marten_analysis_" + step +
+                ".csv\" with error No space left on device.\n";
+  }
+  std::string reported;
+  std::istringstream lines(second.err);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("Failed to write", 0) == 0) {
+      reported += line + "\n";
+    }
+  }
+  EXPECT_EQ(reported, failures);
+  EXPECT_NE(second.err.find("OSError: [Errno 28] No space left on device"), std::string::npos);
+}
+
+TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "kept.csv", "earlier\n");
+  VDCSVBuffer csv;
+  csv.appendText("time,time_error\n");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(csv.writeToFile(dir / "missing" / "new.csv"));
+  EXPECT_TRUE(csv.writeToFile(dir / "kept.csv"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Failed to write \"" + (dir / "missing" / "new.csv").string() +
+                "\" with error No such file or directory.\n");
+  EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n");
+  EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
 }
 
 }  // namespace

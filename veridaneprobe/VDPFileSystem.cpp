@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fstream>
 
+#include "VDAtomicFile.h"
+
 namespace fs = std::filesystem;
 
 namespace VDPFileSystem {
@@ -95,22 +97,9 @@ bool prepareDirectory(const std::optional<std::string>& path, std::FILE* message
 }
 
 void saveScript(const std::string& path, const std::string& text) {
-  const std::string temporary = path + ".tmp-" + std::to_string(getpid());
-  {
-    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
-    stream << text;
-    if (!stream.flush()) {
-      std::error_code ignored;
-      fs::remove(temporary, ignored);
-      return;
-    }
+  if (const std::error_code error = VDAtomicFile::replace(path, text); !error) {
+    chmod(path.c_str(), 0744);
   }
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-    return;
-  }
-  chmod(path.c_str(), 0744);
 }
 
 }  // namespace VDPFileSystem
