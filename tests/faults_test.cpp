@@ -3,17 +3,20 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -328,6 +331,67 @@ TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
                 "\" with error No such file or directory.\n");
   EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n");
   EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
+}
+
+size_t rowsOf(const std::string& csv) {
+  return static_cast<size_t>(std::count(csv.begin(), csv.end(), '\n')) - 1;  // less the header
+}
+
+TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
+  TestSupport::TempDir dir;
+  const fs::path output = dir / "out";
+  fs::create_directory(output);
+  TestSupport::writeFile(dir / "a.csv", martenData(1000));
+  TestSupport::writeFile(dir / "b.csv", martenData(2001));
+  const auto runOn = [&](const char* data, const char* logDirectory,
+                         std::vector<std::string> statistics) {
+    fs::create_directory(dir / logDirectory);
+    std::vector<std::string> arguments = {"marten", "--data", (dir / data).string(), "--output",
+                                          output.string()};
+    arguments.insert(arguments.end(), statistics.begin(), statistics.end());
+    return std::make_unique<BackgroundRun>(arguments, dir / logDirectory);
+  };
+  {
+    // While another process holds the directory, a run waits without writing anything, then
+    // does its whole run once the directory is free.
+    const int held = open(output.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", TestSupport::kNoStatistics);
+    EXPECT_FALSE(run->waitFor(1500ms));
+    EXPECT_TRUE(fs::is_empty(output));
+    {
+      // The audio command waits alike (and is stopped here, having shown that).
+      const fs::path audio = TestSupport::sourceDir() / "examples" / "audio";
+      fs::create_directory(dir / "audio");
+      BackgroundRun audioRun({"audio", "--channel-a", (audio / "channel-a.flac").string(),
+                              "--channel-b", (audio / "channel-b.flac").string(), "--output",
+                              output.string(), "--interval", "4800", "--length", "4096"},
+                             dir / "audio");
+      EXPECT_FALSE(audioRun.waitFor(1500ms));
+      EXPECT_TRUE(fs::is_empty(output));
+    }
+    close(held);
+    const std::optional<int> status = run->waitFor(120s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(TestSupport::readFile(dir / "waiting" / "stdout"),
+              TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
+    EXPECT_EQ(rowsOf(TestSupport::readFile(output / "marten_analysis_time_error.csv")), 1000u);
+  }
+  {
+    // Two runs at once: whichever goes second, the directory ends with one run's complete set.
+    const std::vector<std::string> adevOnly = {"--no-madev", "--no-tdev", "--no-rmstie",
+                                               "--no-mtie"};
+    std::unique_ptr<BackgroundRun> first = runOn("a.csv", "first", adevOnly);
+    std::unique_ptr<BackgroundRun> second = runOn("b.csv", "second", adevOnly);
+    ASSERT_TRUE(first->waitFor(120s));
+    ASSERT_TRUE(second->waitFor(120s));
+    const size_t samples = rowsOf(TestSupport::readFile(output / "marten_analysis_time_error.csv"));
+    ASSERT_TRUE(samples == 1000u || samples == 2001u) << samples;
+    // ADEV has a window for every m from 2 to (N-1)/2.
+    EXPECT_EQ(rowsOf(TestSupport::readFile(output / "marten_analysis_adev.csv")),
+              (samples - 1) / 2 - 1);
+  }
 }
 
 }  // namespace
