@@ -132,7 +132,7 @@ bool endedBySignal(const std::optional<int>& status, int signalNumber) {
   return status && WIFSIGNALED(*status) && WTERMSIG(*status) == signalNumber;
 }
 
-TEST(Faults, CtrlCEndsARunAtOnceWhileLoadingAndAfterPlotting) {
+TEST(Faults, CtrlCEndsARunAtOnceButAClosedOutputDoesNot) {
   TestSupport::TempDir dir;
   {
     // Loading: a FIFO that never ends, its writer kept open. Opening it for writing succeeds
@@ -172,6 +172,23 @@ TEST(Faults, CtrlCEndsARunAtOnceWhileLoadingAndAfterPlotting) {
     ASSERT_FALSE(run.waitFor(0ms)) << "ADEV ended too soon to be interrupted";
     kill(run.pid(), SIGINT);
     EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+  }
+  {
+    // A standard output whose reader goes away after the banner does not end the run.
+    TestSupport::writeFile(dir / "short.csv", "1000,0,5,0,0\n2000,0,6,0,0\n");
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    BackgroundRun run(withoutStatistics({"marten", "--data", "short.csv", "--output", "closed"}),
+                      dir.path(), [&output] { dup2(output[1], STDOUT_FILENO); });
+    close(output[1]);
+    std::string banner(TestSupport::banner().size(), '\0');
+    EXPECT_EQ(read(output[0], banner.data(), banner.size()), static_cast<ssize_t>(banner.size()));
+    EXPECT_EQ(banner, TestSupport::banner());
+    close(output[0]);
+    const std::optional<int> status = run.waitFor(120s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_TRUE(fs::exists(dir / "closed" / "marten_analysis_time_error.pdf"));
   }
 }
 

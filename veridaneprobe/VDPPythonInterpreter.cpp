@@ -73,6 +73,10 @@ void VDPPythonInterpreter::start(const std::string& programName) {
     return;
   }
   keepInheritedInterruptAction();
+  // Python ignores these two when it installs its handlers; they stay ignored, so a closed
+  // standard output or a file size limit fails a write instead of ending the run.
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 void VDPPythonInterpreter::runScript(const std::string& scriptText) {
