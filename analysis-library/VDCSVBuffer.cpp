@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdio>
 
+#include "VDAtomicFile.h"
+
 namespace {
 
 // Longest shortest-round-trip double ("-2.2250738585072014e-308") and int64 fit easily.
@@ -29,12 +31,11 @@ void VDCSVBuffer::appendDouble(double value) {
 }
 
 bool VDCSVBuffer::writeToFile(const std::filesystem::path& path) const {
-  std::FILE* file = std::fopen(path.c_str(), "wb");
-  if (file == nullptr) {
+  const std::error_code error = VDAtomicFile::replace(path, _text);
+  if (error) {
+    std::fprintf(stderr, "Failed to write \"%s\" with error %s.\n", path.c_str(),
+                 error.message().c_str());
     return false;
   }
-  const bool written = std::fwrite(_text.data(), 1, _text.size(), file) == _text.size();
-  // fclose flushes, so its failure is a failed write too.
-  const bool closed = std::fclose(file) == 0;
-  return written && closed;
+  return true;
 }

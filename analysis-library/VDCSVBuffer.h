@@ -21,7 +21,9 @@ class VDCSVBuffer {
 
   const std::string& text() const { return _text; }
 
-  // Replaces the file at path with the collected text; false when it could not be written.
+  // Replaces the file at path with the collected text, atomically (VDAtomicFile). When it could
+  // not be written the earlier file stays, one line naming the file and the system's error goes
+  // to standard error, and the result is false.
   bool writeToFile(const std::filesystem::path& path) const;
 
  private:

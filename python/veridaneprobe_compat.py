@@ -105,6 +105,56 @@ def hold(*args, **kwargs):
     """Figures always hold their contents on current matplotlib."""
 
 
+def _replace_atomically(save, path):
+    """Calls save with a temporary path beside path, which keeps path's extension (it chooses
+    the file type), then renames the temporary file over path: a failed save (a full disk)
+    leaves the earlier file as it was and removes the temporary one."""
+    import os
+    import tempfile
+    directory, name = os.path.split(path)
+    extension = os.path.splitext(name)[1]
+    descriptor, temporary = tempfile.mkstemp(prefix='.' + name + '.tmp-', suffix=extension,
+                                             dir=directory or '.')
+    os.close(descriptor)
+    try:
+        save(temporary)
+        # mkstemp makes the file private; give it the mode any new file gets.
+        umask = os.umask(0)
+        os.umask(umask)
+        os.chmod(temporary, 0o666 & ~umask)
+        os.replace(temporary, path)
+    except BaseException:
+        try:
+            os.remove(temporary)
+        except OSError:
+            pass
+        raise
+
+
+def _atomic_savefig(savefig):
+    """Wraps Figure.savefig so that a plot saved to a path replaces the file only when
+    complete. File objects, and paths without an extension (matplotlib adds one to those), are
+    passed through unchanged."""
+    import functools
+    import os
+
+    @functools.wraps(savefig)
+    def atomic_savefig(figure, fname, *args, **kwargs):
+        if not isinstance(fname, (str, os.PathLike)) or not os.path.splitext(fname)[1]:
+            return savefig(figure, fname, *args, **kwargs)
+        _replace_atomically(lambda temporary: savefig(figure, temporary, *args, **kwargs),
+                            os.fspath(fname))
+
+    atomic_savefig.veridaneprobe_atomic = True
+    return atomic_savefig
+
+
+def _install_atomic_savefig():
+    import matplotlib.figure
+    if not getattr(matplotlib.figure.Figure.savefig, 'veridaneprobe_atomic', False):
+        matplotlib.figure.Figure.savefig = _atomic_savefig(matplotlib.figure.Figure.savefig)
+
+
 def install(backend=None):
     import matplotlib
     if backend:
@@ -119,3 +169,5 @@ def install(backend=None):
     # of room, and let path simplification drop points that land on the same pixel.
     matplotlib.rcParams['agg.path.chunksize'] = 20000
     matplotlib.rcParams['path.simplify'] = True
+    # pyplot.savefig saves through Figure.savefig, so this covers both.
+    _install_atomic_savefig()

@@ -1,6 +1,7 @@
 // The streaming line reader and the text scanner under the commands' line grammars: block
 // boundaries, unterminated and over-long lines, invalid UTF-8, and what each layout accepts.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -23,12 +24,15 @@ constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
 constexpr uint64_t kUInt64Max = std::numeric_limits<uint64_t>::max();
 
-std::vector<std::string> linesOf(const std::string& content) {
+std::vector<std::string> linesOf(const std::string& content,
+                                 size_t lineCapacity = VDPLineReader::kLineCapacity) {
   TestSupport::TempDir dir;
   TestSupport::writeFile(dir / "file", content);
   std::vector<std::string> lines;
-  VDPLineReader::readLines((dir / "file").string(),
-                           [&lines](std::string_view line) { lines.emplace_back(line); });
+  const int file = open((dir / "file").c_str(), O_RDONLY);
+  VDPLineReader::readLines(
+      file, [&lines](std::string_view line) { lines.emplace_back(line); }, lineCapacity);
+  close(file);
   return lines;
 }
 
@@ -51,6 +55,29 @@ TEST(LineReader, JoinsLinesAcrossBlocks) {
   // A line end exactly at the end of a block.
   const std::string exact(1999, 'e');
   EXPECT_EQ(linesOf(exact + "\nnext\n"), (Lines{exact, "next"}));
+}
+
+TEST(LineReader, ReadsLinesUpToTheCapacityWholeAndSkipsLongerOnesToTheirLineEnd) {
+  // Several megabytes on one line still arrive whole under the default capacity.
+  const std::string huge(50'000'000, '7');
+  const Lines hugeLines = linesOf("1\n" + huge + "\n2\n");
+  ASSERT_EQ(hugeLines.size(), 3u);
+  EXPECT_EQ(hugeLines[1].size(), huge.size());
+  EXPECT_EQ(hugeLines[2], "2");
+
+  // With a capacity of 3000 bytes: a line of exactly 3000 bytes is read, one byte more is a bad
+  // line however many blocks it spans, and reading resumes after its line end.
+  const std::string full(3000, 'f');
+  const std::string over(3001, 'o');
+  const std::string long7000(7000, 'l');
+  EXPECT_EQ(linesOf(full + "\n" + over + "\nnext\n" + long7000 + "\n\nlast\n", 3000),
+            (Lines{full, "next", "", "last"}));
+  // An overlong line without a line end hands over nothing.
+  EXPECT_EQ(linesOf(std::string(9000, 'z'), 3000), Lines{});
+  // A block of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
+  // after that block arrives as a line of its own.
+  EXPECT_EQ(linesOf(std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n", 3000),
+            (Lines{std::string(501, 'b'), "ok"}));
 }
 
 TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {

@@ -10,6 +10,7 @@
 #include "VDPAudioPlotScripts.h"
 #include "VDPConsole.h"
 #include "VDPFileSystem.h"
+#include "VDPOutputDirectoryLock.h"
 #include "VDPProcessSingleTimeError.h"
 #include "VDPPythonInterpreter.h"
 #include "VDTimeErrorSequence.h"
@@ -166,6 +167,7 @@ void VDPAnalyseAudio::resolvePaths() {
 
 bool VDPAnalyseAudio::execute() {
   resolvePaths();
+  const VDPOutputDirectoryLock outputLock(_outputPath.value_or(""));
   // The processor exists before any audio file is opened.
   VDPProcessSingleTimeError processor =
       makeProcessor<VDPProcessSingleTimeError>(_outputPath.value_or(""), _outputName);

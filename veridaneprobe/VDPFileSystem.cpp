@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
+#include "VDAtomicFile.h"
 #include "VDResultPath.h"
 
 namespace fs = std::filesystem;
@@ -44,25 +44,6 @@ std::string tildeExpanded(const std::string& value) {
     return value;
   }
   return entry->pw_dir + rest;
-}
-
-// Writes text to path through a temporary file that then replaces it; on failure the earlier
-// file stays as it was.
-void writeAtomically(const std::string& path, const std::string& text) {
-  const std::string temporary = path + ".tmp-" + std::to_string(getpid());
-  {
-    std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
-    stream << text;
-    if (!stream.flush()) {
-      std::error_code ignored;
-      fs::remove(temporary, ignored);
-      return;
-    }
-  }
-  if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-    std::error_code ignored;
-    fs::remove(temporary, ignored);
-  }
 }
 
 }  // namespace
@@ -132,7 +113,7 @@ bool prepareDirectory(const std::optional<std::string>& path, std::FILE* message
 }
 
 void saveScript(const std::string& path, const std::string& text) {
-  writeAtomically(path, text);
+  VDAtomicFile::replace(path, text);
   // Whatever the write's outcome: a script saved earlier stays runnable.
   chmod(path.c_str(), 0744);
 }

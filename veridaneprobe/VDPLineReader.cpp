@@ -62,11 +62,34 @@ void VDPLineReader::readLines(const std::string& path, const LineHandler& handle
   close(fileDescriptor);
 }
 
-void VDPLineReader::readLines(int fileDescriptor, const LineHandler& handleLine) {
+void VDPLineReader::readLines(int fileDescriptor, const LineHandler& handleLine,
+                              size_t lineCapacity) {
   // The buffer holds only the unfinished tail line, which is always valid UTF-8 on its own (it
   // ends where a valid text ended), so validating each new block alone is the same as decoding
   // the whole buffer, and a long line costs linear time, not quadratic.
   std::string buffer;
+  bool skippingOverlongLine = false;
+  // Takes the next piece of the current line; complete when a "\n" ended it.
+  const auto takePiece = [&](std::string_view piece, bool complete) {
+    if (skippingOverlongLine) {
+      skippingOverlongLine = !complete;
+      return;
+    }
+    if (piece.size() > lineCapacity - buffer.size()) {
+      std::string().swap(buffer);  // gives the memory back
+      skippingOverlongLine = !complete;
+      return;
+    }
+    if (!complete) {
+      buffer.append(piece);
+    } else if (buffer.empty()) {
+      handleLine(piece);
+    } else {
+      buffer.append(piece);
+      handleLine(buffer);
+      buffer.clear();
+    }
+  };
   char block[kBlockSize];
   while (true) {
     ssize_t count = read(fileDescriptor, block, kBlockSize);
@@ -78,22 +101,17 @@ void VDPLineReader::readLines(int fileDescriptor, const LineHandler& handleLine)
     }
     const std::string_view incoming(block, static_cast<size_t>(count));
     if (!isValidUTF8(incoming)) {
+      // The unfinished line goes with the block, an overlong one too: the next read starts afresh.
       buffer.clear();
+      skippingOverlongLine = false;
       continue;
     }
     size_t lineStart = 0;
     for (size_t newline = incoming.find('\n'); newline != std::string_view::npos;
          newline = incoming.find('\n', lineStart)) {
-      const std::string_view piece = incoming.substr(lineStart, newline - lineStart);
-      if (buffer.empty()) {
-        handleLine(piece);
-      } else {
-        buffer.append(piece);
-        handleLine(buffer);
-        buffer.clear();
-      }
+      takePiece(incoming.substr(lineStart, newline - lineStart), true);
       lineStart = newline + 1;
     }
-    buffer.append(incoming.substr(lineStart));
+    takePiece(incoming.substr(lineStart), false);
   }
 }

@@ -2,6 +2,7 @@
 
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
+#include <signal.h>
 
 #include <cstdio>
 
@@ -38,6 +39,20 @@ void installCompatibility() {
   Py_XDECREF(code);
 }
 
+// Even without its handlers CPython's signal module takes SIGINT over when it is first imported
+// (matplotlib imports it), so import it at once and give SIGINT back the action the process
+// inherited.
+void keepInheritedInterruptAction() {
+  struct sigaction inherited;
+  sigaction(SIGINT, nullptr, &inherited);
+  PyObject* module = PyImport_ImportModule("signal");
+  if (module == nullptr) {
+    PyErr_Clear();
+  }
+  Py_XDECREF(module);
+  sigaction(SIGINT, &inherited, nullptr);
+}
+
 }  // namespace
 
 void VDPPythonInterpreter::start(const std::string& programName) {
@@ -46,6 +61,10 @@ void VDPPythonInterpreter::start(const std::string& programName) {
   // Unbuffered like the tool's own streams, so a script's output and its traceback keep
   // their order in a shared pipe.
   config.buffered_stdio = 0;
+  // Without Python's own SIGINT handler, Ctrl-C ends the process at once as it does any
+  // command-line tool: the handler only sets a flag that the loading and statistics code never
+  // looks at, and the pending interrupt would then break every later plot.
+  config.install_signal_handlers = 0;
   PyStatus status = PyConfig_SetBytesString(&config, &config.program_name, programName.c_str());
   if (!PyStatus_Exception(status)) {
     status = Py_InitializeFromConfig(&config);
@@ -54,7 +73,13 @@ void VDPPythonInterpreter::start(const std::string& programName) {
   if (PyStatus_Exception(status)) {
     std::fprintf(stderr, "Could not start the embedded Python interpreter: %s\n",
                  status.err_msg != nullptr ? status.err_msg : "unknown error");
+    return;
   }
+  keepInheritedInterruptAction();
+  // Python ignores these two when it installs its handlers; they stay ignored, so a closed
+  // standard output or a file size limit fails a write instead of ending the run.
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 void VDPPythonInterpreter::runScript(const std::string& scriptText) {

@@ -72,6 +72,7 @@ bool VDPTimeErrorFileAnalyser::prepareOutput() const {
 void VDPTimeErrorFileAnalyser::loadTimeErrors(const VDPLineReader::LineHandler& parseLine) {
   _timeErrorPath = VDPFileSystem::resolvedPath(_timeErrorPath);
   _outputPath = VDPFileSystem::resolvedOutputPath(_outputPath);
+  _outputLock.emplace(outputPath());
   std::printf("Loading time errors into memory...\n");
   VDPLineReader::readLines(_timeErrorPath.value_or(""), parseLine);
 }

@@ -7,6 +7,7 @@
 
 #include "VDPCommonOptions.h"
 #include "VDPLineReader.h"
+#include "VDPOutputDirectoryLock.h"
 
 // What sets one time error file command apart from the others; everything else about reading
 // its options and preparing its output is shared.
@@ -41,8 +42,9 @@ class VDPTimeErrorFileAnalyser : public VDPCommonOptions {
     return analyser;
   }
 
-  // The first steps of every execute: resolve both paths against PWD again, announce the
-  // loading, and stream the data file's lines to the line grammar.
+  // The first steps of every execute: resolve both paths against PWD again, lock the output
+  // directory for the rest of the run, announce the loading, and stream the data file's lines to
+  // the line grammar.
   void loadTimeErrors(const VDPLineReader::LineHandler& parseLine);
 
   std::string outputPath() const { return _outputPath.value_or(""); }
@@ -59,4 +61,5 @@ class VDPTimeErrorFileAnalyser : public VDPCommonOptions {
   bool prepareOutput() const;
 
   const VDPTimeErrorFileCommand& _command;
+  std::optional<VDPOutputDirectoryLock> _outputLock;  // held until the analyser is released
 };

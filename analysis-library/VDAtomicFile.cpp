@@ -1,0 +1,75 @@
+#include "VDAtomicFile.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+std::error_code lastSystemError() { return {errno, std::generic_category()}; }
+
+bool writeAll(int fileDescriptor, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t written = ::write(fileDescriptor, text.data(), text.size());
+    if (written < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    text.remove_prefix(static_cast<size_t>(written));
+  }
+  return true;
+}
+
+// Creates a temporary file beside path under a name no other file has; -1 on failure.
+int createTemporaryBeside(const std::filesystem::path& path, std::filesystem::path& temporary) {
+  // Hidden, and named after the target and this process, so a run stopped half-way leaves
+  // nothing that looks like a result.
+  std::string stem = ".";
+  stem += path.filename().string();
+  stem += ".tmp-";
+  stem += std::to_string(getpid());
+  for (int attempt = 0;; ++attempt) {
+    std::string name = stem;
+    if (attempt > 0) {
+      name += '-';
+      name += std::to_string(attempt);
+    }
+    temporary = path;
+    temporary.replace_filename(name);
+    const int fileDescriptor =
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    if (fileDescriptor >= 0 || errno != EEXIST || attempt == 100) {
+      return fileDescriptor;
+    }
+  }
+}
+
+}  // namespace
+
+std::error_code VDAtomicFile::replace(const std::filesystem::path& path, std::string_view text) {
+  std::filesystem::path temporary;
+  const int fileDescriptor = createTemporaryBeside(path, temporary);
+  if (fileDescriptor < 0) {
+    return lastSystemError();
+  }
+  std::error_code error;
+  if (!writeAll(fileDescriptor, text)) {
+    error = lastSystemError();
+  }
+  // Some file systems report a failed write only when the file is closed.
+  if (::close(fileDescriptor) != 0 && !error) {
+    error = lastSystemError();
+  }
+  if (!error && std::rename(temporary.c_str(), path.c_str()) != 0) {
+    error = lastSystemError();
+  }
+  if (error) {
+    ::unlink(temporary.c_str());
+  }
+  return error;
+}

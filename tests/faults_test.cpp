@@ -1,0 +1,412 @@
+// The built tool under faults a user meets: Ctrl-C during a run, input without line ends.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDCSVBuffer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+namespace fs = std::filesystem;
+
+// A run of the built tool in the background, standard output and error into files in
+// workingDir, SIGINT at its default action as under an interactive shell. limitChild runs in
+// the child before the tool starts (resource limits). The destructor kills a run still going.
+class BackgroundRun {
+ public:
+  BackgroundRun(const std::vector<std::string>& arguments, const fs::path& workingDir,
+                const std::function<void()>& limitChild = {}) {
+    const std::string tool = TestSupport::toolPath().string();
+    const std::string out = (workingDir / "stdout").string();
+    const std::string err = (workingDir / "stderr").string();
+    std::vector<char*> argv{const_cast<char*>(tool.c_str())};
+    for (const std::string& argument : arguments) {
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    _pid = fork();
+    if (_pid == 0) {
+      signal(SIGINT, SIG_DFL);
+      sigset_t none;
+      sigemptyset(&none);
+      sigprocmask(SIG_SETMASK, &none, nullptr);
+      const int input = open("/dev/null", O_RDONLY);
+      const int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      dup2(input, STDIN_FILENO);
+      dup2(output, STDOUT_FILENO);
+      dup2(error, STDERR_FILENO);
+      if (chdir(workingDir.c_str()) != 0) {
+        _exit(127);
+      }
+      setenv("PWD", workingDir.c_str(), 1);
+      if (limitChild) {
+        limitChild();
+      }
+      execv(tool.c_str(), argv.data());
+      _exit(127);
+    }
+  }
+
+  ~BackgroundRun() {
+    if (_pid > 0 && !_status) {
+      kill(_pid, SIGKILL);
+      waitpid(_pid, nullptr, 0);
+    }
+  }
+
+  pid_t pid() const { return _pid; }
+
+  // The wait status once the run has ended within timeout, nullopt while it is still going.
+  std::optional<int> waitFor(std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!_status) {
+      int status = 0;
+      rusage usage{};
+      if (wait4(_pid, &status, WNOHANG, &usage) == _pid) {
+        _status = status;
+        _peakResidentBytes = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+      } else if (std::chrono::steady_clock::now() >= deadline) {
+        break;
+      } else {
+        std::this_thread::sleep_for(10ms);
+      }
+    }
+    return _status;
+  }
+
+  // The largest resident set of the ended run.
+  uint64_t peakResidentBytes() const { return _peakResidentBytes; }
+
+  // A "Vm...:" figure of the running process, in bytes.
+  uint64_t memoryFigure(const std::string& name) const { return procFigure("status", name) * 1024; }
+
+  // The bytes the running process has read so far.
+  uint64_t bytesRead() const { return procFigure("io", "rchar"); }
+
+ private:
+  uint64_t procFigure(const std::string& file, const std::string& name) const {
+    std::ifstream figures("/proc/" + std::to_string(_pid) + "/" + file);
+    for (std::string line; std::getline(figures, line);) {
+      if (line.rfind(name + ":", 0) == 0) {
+        return std::stoull(line.substr(name.size() + 1));
+      }
+    }
+    return 0;
+  }
+
+  pid_t _pid = -1;
+  std::optional<int> _status;
+  uint64_t _peakResidentBytes = 0;
+};
+
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
+                   TestSupport::kNoStatistics.end());
+  return arguments;
+}
+
+// A marten file of count samples.
+std::string martenData(int count) {
+  std::string data;
+  for (int sample = 0; sample < count; ++sample) {
+    data += std::to_string(1000000000LL * sample) + ",0," + std::to_string((sample * 7) % 13) +
+            ",0,0\n";
+  }
+  return data;
+}
+
+bool endedBySignal(const std::optional<int>& status, int signalNumber) {
+  return status && WIFSIGNALED(*status) && WTERMSIG(*status) == signalNumber;
+}
+
+TEST(Faults, CtrlCEndsARunAtOnceButAClosedOutputDoesNot) {
+  TestSupport::TempDir dir;
+  {
+    // Loading: a FIFO that never ends, its writer kept open. Opening it for writing succeeds
+    // once the tool reads it, which is after the interpreter has started.
+    const fs::path fifo = dir / "endless.csv";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    BackgroundRun run({"marten", "--data", fifo.string(), "--output", "loading"}, dir.path());
+    int writer = -1;
+    for (int attempt = 0; attempt < 1000 && writer < 0; ++attempt) {
+      writer = open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+      std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_GE(writer, 0) << "the tool never opened its data";
+    const std::string lines = "1000,0,5,0,0\n2000,0,6,0,0\n";
+    ASSERT_EQ(write(writer, lines.data(), lines.size()), static_cast<ssize_t>(lines.size()));
+    kill(run.pid(), SIGINT);
+    EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+    close(writer);
+  }
+  {
+    // Later: once the time error plots exist the interpreter has loaded matplotlib (which
+    // imports Python's signal module), and the interrupt comes during the ADEV step.
+    TestSupport::writeFile(dir / "long.csv", martenData(50000));
+    BackgroundRun run({"marten", "--data", "long.csv", "--output", "computing", "--no-madev",
+                       "--no-tdev", "--no-rmstie", "--no-mtie"},
+                      dir.path());
+    const fs::path lastPlot = dir / "computing" / "marten_analysis_time_error.pdf";
+    for (int attempt = 0; attempt < 3000 && !fs::exists(lastPlot); ++attempt) {
+      std::this_thread::sleep_for(10ms);
+    }
+    ASSERT_TRUE(fs::exists(lastPlot));
+    ASSERT_FALSE(run.waitFor(0ms)) << "ADEV ended too soon to be interrupted";
+    kill(run.pid(), SIGINT);
+    EXPECT_TRUE(endedBySignal(run.waitFor(2s), SIGINT));
+  }
+  {
+    // A standard output whose reader goes away after the banner does not end the run.
+    TestSupport::writeFile(dir / "short.csv", "1000,0,5,0,0\n2000,0,6,0,0\n");
+    int output[2];
+    ASSERT_EQ(pipe2(output, O_CLOEXEC), 0);
+    BackgroundRun run(withoutStatistics({"marten", "--data", "short.csv", "--output", "closed"}),
+                      dir.path(), [&output] { dup2(output[1], STDOUT_FILENO); });
+    close(output[1]);
+    std::string banner(TestSupport::banner().size(), '\0');
+    EXPECT_EQ(read(output[0], banner.data(), banner.size()), static_cast<ssize_t>(banner.size()));
+    EXPECT_EQ(banner, TestSupport::banner());
+    close(output[0]);
+    const std::optional<int> status = run.waitFor(120s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_TRUE(fs::exists(dir / "closed" / "marten_analysis_time_error.pdf"));
+  }
+}
+
+constexpr uint64_t kMiB = 1 << 20;
+
+TEST(Faults, InputWithoutLineEndsKeepsMemoryBounded) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer reserves more address space than the limit allows";
+#endif
+  TestSupport::TempDir dir;
+  {
+    // /dev/zero never ends: under a 512 MiB address space limit the run keeps reading instead of
+    // growing until it aborts. The unfinished line grows to its 64 MiB capacity (twice that for
+    // a moment while the buffer doubles) and is given back once it is known to be overlong.
+    BackgroundRun run(withoutStatistics({"marten", "--data", "/dev/zero", "--output", "zero"}),
+                      dir.path(), [] {
+                        const rlimit limit{512 * kMiB, 512 * kMiB};
+                        setrlimit(RLIMIT_AS, &limit);
+                      });
+    while (run.bytesRead() < 192 * kMiB && !run.waitFor(10ms)) {
+    }
+    ASSERT_FALSE(run.waitFor(0ms)) << TestSupport::readFile(dir / "stderr");
+    const uint64_t peak = run.memoryFigure("VmHWM");
+    EXPECT_GT(peak, 64 * kMiB);
+    EXPECT_LT(peak, 192 * kMiB);
+    EXPECT_LT(run.memoryFigure("VmRSS"), 64 * kMiB);
+  }
+  {
+    // 128 MiB of NUL bytes (a sparse file), then a line end and one sample: the overlong line is
+    // skipped, the sample after it read, and the run's memory never holds the whole line.
+    const fs::path data = dir / "zeros.csv";
+    TestSupport::writeFile(data, "");
+    fs::resize_file(data, 128 * kMiB);
+    std::ofstream(data, std::ios::app) << "\n1000,0,5,0,0\n";
+    BackgroundRun run(withoutStatistics({"marten", "--data", "zeros.csv", "--output", "sparse"}),
+                      dir.path());
+    const std::optional<int> status = run.waitFor(60s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(TestSupport::readFile(dir / "stdout"),
+              TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
+    EXPECT_EQ(TestSupport::readFile(dir / "sparse" / "marten_analysis_time_error.csv"),
+              "time,time_error\n1000,5\n");
+    EXPECT_LT(run.peakResidentBytes(), 192 * kMiB);
+  }
+}
+
+// Every file in directory by name, with its content.
+std::map<std::string, std::string> filesIn(const fs::path& directory) {
+  std::map<std::string, std::string> files;
+  for (const fs::directory_entry& entry : fs::directory_iterator(directory)) {
+    files[entry.path().filename().string()] = TestSupport::readFile(entry.path());
+  }
+  return files;
+}
+
+// A small tmpfs mounted for the life of the object (root only).
+class SmallFileSystem {
+ public:
+  SmallFileSystem(const fs::path& mountPoint, const std::string& size) : _mountPoint(mountPoint) {
+    fs::create_directories(mountPoint);
+    _mounted = mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+  }
+  ~SmallFileSystem() {
+    if (_mounted) {
+      umount2(_mountPoint.c_str(), MNT_DETACH);
+    }
+  }
+  bool mounted() const { return _mounted; }
+
+  // Fills the file system up to its last few pages.
+  void fillLeaving(off_t freeBytes) const {
+    const fs::path filler = _mountPoint / "filler";
+    const int file = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    const std::string block(4096, 'x');
+    off_t size = 0;
+    while (write(file, block.data(), block.size()) == static_cast<ssize_t>(block.size())) {
+      size += static_cast<off_t>(block.size());
+    }
+    EXPECT_EQ(ftruncate(file, size - freeBytes), 0);
+    close(file);
+  }
+
+ private:
+  fs::path _mountPoint;
+  bool _mounted = false;
+};
+
+TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
+  TestSupport::TempDir dir;
+  SmallFileSystem disk(dir / "disk", "4m");
+  if (!disk.mounted()) {
+    GTEST_SKIP() << "mounting a tmpfs needs root";
+  }
+  const fs::path output = dir / "disk" / "out";
+  TestSupport::writeFile(dir / "short.csv", martenData(300));
+  TestSupport::writeFile(dir / "long.csv", martenData(3000));
+  const std::vector<std::string> arguments = {"--output", output.string(), "--no-madev",
+                                              "--no-tdev", "--no-rmstie"};
+  std::vector<std::string> firstArguments = {"marten", "--data", "short.csv"};
+  firstArguments.insert(firstArguments.end(), arguments.begin(), arguments.end());
+  const TestSupport::ToolRun first = TestSupport::runTool(firstArguments, dir.path());
+  ASSERT_EQ(first.status, 1) << first.err;
+  const std::map<std::string, std::string> complete = filesIn(output);
+  ASSERT_EQ(complete.size(), 12u);
+
+  // A second run with ten times the data: no result file fits in the last 8 KiB. Each keeps its
+  // earlier content; each CSV says so in one line, each plot in the interpreter's traceback.
+  disk.fillLeaving(8192);
+  std::vector<std::string> secondArguments = {"marten", "--data", "long.csv"};
+  secondArguments.insert(secondArguments.end(), arguments.begin(), arguments.end());
+  const TestSupport::ToolRun second = TestSupport::runTool(secondArguments, dir.path());
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.out, TestSupport::banner() +
+                            "Loading time errors into memory...\n"
+                            "Running Allan Deviation Analysis...\n"
+                            "Running Maximum Time Interval Error Analysis...\n"
+                            "Analysis Done\n");
+  const std::map<std::string, std::string> after = filesIn(output);
+  ASSERT_EQ(after.size(), complete.size());
+  for (const auto& [name, content] : complete) {
+    EXPECT_TRUE(after.count(name) != 0 && after.at(name) == content) << name << " changed";
+  }
+  std::string failures;
+  for (const char* step : {"time_error", "adev", "mtie"}) {
+    failures += "Failed to write \"" + output.string() + "/marten_analysis_" + step +
+                ".csv\" with error No space left on device.\n";
+  }
+  std::string reported;
+  std::istringstream lines(second.err);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("Failed to write", 0) == 0) {
+      reported += line + "\n";
+    }
+  }
+  EXPECT_EQ(reported, failures);
+  EXPECT_NE(second.err.find("OSError: [Errno 28] No space left on device"), std::string::npos);
+}
+
+TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "kept.csv", "earlier\n");
+  VDCSVBuffer csv;
+  csv.appendText("time,time_error\n");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(csv.writeToFile(dir / "missing" / "new.csv"));
+  EXPECT_TRUE(csv.writeToFile(dir / "kept.csv"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Failed to write \"" + (dir / "missing" / "new.csv").string() +
+                "\" with error No such file or directory.\n");
+  EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n");
+  EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
+}
+
+size_t rowsOf(const std::string& csv) {
+  return static_cast<size_t>(std::count(csv.begin(), csv.end(), '\n')) - 1;  // less the header
+}
+
+TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
+  TestSupport::TempDir dir;
+  const fs::path output = dir / "out";
+  fs::create_directory(output);
+  TestSupport::writeFile(dir / "a.csv", martenData(1000));
+  TestSupport::writeFile(dir / "b.csv", martenData(2001));
+  const auto runOn = [&](const char* data, const char* logDirectory,
+                         std::vector<std::string> statistics) {
+    fs::create_directory(dir / logDirectory);
+    std::vector<std::string> arguments = {"marten", "--data", (dir / data).string(), "--output",
+                                          output.string()};
+    arguments.insert(arguments.end(), statistics.begin(), statistics.end());
+    return std::make_unique<BackgroundRun>(arguments, dir / logDirectory);
+  };
+  {
+    // While another process holds the directory, a run waits without writing anything, then
+    // does its whole run once the directory is free.
+    const int held = open(output.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", TestSupport::kNoStatistics);
+    EXPECT_FALSE(run->waitFor(1500ms));
+    EXPECT_TRUE(fs::is_empty(output));
+    {
+      // The audio command waits alike (and is stopped here, having shown that).
+      const fs::path audio = TestSupport::sourceDir() / "examples" / "audio";
+      fs::create_directory(dir / "audio");
+      BackgroundRun audioRun({"audio", "--channel-a", (audio / "channel-a.flac").string(),
+                              "--channel-b", (audio / "channel-b.flac").string(), "--output",
+                              output.string(), "--interval", "4800", "--length", "4096"},
+                             dir / "audio");
+      EXPECT_FALSE(audioRun.waitFor(1500ms));
+      EXPECT_TRUE(fs::is_empty(output));
+    }
+    close(held);
+    const std::optional<int> status = run->waitFor(120s);
+    ASSERT_TRUE(status && WIFEXITED(*status));
+    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(TestSupport::readFile(dir / "waiting" / "stdout"),
+              TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
+    EXPECT_EQ(rowsOf(TestSupport::readFile(output / "marten_analysis_time_error.csv")), 1000u);
+  }
+  {
+    // Two runs at once: whichever goes second, the directory ends with one run's complete set.
+    const std::vector<std::string> adevOnly = {"--no-madev", "--no-tdev", "--no-rmstie",
+                                               "--no-mtie"};
+    std::unique_ptr<BackgroundRun> first = runOn("a.csv", "first", adevOnly);
+    std::unique_ptr<BackgroundRun> second = runOn("b.csv", "second", adevOnly);
+    ASSERT_TRUE(first->waitFor(120s));
+    ASSERT_TRUE(second->waitFor(120s));
+    const size_t samples = rowsOf(TestSupport::readFile(output / "marten_analysis_time_error.csv"));
+    ASSERT_TRUE(samples == 1000u || samples == 2001u) << samples;
+    // ADEV has a window for every m from 2 to (N-1)/2.
+    EXPECT_EQ(rowsOf(TestSupport::readFile(output / "marten_analysis_adev.csv")),
+              (samples - 1) / 2 - 1);
+  }
+}
+
+}  // namespace
