@@ -24,5 +24,6 @@ class VDAllanDeviationAnalysisClass : public VDAnalysisClass {
   std::string statisticName() const override { return "Allan Deviation"; }
   std::string valueColumn() const override { return "adev"; }
   std::string valueAxisLabel() const override { return "ADEV"; }
+  bool hasConfidenceBand() const override { return true; }
   std::string curveLabel() const override { return "ADEV"; }
 };

@@ -31,10 +31,20 @@ std::string VDAnalysisClass::generatePythonScriptWithOutputPath(
   // The hooks rely on tau: the observation interval of each window, in seconds.
   script += "tau = " + records + ".tau\n";
   script += column + " = " + records + "." + column + "\n";
+  if (hasConfidenceBand()) {
+    script += column + "Min = " + records + "." + column + "_min\n";
+    script += column + "Max = " + records + "." + column + "_max\n";
+  }
   script += asStatements(additionalScriptRecords());
   script += "\n";
   script += "f1, ax1 = plt.subplots()\n";
   script += "l1, = ax1.loglog(tau, " + column + ", 'b.-', label='" + curveLabel() + "')\n";
+  if (hasConfidenceBand()) {
+    // Behind the curve (a lower zorder), so the curve stays visible where the band is narrow.
+    script += "ax1.fill_between(tau, " + column + "Min, " + column +
+              "Max, color='b', alpha=0.2, linewidth=0, zorder=1, label='68.3 % confidence')\n";
+    script += "ax1.legend(loc='best')\n";
+  }
   script += asStatements(additionalScriptPlots("ax1"));
   script += "ax1.set_xlabel('Tau (s)')\n";
   script += "ax1.set_ylabel('" + valueAxisLabel() + "')\n";

@@ -34,5 +34,6 @@ class VDModifiedAllanDeviationAnalysisClass : public VDAnalysisClass {
   std::string statisticName() const override { return "Modified Allan Deviation"; }
   std::string valueColumn() const override { return "madev"; }
   std::string valueAxisLabel() const override { return "MDEV"; }
+  bool hasConfidenceBand() const override { return true; }
   std::string curveLabel() const override { return "MDEV"; }
 };

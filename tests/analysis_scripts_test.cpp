@@ -65,9 +65,14 @@ TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
       "\n"
       "tau = adevRecords.tau\n"
       "adev = adevRecords.adev\n"
+      "adevMin = adevRecords.adev_min\n"
+      "adevMax = adevRecords.adev_max\n"
       "\n"
       "f1, ax1 = plt.subplots()\n"
       "l1, = ax1.loglog(tau, adev, 'b.-', label='ADEV')\n"
+      "ax1.fill_between(tau, adevMin, adevMax, color='b', alpha=0.2, linewidth=0, zorder=1, "
+      "label='68.3 % confidence')\n"
+      "ax1.legend(loc='best')\n"
       "ax1.set_xlabel('Tau (s)')\n"
       "ax1.set_ylabel('ADEV')\n"
       "ax1.set_title('Allan Deviation - run1')\n"
@@ -92,12 +97,18 @@ TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
     const char* lines;
   } others[] = {
       {VDModifiedAllanDeviationAnalysis::classObject(),
-       "tau = madevRecords.tau\nmadev = madevRecords.madev\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, madev, 'b.-', label='MDEV')\nax1.set_xlabel('Tau (s)')\n"
+       "tau = madevRecords.tau\nmadev = madevRecords.madev\nmadevMin = madevRecords.madev_min\n"
+       "madevMax = madevRecords.madev_max\n\nf1, ax1 = plt.subplots()\n"
+       "l1, = ax1.loglog(tau, madev, 'b.-', label='MDEV')\n"
+       "ax1.fill_between(tau, madevMin, madevMax, color='b', alpha=0.2, linewidth=0, zorder=1, "
+       "label='68.3 % confidence')\nax1.legend(loc='best')\nax1.set_xlabel('Tau (s)')\n"
        "ax1.set_ylabel('MDEV')\nax1.set_title('Modified Allan Deviation - n')\n"},
       {VDTimeDeviationAnalysis::classObject(),
-       "tau = tdevRecords.tau\ntdev = tdevRecords.tdev\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, tdev, 'b.-', label='TDEV')\nax1.set_xlabel('Tau (s)')\n"
+       "tau = tdevRecords.tau\ntdev = tdevRecords.tdev\ntdevMin = tdevRecords.tdev_min\n"
+       "tdevMax = tdevRecords.tdev_max\n\nf1, ax1 = plt.subplots()\n"
+       "l1, = ax1.loglog(tau, tdev, 'b.-', label='TDEV')\n"
+       "ax1.fill_between(tau, tdevMin, tdevMax, color='b', alpha=0.2, linewidth=0, zorder=1, "
+       "label='68.3 % confidence')\nax1.legend(loc='best')\nax1.set_xlabel('Tau (s)')\n"
        "ax1.set_ylabel('TDEV (ns)')\nax1.set_title('Time Deviation - n')\n"},
       {VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(),
        "tau = rmstieRecords.tau\nrmstie = rmstieRecords.rmstie\n\nf1, ax1 = plt.subplots()\n"
