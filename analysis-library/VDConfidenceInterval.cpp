@@ -2,6 +2,8 @@
 
 #include <boost/math/distributions/chi_squared.hpp>
 #include <cmath>
+#include <utility>
+#include <vector>
 
 #include "VDNoiseIdentification.h"
 #include "VDUniformTable.h"
@@ -13,20 +15,28 @@ const double kFirstLogEdf = std::log(0.5);
 const double kLastLogEdf = 26 * std::log(2.0);
 constexpr double kPointsPerUnit = 32;
 
-// The logarithms of the two factors vary smoothly with ln(edf), also at small edf.
+// The logarithms of the two factors vary smoothly with ln(edf), also at small edf. Both tables
+// come from one set of quantile pairs.
 const VDUniformTable& logFactorTable(bool upperFactor) {
-  static const auto build = [](bool upper) {
+  struct Tables {
+    VDUniformTable lower;
+    VDUniformTable upper;
+  };
+  static const Tables tables = [] {
     const int intervals =
         static_cast<int>(std::ceil((kLastLogEdf - kFirstLogEdf) * kPointsPerUnit));
-    return VDUniformTable(kFirstLogEdf, kLastLogEdf, intervals, [upper](double logEdf) {
+    std::vector<double> lower;
+    std::vector<double> upper;
+    for (double logEdf : VDUniformTable::points(kFirstLogEdf, kLastLogEdf, intervals)) {
       const VDConfidenceInterval exact =
           VDConfidenceInterval::exactForDegreesOfFreedom(std::exp(logEdf));
-      return std::log(upper ? exact.upperFactor : exact.lowerFactor);
-    });
-  };
-  static const VDUniformTable lowerTable = build(false);
-  static const VDUniformTable upperTable = build(true);
-  return upperFactor ? upperTable : lowerTable;
+      lower.push_back(std::log(exact.lowerFactor));
+      upper.push_back(std::log(exact.upperFactor));
+    }
+    return Tables{VDUniformTable(kFirstLogEdf, kLastLogEdf, std::move(lower)),
+                  VDUniformTable(kFirstLogEdf, kLastLogEdf, std::move(upper))};
+  }();
+  return upperFactor ? tables.upper : tables.lower;
 }
 
 }  // namespace

@@ -12,13 +12,16 @@
 namespace {
 
 using Variance = VDEquivalentDegreesOfFreedom::Variance;
-using Real = long double;  // F = m reaches 1e6: the second differences of eq. 8 need the digits
 
 constexpr int kOrder = 2;             // d: second differences
 constexpr int64_t kLongestSum = 100;  // J_max of the paper
 constexpr double kInfinite = std::numeric_limits<double>::infinity();
 
+// The direct sums run in long double: with F = m up to 1e6 the second differences of eq. 8
+// need the digits. The tables (F = 1, infinite, or at most 6400) are built in double.
+
 // Eq. 7: the generalised autocovariance of the phase for noise exponent alpha.
+template <typename Real>
 Real sw(Real t, int alpha) {
   const Real a = std::fabs(t);
   switch (alpha) {
@@ -36,6 +39,7 @@ Real sw(Real t, int alpha) {
 }
 
 // Eq. 8: after the filter of factor F (infinite: the limit F -> infinity).
+template <typename Real>
 Real sx(Real t, double filter, int alpha) {
   if (std::isinf(filter)) {
     return sw(t, alpha + 2);
@@ -45,27 +49,30 @@ Real sx(Real t, double filter, int alpha) {
 }
 
 // Eq. 9 with d = 2: after the second difference.
+template <typename Real>
 Real sz(Real t, double filter, int alpha) {
   return 6 * sx(t, filter, alpha) - 4 * sx(t - 1, filter, alpha) - 4 * sx(t + 1, filter, alpha) +
          sx(t - 2, filter, alpha) + sx(t + 2, filter, alpha);
 }
 
 // Eq. 10: the basic sum over lags j of the squared covariances of the terms.
+template <typename Real>
 Real basicSum(int64_t longest, Real terms, Real stride, double filter, int alpha) {
-  const Real first = sz(0, filter, alpha);
-  const Real last = sz(static_cast<Real>(longest) / stride, filter, alpha);
+  const Real first = sz<Real>(0, filter, alpha);
+  const Real last = sz<Real>(static_cast<Real>(longest) / stride, filter, alpha);
   Real sum = first * first + (1 - static_cast<Real>(longest) / terms) * last * last;
   for (int64_t j = 1; j < longest; ++j) {
-    const Real value = sz(static_cast<Real>(j) / stride, filter, alpha);
+    const Real value = sz<Real>(static_cast<Real>(j) / stride, filter, alpha);
     sum += 2 * (1 - static_cast<Real>(j) / terms) * value * value;
   }
   return sum;
 }
 
 // Eq. 13: 1/EDF from the basic sum over J lags of M terms.
+template <typename Real>
 Real inverseFromSum(int64_t longest, Real terms, Real stride, double filter, int alpha) {
-  const Real first = sz(0, filter, alpha);
-  return basicSum(longest, terms, stride, filter, alpha) / (first * first * terms);
+  const Real first = sz<Real>(0, filter, alpha);
+  return basicSum<Real>(longest, terms, stride, filter, alpha) / (first * first * terms);
 }
 
 // Tables 1 and 2 of the paper, d = 2, alpha = 2 .. -2: (a0, a1) of 1/EDF = (a0 - a1/r) / r.
@@ -84,17 +91,18 @@ double flickerFactor(int64_t window) {
 
 // The paper's 100-term approximation for r <= d + 1 (cases 1.3, 2.3, 3.3), as 1/EDF (for
 // flicker PM and the Allan variance without the factor (b0 + b1 ln m)^2).
+template <typename Real>
 double longSumInverse(Variance variance, int alpha, double ratio) {
   const Real stride = static_cast<Real>(kLongestSum) / ratio;  // m' = J_max / r
   const Real terms = kLongestSum;
   if (variance == Variance::kModifiedAllan) {
-    return static_cast<double>(inverseFromSum(kLongestSum, terms, stride, 1, alpha));
+    return static_cast<double>(inverseFromSum<Real>(kLongestSum, terms, stride, 1, alpha));
   }
   if (alpha == 1) {
     const double filter = static_cast<double>(stride);
-    return static_cast<double>(basicSum(kLongestSum, terms, stride, filter, alpha) / terms);
+    return static_cast<double>(basicSum<Real>(kLongestSum, terms, stride, filter, alpha) / terms);
   }
-  return static_cast<double>(inverseFromSum(kLongestSum, terms, stride, kInfinite, alpha));
+  return static_cast<double>(inverseFromSum<Real>(kLongestSum, terms, stride, kInfinite, alpha));
 }
 
 // The tables of longSumInverse over r in [kTableStart, d + 1]; below it, directly.
@@ -109,7 +117,7 @@ double tabulatedLongSumInverse(Variance variance, int alpha, double ratio) {
   std::call_once(built[kind][row], [&] {
     tables[kind][row] = std::make_unique<VDUniformTable>(
         kTableStart, kOrder + 1.0, kTableIntervals,
-        [&](double r) { return longSumInverse(variance, alpha, r); });
+        [&](double r) { return longSumInverse<double>(variance, alpha, r); });
   });
   return (*tables[kind][row])(ratio);
 }
@@ -138,6 +146,7 @@ double equivalentDegreesOfFreedom(Variance variance, int alpha, int64_t window, 
     return whitePhaseAllanEDF(window, terms);
   }
   const int64_t longest = std::min(terms, (kOrder + 1) * window);
+  using Real = long double;
   const auto stride = static_cast<Real>(window);
   const double ratio = static_cast<double>(terms) / static_cast<double>(window);
   double inverse = 0;
@@ -147,7 +156,7 @@ double equivalentDegreesOfFreedom(Variance variance, int alpha, int64_t window, 
     if (!modified && alpha <= 0 && (kOrder + 1) * window > kLongestSum) {
       filter = kInfinite;
     }
-    inverse = static_cast<double>(inverseFromSum(longest, terms, stride, filter, alpha));
+    inverse = static_cast<double>(inverseFromSum<Real>(longest, terms, stride, filter, alpha));
   } else if (ratio > kOrder + 1) {
     // Cases 1.2, 2.2, 3.2: the fitted coefficients.
     const auto& [a0, a1] = (modified ? kModifiedCoefficients : kAllanCoefficients)[2 - alpha];
@@ -158,7 +167,7 @@ double equivalentDegreesOfFreedom(Variance variance, int alpha, int64_t window, 
   } else {
     // Cases 1.3, 2.3, 3.3.
     inverse = useTables && ratio >= kTableStart ? tabulatedLongSumInverse(variance, alpha, ratio)
-                                                : longSumInverse(variance, alpha, ratio);
+                                                : longSumInverse<Real>(variance, alpha, ratio);
     if (!modified && alpha == 1) {
       inverse /= flickerFactor(window);
     }

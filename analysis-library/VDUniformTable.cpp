@@ -3,14 +3,39 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <utility>
+
+namespace {
+
+std::vector<double> sampled(double first, double last, int intervals,
+                            const std::function<double(double)>& function) {
+  std::vector<double> samples;
+  for (double x : VDUniformTable::points(first, last, intervals)) {
+    samples.push_back(function(x));
+  }
+  return samples;
+}
+
+}  // namespace
 
 VDUniformTable::VDUniformTable(double first, double last, int intervals,
                                const std::function<double(double)>& function)
-    : _first(first), _last(last), _step((last - first) / intervals) {
-  _samples.reserve(static_cast<size_t>(intervals) + 1);
-  for (int i = 0; i <= intervals; ++i) {
-    _samples.push_back(function(i == intervals ? last : first + i * _step));
+    : VDUniformTable(first, last, sampled(first, last, intervals, function)) {}
+
+VDUniformTable::VDUniformTable(double first, double last, std::vector<double> samples)
+    : _first(first),
+      _last(last),
+      _step(samples.size() > 1 ? (last - first) / static_cast<double>(samples.size() - 1) : 1),
+      _samples(std::move(samples)) {}
+
+std::vector<double> VDUniformTable::points(double first, double last, int intervals) {
+  std::vector<double> result;
+  const double step = (last - first) / intervals;
+  for (int i = 0; i < intervals; ++i) {
+    result.push_back(first + i * step);
   }
+  result.push_back(last);
+  return result;
 }
 
 double VDUniformTable::operator()(double x) const {

@@ -13,6 +13,10 @@ class VDUniformTable {
   // (intervals >= 3).
   VDUniformTable(double first, double last, int intervals,
                  const std::function<double(double)>& function);
+  // The same from the samples at those points (intervals + 1 of them).
+  VDUniformTable(double first, double last, std::vector<double> samples);
+  // The points at which a table of intervals over [first, last] samples its function.
+  static std::vector<double> points(double first, double last, int intervals);
 
   bool covers(double x) const { return x >= _first && x <= _last; }
   // The interpolated value at x; x must be covered.
