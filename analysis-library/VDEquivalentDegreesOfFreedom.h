@@ -13,7 +13,7 @@
 // cases 1-4), with second differences (d = 2), stride 1 (S = m) and the filter factor F = m for
 // the Allan variance and F = 1 for the modified one. Where the paper replaces a long sum by its
 // 100-term approximation (J > 100 and r = M/S <= d + 1), that sum depends on r alone; it is
-// tabulated once per noise type and interpolated (relative error below 1e-5, far inside the
+// tabulated once per noise type and interpolated (relative error below 2e-5, far inside the
 // precision of the paper's own fitted coefficients). For white PM and the Allan variance the
 // exact EDF of independent samples is used at every window (the paper's case 4, K <= d
 // included).
