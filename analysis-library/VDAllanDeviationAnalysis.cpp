@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "VDConfidenceInterval.h"
 #include "VDLaggedDifferenceSums.h"
 #include "VDPhaseData.h"
 
@@ -31,5 +32,7 @@ std::vector<VDStatisticPoint> VDAllanDeviationAnalysis::evaluateWindows(
     const double deviation = std::sqrt(sum / (2.0 * static_cast<double>(terms))) * 1e-9 / tau;
     points.push_back({m, tau, deviation, static_cast<uint64_t>(terms)});
   }
+  VDConfidenceInterval::addToPoints(points, _errors,
+                                    VDEquivalentDegreesOfFreedom::Variance::kOverlappingAllan);
   return points;
 }

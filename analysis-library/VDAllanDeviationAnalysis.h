@@ -23,6 +23,7 @@ class VDAllanDeviationAnalysisClass : public VDAnalysisClass {
  public:
   std::string statisticName() const override { return "Allan Deviation"; }
   std::string valueColumn() const override { return "adev"; }
-  std::string valueAxisLabel() const override { return "ADEV"; }
+  std::string valueAxisLabel() const override { return "ADEV (dimensionless)"; }
+  bool hasConfidenceBand() const override { return true; }
   std::string curveLabel() const override { return "ADEV"; }
 };

@@ -31,15 +31,29 @@ std::string VDAnalysisClass::generatePythonScriptWithOutputPath(
   // The hooks rely on tau: the observation interval of each window, in seconds.
   script += "tau = " + records + ".tau\n";
   script += column + " = " + records + "." + column + "\n";
+  if (hasConfidenceBand()) {
+    script += column + "Min = " + records + "." + column + "_min\n";
+    script += column + "Max = " + records + "." + column + "_max\n";
+  }
   script += asStatements(additionalScriptRecords());
   script += "\n";
+  script += VDPlotScript::curveOptions("tau");
+  script += "\n";
   script += "f1, ax1 = plt.subplots()\n";
-  script += "l1, = ax1.loglog(tau, " + column + ", 'b.-', label='" + curveLabel() + "')\n";
+  script +=
+      "l1, = ax1.loglog(tau, " + column + ", " + VDPlotScript::curveStyle(curveLabel()) + ")\n";
+  if (hasConfidenceBand()) {
+    // Behind the curve (a lower zorder), so the curve stays visible where the band is narrow.
+    script += "ax1.fill_between(tau, " + column + "Min, " + column + "Max, color='" +
+              VDPlotScript::kCurveColour +
+              "', alpha=0.25, linewidth=0, zorder=2, label='68.3 % confidence interval', "
+              "rasterized=rasterizeCurve)\n";
+  }
+  // Before the hooks, so a subclass that draws more (a mask) may make its own legend.
+  script += VDPlotScript::legend(column);
   script += asStatements(additionalScriptPlots("ax1"));
-  script += "ax1.set_xlabel('Tau (s)')\n";
-  script += "ax1.set_ylabel('" + valueAxisLabel() + "')\n";
-  script += "ax1.set_title('" + statisticName() + " - " + titleName + "')\n";
-  script += "ax1.grid(True, which='both')\n";
+  script += VDPlotScript::labels("Tau (s)", valueAxisLabel(), statisticName() + " - " + titleName);
+  script += VDPlotScript::decadeGrid("ax1");
   const std::string yLimits = plotYLimits("ax1");
   if (!yLimits.empty()) {
     script += yLimits + "\n";

@@ -38,6 +38,10 @@ class VDAnalysisClass {
   virtual std::string plotSize() const;
   virtual std::string plotYLimits(const std::string& axesName) const;
 
+  // True for the deviations whose CSV carries the 68.3 % confidence bounds (columns
+  // <value>_min and <value>_max): their plots draw the band behind the curve, with a legend.
+  virtual bool hasConfidenceBand() const { return false; }
+
   // What the statistic is called and how its axis is labelled.
   virtual std::string statisticName() const = 0;   // e.g. "Allan Deviation"
   virtual std::string valueColumn() const = 0;     // CSV column of the value, e.g. "adev"

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "VDConfidenceInterval.h"
 #include "VDLaggedDifferenceSums.h"
 #include "VDPhaseData.h"
 
@@ -47,5 +48,7 @@ std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
         1e-9 / tau;
     points.push_back({modified.windowSize, tau, deviation, static_cast<uint64_t>(modified.terms)});
   }
+  VDConfidenceInterval::addToPoints(points, _errors,
+                                    VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan);
   return points;
 }

@@ -33,6 +33,7 @@ class VDModifiedAllanDeviationAnalysisClass : public VDAnalysisClass {
  public:
   std::string statisticName() const override { return "Modified Allan Deviation"; }
   std::string valueColumn() const override { return "madev"; }
-  std::string valueAxisLabel() const override { return "MDEV"; }
+  std::string valueAxisLabel() const override { return "MDEV (dimensionless)"; }
+  bool hasConfidenceBand() const override { return true; }
   std::string curveLabel() const override { return "MDEV"; }
 };

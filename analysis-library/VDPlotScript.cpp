@@ -20,12 +20,54 @@ std::string VDPlotScript::csvPathExpression(const std::optional<std::string>& ou
   return "os.path.split(sys.argv[0])[0]+'/" + fileName + "'";
 }
 
+std::string VDPlotScript::curveOptions(const std::string& arrayName) {
+  return "# Markers only where the points can be told apart; long curves are rasterised in PDF\n"
+         "# output (at the PNG's resolution), so axes and text stay vector.\n"
+         "markerStyle = 'o' if len(" +
+         arrayName + ") <= " + std::to_string(kMarkedPoints) +
+         " else 'None'\n"
+         "rasterizeCurve = len(" +
+         arrayName + ") > " + std::to_string(kRasterisedPoints) + "\n";
+}
+
+std::string VDPlotScript::curveStyle(const std::string& label) {
+  return std::string("color='") + kCurveColour +
+         "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" + label +
+         "', rasterized=rasterizeCurve, zorder=3";
+}
+
+std::string VDPlotScript::legend(const std::string& arrayName) {
+  return "ax1.legend(loc='best' if len(" + arrayName + ") <= " + std::to_string(kRasterisedPoints) +
+         " else ('upper right' if " + arrayName + "[0] > " + arrayName +
+         "[-1] else 'upper left'), fontsize=11, framealpha=0.9)\n";
+}
+
+std::string VDPlotScript::labels(const std::string& xLabel, const std::string& yLabel,
+                                 const std::string& title) {
+  return "ax1.set_xlabel('" + xLabel + "', fontsize=12)\n" + "ax1.set_ylabel('" + yLabel +
+         "', fontsize=12)\n" + "ax1.set_title('" + title + "', fontsize=14)\n" +
+         "ax1.tick_params(which='both', labelsize=11)\n";
+}
+
+std::string VDPlotScript::decadeGrid(const std::string& axesName) {
+  return "import matplotlib.ticker\n"
+         "for decadeAxis in (" +
+         axesName + ".xaxis, " + axesName +
+         ".yaxis):\n"
+         "    decadeAxis.set_major_locator(matplotlib.ticker.LogLocator(base=10.0, numticks=40))\n"
+         "    decadeAxis.set_minor_formatter(matplotlib.ticker.LogFormatterSciNotation(\n"
+         "        labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n" +
+         axesName + ".grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n" +
+         axesName + ".grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
+}
+
 std::string VDPlotScript::ending(const std::string& plotSizeStatement,
                                  const std::optional<std::string>& plotPath, bool showPlot) {
   std::string text;
   if (plotPath) {
     text += plotSizeStatement + "\n";
-    text += "f1.savefig('" + *plotPath + "')\n";
+    text += "f1.tight_layout()\n";
+    text += "f1.savefig('" + *plotPath + "', dpi=" + std::to_string(kDotsPerInch) + ")\n";
     text += "\n";
   }
   text += showPlot ? "plt.show()\n" : "plt.close(f1)\n";

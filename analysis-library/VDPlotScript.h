@@ -7,8 +7,16 @@
 // and imports, where the script finds its CSV, and how it saves, shows or closes its figure.
 class VDPlotScript {
  public:
-  // The figure size of scripts whose class does not choose one.
-  static constexpr const char* kDefaultPlotSize = "f1.set_size_inches(16, 9)";
+  // The figure size of scripts whose class does not choose one: the width of A4 landscape, so
+  // the PDF prints at its own size and the fonts below stay readable.
+  static constexpr const char* kDefaultPlotSize = "f1.set_size_inches(11.69, 6.58)";
+  // The resolution of the PNG, and of the curves a PDF rasterises.
+  static constexpr int kDotsPerInch = 150;
+  // The colour of a statistic's curve and band.
+  static constexpr const char* kCurveColour = "#1f4e9c";
+  // Curves with more points than this are rasterised in PDF output and get no markers.
+  static constexpr int kRasterisedPoints = 20000;
+  static constexpr int kMarkedPoints = 100;
 
   // "#!/usr/bin/python", a blank line and the imports, each on its own line.
   static std::string header();
@@ -18,7 +26,25 @@ class VDPlotScript {
   static std::string csvPathExpression(const std::optional<std::string>& outputPath,
                                        const std::string& fileName);
 
-  // With a plot path: the size statement, the savefig line and a blank line. Then plt.show()
+  // Statements that set markerStyle ('o' where there are at most kMarkedPoints points, so
+  // single points show; 'None' otherwise) and rasterizeCurve (true beyond kRasterisedPoints)
+  // from the length of the named array.
+  static std::string curveOptions(const std::string& arrayName);
+  // The keyword arguments of a statistic's curve: colour, line, markerStyle, the legend label,
+  // rasterizeCurve, drawn above a band.
+  static std::string curveStyle(const std::string& label);
+  // The legend of ax1: the best place while that is cheap to find, else a corner away from a
+  // falling (upper right) or rising (upper left) curve of the named array.
+  static std::string legend(const std::string& arrayName);
+  // Axis labels and title of ax1 with the fonts of every plot.
+  static std::string labels(const std::string& xLabel, const std::string& yLabel,
+                            const std::string& title);
+  // Log-log axes: a major tick and solid grid line at every decade, dotted lines between; an
+  // axis spanning less than two decades also labels some of the ticks between.
+  static std::string decadeGrid(const std::string& axesName);
+
+  // With a plot path: the size statement, the layout, the savefig line (at kDotsPerInch) and a
+  // blank line. Then plt.show()
   // when showPlot, else plt.close(f1), which leaves no figure open in a long-lived interpreter.
   static std::string ending(const std::string& plotSizeStatement,
                             const std::optional<std::string>& plotPath, bool showPlot);

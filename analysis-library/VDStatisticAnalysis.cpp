@@ -52,11 +52,17 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
     const VDWindowRange range = VDWindowRange::clamped(startWindowSize, endWindowSize, stepSize, 1,
                                                        std::numeric_limits<int64_t>::max());
     VDCSVBuffer csv;
-    // A window, two shortest doubles, a count, separators and a line end.
-    csv.reserve(64 + _points.size() * 72);
+    // A window, up to five shortest doubles, a count, alpha, separators and a line end.
+    csv.reserve(96 + _points.size() * 144);
     csv.appendText("window,tau,");
     csv.appendText(analysisClass().valueColumn());
-    csv.appendText(",terms\n");
+    csv.appendText(",terms");
+    const bool withBounds = analysisClass().hasConfidenceBand();
+    if (withBounds) {
+      const std::string column = analysisClass().valueColumn();
+      csv.appendText(",alpha,edf," + column + "_min," + column + "_max");
+    }
+    csv.endRow();
     for (const VDStatisticPoint& point : _points) {
       if (!range.contains(point.windowSize)) {
         continue;
@@ -68,6 +74,16 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
       csv.appendDouble(point.value);
       csv.appendSeparator();
       csv.appendUnsigned(point.termCount);
+      if (withBounds) {
+        csv.appendSeparator();
+        csv.appendInteger(point.alpha);
+        csv.appendSeparator();
+        csv.appendDouble(point.edf);
+        csv.appendSeparator();
+        csv.appendDouble(point.minimum);
+        csv.appendSeparator();
+        csv.appendDouble(point.maximum);
+      }
       csv.endRow();
     }
     return csv.writeToFile(VDResultPath::inDirectory(directory, filename));

@@ -36,7 +36,8 @@ class VDStatisticAnalysis {
 
   // Writes the results whose window size is in start, start+step, ... up to end as CSV into
   // directory/filename: a header "window,tau,<value column>,terms" and one row per result, the
-  // window in samples, tau in seconds, the value and the number of terms behind it. Returns
+  // window in samples, tau in seconds, the value and the number of terms behind it; for the
+  // deviations with confidence bounds then "alpha,edf,<value>_min,<value>_max". Returns
   // false when the file could not be written; never throws.
   bool exportAnalysisToDirectoryURL(const std::filesystem::path& directory,
                                     const std::string& filename, int64_t startWindowSize,

@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "VDConfidenceInterval.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
 
 const VDAnalysisClass& VDTimeDeviationAnalysis::classObject() {
@@ -25,5 +26,7 @@ std::vector<VDStatisticPoint> VDTimeDeviationAnalysis::evaluateWindows(
     points.push_back({modified.windowSize, tauOfWindow(modified.windowSize), deviation,
                       static_cast<uint64_t>(modified.terms)});
   }
+  VDConfidenceInterval::addToPoints(points, _errors,
+                                    VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan);
   return points;
 }

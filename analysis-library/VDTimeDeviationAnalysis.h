@@ -24,5 +24,6 @@ class VDTimeDeviationAnalysisClass : public VDAnalysisClass {
   std::string statisticName() const override { return "Time Deviation"; }
   std::string valueColumn() const override { return "tdev"; }
   std::string valueAxisLabel() const override { return "TDEV (ns)"; }
+  bool hasConfidenceBand() const override { return true; }
   std::string curveLabel() const override { return "TDEV"; }
 };

@@ -39,16 +39,17 @@ std::string VDTimeErrorSequence::generatePythonScriptWithOutputPath(
             "\n"
             "time = timeErrorRecords.time\n"
             "timeError = timeErrorRecords.time_error\n"
-            "\n"
-            "f1, ax1 = plt.subplots()\n"
-            "ax1.plot(time, timeError, 'r-')\n"
-            "ax1.set_xlabel('Time (ns)')\n"
-            "ax1.set_ylabel('Time Error (ns)')\n"
-            "ax1.set_title('Time Errors - " +
-            titleName +
-            "')\n"
-            "ax1.grid(True)\n"
             "\n";
+  script += VDPlotScript::curveOptions("time");
+  script +=
+      "\n"
+      "f1, ax1 = plt.subplots()\n"
+      "ax1.plot(time, timeError, color='#b03a2e', linestyle='-', linewidth=1.0, "
+      "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n";
+  script += VDPlotScript::legend("timeError");
+  script += VDPlotScript::labels("Time (ns)", "Time Error (ns)", "Time Errors - " + titleName);
+  script += "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n";
+  script += "\n";
   script += VDPlotScript::ending(VDPlotScript::kDefaultPlotSize, plotPath, showPlot);
   return script;
 }

@@ -1,4 +1,5 @@
-// CSV exports of the time error sequence and of the statistics: exact text, window filtering,
+// CSV exports of the time error sequence and of the statistics (the deviations with their noise
+// type, EDF and confidence bounds): exact text, window filtering,
 // doubles that read back unchanged, and failures reported as false.
 
 #include <gtest/gtest.h>
@@ -58,7 +59,9 @@ TEST(AnalysisExport, StatisticsWriteWindowTauValueAndTerms) {
   VDAllanDeviationAnalysis adev(quarter);
   adev.performAnalysisFromStartWindowSize(1, kMax, 1);
   ASSERT_TRUE(adev.exportAnalysisToDirectoryURL(dir.path(), "a.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "a.csv"), "window,tau,adev,terms\n1,0.25,8e-09,2\n");
+  EXPECT_EQ(TestSupport::readFile(dir / "a.csv"),
+            "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n"
+            "1,0.25,8e-09,2,-1,1.9974987087071094,5.893935625542523e-09,1.9275079677377874e-08\n");
 
   // 0, 3, 4 ns one second apart: TIE at lag 1 is 3 and 1, at lag 2 it is 4.
   const std::vector<VDTimeErrorValue> second = valuesOf({0, 3, 4}, 1000000000);
@@ -78,13 +81,15 @@ TEST(AnalysisExport, StatisticsWriteWindowTauValueAndTerms) {
   mdev.performAnalysisFromStartWindowSize(1, kMax, 1);
   ASSERT_TRUE(mdev.exportAnalysisToDirectoryURL(dir.path(), "d.csv", 1, kMax, 1));
   EXPECT_EQ(TestSupport::readFile(dir / "d.csv"),
-            "window,tau,madev,terms\n1,1,1.4142135623730953e-09,1\n");
+            "window,tau,madev,terms,alpha,edf,madev_min,madev_max\n"
+            "1,1,1.4142135623730953e-09,1,0,1,1.002892741893858e-09,7.0719455975735554e-09\n");
   VDTimeDeviationAnalysis tdev(three);
   tdev.performAnalysisFromStartWindowSize(1, kMax, 1);
   ASSERT_TRUE(tdev.exportAnalysisToDirectoryURL(dir.path(), "t.csv", 1, kMax, 1));
   // sqrt(4 / 6) ns: TDEV is tau / sqrt(3) times MDEV.
   EXPECT_EQ(TestSupport::readFile(dir / "t.csv"),
-            "window,tau,tdev,terms\n1,1,0.816496580927726,1\n");
+            "window,tau,tdev,terms,alpha,edf,tdev_min,tdev_max\n"
+            "1,1,0.816496580927726,1,0,1,0.5790203945007407,4.08298969445348\n");
 }
 
 TEST(AnalysisExport, OnlyTheGivenWindowRangeIsWritten) {
@@ -105,7 +110,8 @@ TEST(AnalysisExport, OnlyTheGivenWindowRangeIsWritten) {
   }
   VDAllanDeviationAnalysis notRun(valuesOf({1, 2, 3, 4, 5}, 1));
   ASSERT_TRUE(notRun.exportAnalysisToDirectoryURL(dir.path(), "n.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "n.csv"), "window,tau,adev,terms\n");
+  EXPECT_EQ(TestSupport::readFile(dir / "n.csv"),
+            "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n");
 }
 
 TEST(AnalysisExport, DoublesReadBackUnchanged) {
@@ -124,7 +130,7 @@ TEST(AnalysisExport, DoublesReadBackUnchanged) {
   std::istringstream text(TestSupport::readFile(dir / "t.csv"));
   std::string line;
   std::getline(text, line);
-  EXPECT_EQ(line, "window,tau,tdev,terms");
+  EXPECT_EQ(line, "window,tau,tdev,terms,alpha,edf,tdev_min,tdev_max");
   size_t row = 0;
   while (std::getline(text, line)) {
     ASSERT_LT(row, tdev.points().size());
@@ -134,6 +140,10 @@ TEST(AnalysisExport, DoublesReadBackUnchanged) {
     EXPECT_EQ(std::strtod(cursor + 1, &cursor), point.tau);
     EXPECT_EQ(std::strtod(cursor + 1, &cursor), point.value);
     EXPECT_EQ(std::strtoull(cursor + 1, &cursor, 10), point.termCount);
+    EXPECT_EQ(std::strtol(cursor + 1, &cursor, 10), point.alpha);
+    EXPECT_EQ(std::strtod(cursor + 1, &cursor), point.edf);
+    EXPECT_EQ(std::strtod(cursor + 1, &cursor), point.minimum);
+    EXPECT_EQ(std::strtod(cursor + 1, &cursor), point.maximum);
     EXPECT_EQ(*cursor, '\0');
   }
   EXPECT_EQ(row, tdev.points().size());

@@ -30,19 +30,46 @@ const std::string kHeader =
     "import sys\n"
     "\n";
 
+// The marker and rasterisation switches every script sets from its array's length.
+std::string curveOptions(const std::string& array) {
+  return "# Markers only where the points can be told apart; long curves are rasterised in PDF\n"
+         "# output (at the PNG's resolution), so axes and text stay vector.\n"
+         "markerStyle = 'o' if len(" +
+         array + ") <= 100 else 'None'\nrasterizeCurve = len(" + array + ") > 20000\n";
+}
+
+std::string legend(const std::string& array) {
+  return "ax1.legend(loc='best' if len(" + array + ") <= 20000 else ('upper right' if " + array +
+         "[0] > " + array + "[-1] else 'upper left'), fontsize=11, framealpha=0.9)\n";
+}
+
+const std::string kDecadeGrid =
+    "import matplotlib.ticker\n"
+    "for decadeAxis in (ax1.xaxis, ax1.yaxis):\n"
+    "    decadeAxis.set_major_locator(matplotlib.ticker.LogLocator(base=10.0, numticks=40))\n"
+    "    decadeAxis.set_minor_formatter(matplotlib.ticker.LogFormatterSciNotation(\n"
+    "        labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n"
+    "ax1.grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n"
+    "ax1.grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
+
 TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
   const VDTimeErrorSequence sequence({});
   const std::string body =
       "\n"
       "time = timeErrorRecords.time\n"
       "timeError = timeErrorRecords.time_error\n"
+      "\n" +
+      curveOptions("time") +
       "\n"
       "f1, ax1 = plt.subplots()\n"
-      "ax1.plot(time, timeError, 'r-')\n"
-      "ax1.set_xlabel('Time (ns)')\n"
-      "ax1.set_ylabel('Time Error (ns)')\n"
-      "ax1.set_title('Time Errors - run 1')\n"
-      "ax1.grid(True)\n"
+      "ax1.plot(time, timeError, color='#b03a2e', linestyle='-', linewidth=1.0, "
+      "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n" +
+      legend("timeError") +
+      "ax1.set_xlabel('Time (ns)', fontsize=12)\n"
+      "ax1.set_ylabel('Time Error (ns)', fontsize=12)\n"
+      "ax1.set_title('Time Errors - run 1', fontsize=14)\n"
+      "ax1.tick_params(which='both', labelsize=11)\n"
+      "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n"
       "\n";
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "run1_time_error.csv",
                                                         "run 1", std::nullopt, true),
@@ -53,8 +80,9 @@ TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "run1_time_error.csv", "run 1",
                                                         "/out dir/run1.png", false),
             kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" + body +
-                "f1.set_size_inches(16, 9)\n"
-                "f1.savefig('/out dir/run1.png')\n"
+                "f1.set_size_inches(11.69, 6.58)\n"
+                "f1.tight_layout()\n"
+                "f1.savefig('/out dir/run1.png', dpi=150)\n"
                 "\n"
                 "plt.close(f1)\n");
 }
@@ -65,14 +93,22 @@ TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
       "\n"
       "tau = adevRecords.tau\n"
       "adev = adevRecords.adev\n"
+      "adevMin = adevRecords.adev_min\n"
+      "adevMax = adevRecords.adev_max\n"
+      "\n" +
+      curveOptions("tau") +
       "\n"
       "f1, ax1 = plt.subplots()\n"
-      "l1, = ax1.loglog(tau, adev, 'b.-', label='ADEV')\n"
-      "ax1.set_xlabel('Tau (s)')\n"
-      "ax1.set_ylabel('ADEV')\n"
-      "ax1.set_title('Allan Deviation - run1')\n"
-      "ax1.grid(True, which='both')\n"
-      "\n";
+      "l1, = ax1.loglog(tau, adev, color='#1f4e9c', linestyle='-', linewidth=1.5, "
+      "marker=markerStyle, markersize=4, label='ADEV', rasterized=rasterizeCurve, zorder=3)\n"
+      "ax1.fill_between(tau, adevMin, adevMax, color='#1f4e9c', alpha=0.25, linewidth=0, "
+      "zorder=2, label='68.3 % confidence interval', rasterized=rasterizeCurve)\n" +
+      legend("adev") +
+      "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
+      "ax1.set_ylabel('ADEV (dimensionless)', fontsize=12)\n"
+      "ax1.set_title('Allan Deviation - run1', fontsize=14)\n"
+      "ax1.tick_params(which='both', labelsize=11)\n" +
+      kDecadeGrid + "\n";
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath(std::nullopt, "run1_adev.csv", "run1",
                                                     std::nullopt, true),
             kHeader +
@@ -81,38 +117,59 @@ TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath("/o", "run1_adev.csv", "run1",
                                                     "/o/run1_adev.pdf", false),
             kHeader + "adevRecords = mlab.csv2rec('/o/run1_adev.csv')\n" + body +
-                "f1.set_size_inches(16, 9)\n"
-                "f1.savefig('/o/run1_adev.pdf')\n"
+                "f1.set_size_inches(11.69, 6.58)\n"
+                "f1.tight_layout()\n"
+                "f1.savefig('/o/run1_adev.pdf', dpi=150)\n"
                 "\n"
                 "plt.close(f1)\n");
 
-  // The other statistics differ only in their names, columns and labels.
+  // The other statistics differ only in their names, columns and labels; only the deviations
+  // have a confidence band.
   const struct {
     const VDAnalysisClass& statistic;
     const char* lines;
+    bool band;
   } others[] = {
       {VDModifiedAllanDeviationAnalysis::classObject(),
-       "tau = madevRecords.tau\nmadev = madevRecords.madev\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, madev, 'b.-', label='MDEV')\nax1.set_xlabel('Tau (s)')\n"
-       "ax1.set_ylabel('MDEV')\nax1.set_title('Modified Allan Deviation - n')\n"},
+       "madev = madevRecords.madev\nmadevMin = madevRecords.madev_min\n"
+       "madevMax = madevRecords.madev_max\n",
+       true},
+      {VDModifiedAllanDeviationAnalysis::classObject(),
+       "l1, = ax1.loglog(tau, madev, color='#1f4e9c', linestyle='-', linewidth=1.5, "
+       "marker=markerStyle, markersize=4, label='MDEV', rasterized=rasterizeCurve, zorder=3)\n"
+       "ax1.fill_between(tau, madevMin, madevMax, color='#1f4e9c', alpha=0.25",
+       true},
+      {VDModifiedAllanDeviationAnalysis::classObject(),
+       "ax1.set_ylabel('MDEV (dimensionless)', fontsize=12)\n"
+       "ax1.set_title('Modified Allan Deviation - n', fontsize=14)\n",
+       true},
       {VDTimeDeviationAnalysis::classObject(),
-       "tau = tdevRecords.tau\ntdev = tdevRecords.tdev\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, tdev, 'b.-', label='TDEV')\nax1.set_xlabel('Tau (s)')\n"
-       "ax1.set_ylabel('TDEV (ns)')\nax1.set_title('Time Deviation - n')\n"},
+       "ax1.fill_between(tau, tdevMin, tdevMax, color='#1f4e9c', alpha=0.25", true},
+      {VDTimeDeviationAnalysis::classObject(),
+       "ax1.set_ylabel('TDEV (ns)', fontsize=12)\nax1.set_title('Time Deviation - n', "
+       "fontsize=14)\n",
+       true},
       {VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(),
-       "tau = rmstieRecords.tau\nrmstie = rmstieRecords.rmstie\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, rmstie, 'b.-', label='RMS TIE')\nax1.set_xlabel('Tau (s)')\n"
-       "ax1.set_ylabel('RMS TIE (ns)')\n"
-       "ax1.set_title('Root Mean Squared Time Interval Error - n')\n"},
+       "rmstie = rmstieRecords.rmstie\n\n# Markers", false},
+      {VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(),
+       "label='RMS TIE', rasterized=rasterizeCurve, zorder=3)\nax1.legend(", false},
+      {VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(),
+       "ax1.set_ylabel('RMS TIE (ns)', fontsize=12)\n"
+       "ax1.set_title('Root Mean Squared Time Interval Error - n', fontsize=14)\n",
+       false},
       {VDMaximumTimeIntervalErrorAnalysis::classObject(),
-       "tau = mtieRecords.tau\nmtie = mtieRecords.mtie\n\nf1, ax1 = plt.subplots()\n"
-       "l1, = ax1.loglog(tau, mtie, 'b.-', label='MTIE')\nax1.set_xlabel('Tau (s)')\n"
-       "ax1.set_ylabel('MTIE (ns)')\nax1.set_title('Maximum Time Interval Error - n')\n"},
+       "label='MTIE', rasterized=rasterizeCurve, zorder=3)\nax1.legend(", false},
+      {VDMaximumTimeIntervalErrorAnalysis::classObject(),
+       "ax1.set_ylabel('MTIE (ns)', fontsize=12)\n"
+       "ax1.set_title('Maximum Time Interval Error - n', fontsize=14)\n",
+       false},
   };
   for (const auto& other : others) {
     const std::string script = other.statistic.generatePythonScriptWithOutputPath(
         std::nullopt, "n.csv", "n", std::nullopt, true);
     EXPECT_NE(script.find(other.lines), std::string::npos) << script;
+    EXPECT_NE(script.find(kDecadeGrid), std::string::npos) << script;
+    EXPECT_EQ(script.find("fill_between") != std::string::npos, other.band) << script;
   }
 }
 
@@ -163,19 +220,26 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
                 "tau = mtieRecords.tau\n"
                 "mtie = mtieRecords.mtie\n"
                 "gPTP1HopMask = vGPTP1HopMTIE(tau)\n"
+                "\n" +
+                curveOptions("tau") +
                 "\n"
                 "f1, ax1 = plt.subplots()\n"
-                "l1, = ax1.loglog(tau, mtie, 'b.-', label='MTIE')\n"
+                "l1, = ax1.loglog(tau, mtie, color='#1f4e9c', linestyle='-', linewidth=1.5, "
+                "marker=markerStyle, markersize=4, label='MTIE', rasterized=rasterizeCurve, "
+                "zorder=3)\n" +
+                legend("mtie") +
                 "l2, = ax1.plot(tau, gPTP1HopMask, '-', color='#fac205', label='gPTP 1 Hop')\n"
                 "ax1.legend(loc='best', fontsize='x-small')\n"
-                "ax1.set_xlabel('Tau (s)')\n"
-                "ax1.set_ylabel('MTIE (ns)')\n"
-                "ax1.set_title('Maximum Time Interval Error - n')\n"
-                "ax1.grid(True, which='both')\n"
+                "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
+                "ax1.set_ylabel('MTIE (ns)', fontsize=12)\n"
+                "ax1.set_title('Maximum Time Interval Error - n', fontsize=14)\n"
+                "ax1.tick_params(which='both', labelsize=11)\n" +
+                kDecadeGrid +
                 "ax1.set_ylim([10,10000])\n"
                 "\n"
                 "f1.set_size_inches(9.5, 9.5)\n"
-                "f1.savefig('/o/n_mtie.png')\n"
+                "f1.tight_layout()\n"
+                "f1.savefig('/o/n_mtie.png', dpi=150)\n"
                 "\n"
                 "plt.close(f1)\n");
   // The saved form has no figure size: it saves nothing.
@@ -188,10 +252,11 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
   EXPECT_EQ(&plain.analysisClass(), &VDMaximumTimeIntervalErrorAnalysis::classObject());
   const std::string base = plain.analysisClass().generatePythonScriptWithOutputPath(
       "/o", "n_mtie.csv", "n", "/o/n_mtie.png", false);
-  for (const char* hookText : {"gPTP1Hop", "legend", "set_ylim", "9.5"}) {
+  for (const char* hookText : {"gPTP1Hop", "x-small", "set_ylim", "9.5"}) {
     EXPECT_EQ(base.find(hookText), std::string::npos) << hookText;
   }
-  EXPECT_NE(base.find("\nf1.set_size_inches(16, 9)\nf1.savefig('/o/n_mtie.png')\n"),
+  EXPECT_NE(base.find("\nf1.set_size_inches(11.69, 6.58)\nf1.tight_layout()\n"
+                      "f1.savefig('/o/n_mtie.png', dpi=150)\n"),
             std::string::npos);
 }
 
@@ -247,6 +312,49 @@ TEST(AnalysisScripts, ScriptsRunAndDrawTheirPlots) {
                          adev.analysisClass().generatePythonScriptWithOutputPath(
                              std::nullopt, "n_adev.csv", "n", std::nullopt, true));
   EXPECT_EQ(runPlotScript(dir / "Saved.py"), 0);
+}
+
+// The time error, a deviation with its band and MTIE render to PNG and PDF whether the CSVs hold
+// one, two, three or a million points (markers on the short curves, rasterised long ones).
+TEST(AnalysisScripts, PlotsRenderFromOneToAMillionPoints) {
+  for (const int count : {1, 2, 3, 1000000}) {
+    SCOPED_TRACE(count);
+    TestSupport::TempDir dir;
+    const std::string out = dir.path().string();
+    std::string timeErrors = "time,time_error\n";
+    std::string adev = "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n";
+    std::string mtie = "window,tau,mtie,terms\n";
+    for (int i = 1; i <= count; ++i) {
+      const std::string index = std::to_string(i);
+      timeErrors += std::to_string(1000000000ll * i) + "," + std::to_string((i * 7919) % 61) + "\n";
+      const double value = 1e-9 / i;
+      adev += index + "," + index + "," + std::to_string(value) + ",10,0,5," +
+              std::to_string(value * 0.8) + "," + std::to_string(value * 1.3) + "\n";
+      mtie += index + "," + index + "," + std::to_string(10 + i) + ",10\n";
+    }
+    TestSupport::writeFile(dir / "n_time_error.csv", timeErrors);
+    TestSupport::writeFile(dir / "n_adev.csv", adev);
+    TestSupport::writeFile(dir / "n_mtie.csv", mtie);
+    // One interpreter for the six plots.
+    std::string scripts;
+    for (const char* extension : {".png", ".pdf"}) {
+      const VDTimeErrorSequence sequence({});
+      scripts += sequence.generatePythonScriptWithOutputPath(out, "n_time_error.csv", "n",
+                                                             out + "/t" + extension, false);
+      scripts += VDAllanDeviationAnalysis::classObject().generatePythonScriptWithOutputPath(
+          out, "n_adev.csv", "n", out + "/a" + extension, false);
+      scripts +=
+          VDMaximumTimeIntervalErrorAnalysis::classObject().generatePythonScriptWithOutputPath(
+              out, "n_mtie.csv", "n", out + "/m" + extension, false);
+    }
+    TestSupport::writeFile(dir / "All.py", scripts);
+    EXPECT_EQ(runPlotScript(dir / "All.py"), 0);
+    for (const char* plot : {"t", "a", "m"}) {
+      EXPECT_TRUE(isPng(dir / (std::string(plot) + ".png"))) << plot;
+      EXPECT_EQ(TestSupport::readFile(dir / (std::string(plot) + ".pdf")).rfind("%PDF", 0), 0u)
+          << plot;
+    }
+  }
 }
 
 }  // namespace

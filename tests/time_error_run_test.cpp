@@ -89,8 +89,8 @@ TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
     EXPECT_GT(height, 500u) << suffix;
     EXPECT_TRUE(isPdf(out / ("run1_" + suffix + ".pdf"))) << suffix;
   }
-  // The library's plots are 16 by 9 inches at 100 dots per inch.
-  EXPECT_EQ(pngSize(out / "run1_time_error.png"), (std::pair<uint32_t, uint32_t>{1600, 900}));
+  // The library's plots are 11.69 by 6.58 inches (A4 landscape's width) at 150 dots per inch.
+  EXPECT_EQ(pngSize(out / "run1_time_error.png"), (std::pair<uint32_t, uint32_t>{1753, 987}));
 
   // A saved script runs by hand on current matplotlib through the wrapper, from anywhere.
   const std::string command =
