@@ -83,17 +83,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   check(AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat, sizeof client,
                                    &client) == kAudioFileReaderNoError);
 
+  // From the start, every frame up to the length arrives, unless the decoder fails inside the
+  // data (a damaged block in the middle of a file whose end is intact).
   std::vector<float> buffer(kChunkFrames);
   uint32_t delivered = 0;
   int64_t total = 0;
+  bool failed = false;
   const int64_t leading = std::min(length, kLeadingFrames);
-  while (total < leading) {
-    if (read(reader, buffer, kChunkFrames, &delivered) != kAudioFileReaderNoError ||
-        delivered == 0) {
-      break;
-    }
-    total += delivered;
+  while (total < leading && !failed) {
+    failed = read(reader, buffer, kChunkFrames, &delivered) != kAudioFileReaderNoError;
+    check(failed || delivered > 0);
+    total += failed ? 0 : delivered;
   }
+  check(failed || total >= leading);
   check(total <= length);
 
   // The last frames are there, and nothing after them.
