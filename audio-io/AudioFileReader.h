@@ -39,8 +39,11 @@
 //      9  kAudioFileReaderErrorRead                     the decoder failed inside the file's data
 //     10  kAudioFileReaderErrorSeek                     frame offset negative or past the end
 //
-// Short files: a file whose data stops before its header says it should is read up to where its
-// data stops, and its length is what is actually there.
+// Lengths: the length is what is actually there. A header's frame count is trusted when its last
+// frame can be sought and read; when it cannot, or the header gives none (a FLAC stream written
+// to a pipe), the frames are counted by decoding the file once on opening. A file whose data
+// stops early (cut off, or a header claiming more) is read up to where its data stops, and a read
+// asking for more than is left delivers the rest with success.
 
 // The layout of a stream of linear PCM samples (40 bytes): the record the audio command fills
 // to describe what it wants and the reader fills to describe the file.

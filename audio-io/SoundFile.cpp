@@ -2,7 +2,9 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <system_error>
+#include <vector>
 
 namespace {
 
@@ -114,6 +116,85 @@ SF_INFO infoFor(const AudioFileWriterFormat& format) {
 struct SoundFile::State {
   SNDFILE* file = nullptr;
   Layout layout;
+  int64_t position = 0;  // the frame the next read delivers
+
+  ~State() {
+    if (file != nullptr) {
+      sf_close(file);
+    }
+  }
+
+  // Opens path for decoding, positioned at its first frame; layout.frames is the header's
+  // claim. False for what is not audio the library reads.
+  bool open(const std::filesystem::path& path) {
+    if (file != nullptr) {
+      sf_close(file);
+    }
+    SF_INFO info{};
+    file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr) {
+      return false;
+    }
+    if (info.channels < 1 || info.samplerate < 1 || info.frames < 0) {
+      sf_close(file);
+      file = nullptr;
+      return false;
+    }
+    layout = layoutOf(info);
+    position = 0;
+    return true;
+  }
+
+  // Back to the first frame; a decoder left in a failed state (a seek past the data of a FLAC
+  // stream leaves it so) is opened afresh.
+  bool rewind(const std::filesystem::path& path) {
+    if (sf_seek(file, 0, SEEK_SET) == 0) {
+      position = 0;
+      return true;
+    }
+    const int64_t length = layout.frames;
+    if (!open(path)) {
+      return false;
+    }
+    layout.frames = length;
+    return true;
+  }
+
+  // A header's frame count is a claim: a file cut off holds fewer frames, a FLAC stream written
+  // to a pipe claims none (the library reports the largest count), and a hostile header may
+  // claim billions that the caller would allocate. The claim stands when its last frame can be
+  // sought and read; otherwise the frames are counted by decoding the file once, up to its end
+  // or to where the decoder fails, and that is the length. Reads never go past the length.
+  bool establishLength(const std::filesystem::path& path) {
+    const int64_t claimed = layout.frames;
+    if (claimed == 0) {
+      return true;
+    }
+    std::vector<float> frame(layout.channels);
+    if (claimed < SF_COUNT_MAX && sf_seek(file, claimed - 1, SEEK_SET) == claimed - 1 &&
+        sf_readf_float(file, frame.data(), 1) == 1) {
+      return rewind(path);
+    }
+    if (!rewind(path)) {
+      return false;
+    }
+    layout.frames = countFrames();
+    return rewind(path);
+  }
+
+  int64_t countFrames() {
+    // About 256 KiB of samples per pass, whatever the channel count.
+    const int64_t passFrames = std::max<int64_t>(1, 65536 / layout.channels);
+    std::vector<float> scratch(static_cast<size_t>(passFrames * layout.channels));
+    int64_t frames = 0;
+    while (true) {
+      const sf_count_t got = sf_readf_float(file, scratch.data(), passFrames);
+      frames += std::max<sf_count_t>(got, 0);
+      if (got < passFrames) {
+        return frames;
+      }
+    }
+  }
 };
 
 SoundFile::SoundFile(std::unique_ptr<State> state) : _state(std::move(state)) {}
@@ -126,18 +207,13 @@ std::unique_ptr<SoundFile> SoundFile::openForReading(const std::filesystem::path
   if (!std::filesystem::is_regular_file(path, error)) {
     return nullptr;
   }
-  SF_INFO info{};
-  SNDFILE* file = sf_open(path.c_str(), SFM_READ, &info);
-  if (file == nullptr) {
-    return nullptr;
-  }
-  if (info.channels < 1 || info.samplerate < 1 || info.frames < 0) {
-    sf_close(file);
-    return nullptr;
-  }
   auto state = std::make_unique<State>();
-  state->file = file;
-  state->layout = layoutOf(info);
+  if (!state->open(path)) {
+    return nullptr;
+  }
+  if (!state->establishLength(path)) {
+    return nullptr;
+  }
   return std::unique_ptr<SoundFile>(new SoundFile(std::move(state)));
 }
 
@@ -185,10 +261,15 @@ int64_t SoundFile::readFrames(float* interleaved, int64_t frameCount) {
   if (_state->file == nullptr) {
     return -1;
   }
-  sf_count_t got = sf_readf_float(_state->file, interleaved, frameCount);
-  if (got < frameCount && sf_error(_state->file) != SF_ERR_NO_ERROR) {
+  const int64_t wanted = std::min(frameCount, _state->layout.frames - _state->position);
+  if (wanted <= 0) {
+    return 0;
+  }
+  const sf_count_t got = sf_readf_float(_state->file, interleaved, wanted);
+  if (got < wanted && sf_error(_state->file) != SF_ERR_NO_ERROR) {
     return -1;
   }
+  _state->position += got;
   return got;
 }
 
@@ -200,10 +281,16 @@ bool SoundFile::writeFrames(const float* interleaved, int64_t frameCount) {
 }
 
 bool SoundFile::seek(int64_t frame) {
-  if (_state->file == nullptr) {
+  if (_state->file == nullptr || frame < 0 || frame > _state->layout.frames) {
     return false;
   }
-  return sf_seek(_state->file, frame, SEEK_SET) == frame;
+  // The end is a valid place to be, but a decoder that found its data ends early may fail to
+  // seek there; no read goes past it anyway.
+  if (frame < _state->layout.frames && sf_seek(_state->file, frame, SEEK_SET) != frame) {
+    return false;
+  }
+  _state->position = frame;
+  return true;
 }
 
 bool SoundFile::close() {

@@ -22,7 +22,8 @@ class SoundFile {
     SampleKind sampleKind = SampleKind::SignedInteger;
   };
 
-  // Null when path is not a regular file or the library cannot decode it.
+  // Null when path is not a regular file or the library cannot decode it. The layout's frames are
+  // what the data holds, whatever the header claims.
   static std::unique_ptr<SoundFile> openForReading(const std::filesystem::path& path);
 
   // Null when the library refuses the format (formatSupported) or the file cannot be made.

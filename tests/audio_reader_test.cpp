@@ -3,10 +3,14 @@
 // seeking, short reads, the client formats it refuses, and every failure status.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cmath>
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "AudioFileReader.h"
@@ -385,6 +389,103 @@ TEST(AudioFileReader, RefusesWhatIsNotAudioAndLeavesNothingOpen) {
   TestSupport::writeFile(dir / "data-cut.wav", wav.substr(0, 44 + 2 * 600 + 1));
   const std::vector<float> shortened = readWhole(dir / "data-cut.wav");
   EXPECT_EQ(shortened, std::vector<float>(testSignal(600, 1)));
+}
+
+// Writes the recording through a pipe, as an encoder writing to standard output does: the
+// writer cannot go back to fill in its header, so a FLAC stream's length is left unknown.
+std::string writtenThroughPipe(const std::filesystem::path& fifo,
+                               const AudioFileWriterFormat& format,
+                               const std::vector<float>& interleaved) {
+  EXPECT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  std::string bytes;
+  std::thread drain([&] {
+    std::ifstream stream(fifo, std::ios::binary);
+    bytes.assign(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+  });
+  writeRecording(fifo, format, interleaved);
+  drain.join();
+  return bytes;
+}
+
+// The length is what the data holds: reading from the start delivers exactly that many frames,
+// and the last of them can be sought and read.
+int64_t expectHonestLength(const std::filesystem::path& path) {
+  const std::vector<float> whole = readWhole(path);
+  AudioFileReaderRef reader = nullptr;
+  EXPECT_EQ(AudioFileReaderOpen(path, &reader), kAudioFileReaderNoError);
+  if (reader == nullptr) {
+    return -1;
+  }
+  const int64_t length = lengthOf(reader);
+  EXPECT_EQ(static_cast<int64_t>(whole.size()), length);
+  EXPECT_EQ(setClientFormat(reader, clientFormat(fileFormatOf(reader).mSampleRate)),
+            kAudioFileReaderNoError);
+  float last[2] = {-9.0f, -9.0f};
+  uint32_t delivered = 0;
+  EXPECT_EQ(AudioFileReaderSeek(reader, length - 1), kAudioFileReaderNoError);
+  EXPECT_EQ(readFrames(reader, 2, last, &delivered), kAudioFileReaderNoError);
+  EXPECT_EQ(delivered, 1u);
+  if (!whole.empty()) {
+    EXPECT_EQ(last[0], whole.back());
+  }
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
+  return length;
+}
+
+TEST(AudioFileReader, TheLengthIsWhatTheDataHoldsNotWhatTheHeaderClaims) {
+  TempDir dir;
+  constexpr int64_t kFrames = 20011;
+  const std::vector<float> written = testSignal(kFrames, 2);
+  const std::vector<float> mono = mixdown(written, 2);
+  const AudioFileWriterFormat flac{AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 2};
+
+  // A FLAC stream written to a pipe has no length in its header; it is read whole all the same.
+  const std::string piped = writtenThroughPipe(dir / "fifo", flac, written);
+  TestSupport::writeFile(dir / "piped.flac", piped);
+  EXPECT_EQ(expectHonestLength(dir / "piped.flac"), kFrames);
+  EXPECT_EQ(readWhole(dir / "piped.flac"), mono);
+
+  // Cut inside its data, a FLAC file is read up to the last whole block before the cut, as a cut
+  // WAV file is read up to its last whole frame.
+  writeRecording(dir / "whole.flac", flac, written);
+  const std::string whole = TestSupport::readFile(dir / "whole.flac");
+  const int64_t blockSize =  // the smallest block size in the stream information
+      static_cast<uint8_t>(whole[8]) << 8 | static_cast<uint8_t>(whole[9]);
+  TestSupport::writeFile(dir / "cut.flac", whole.substr(0, whole.size() * 2 / 3));
+  const int64_t cutLength = expectHonestLength(dir / "cut.flac");
+  EXPECT_GT(cutLength, kFrames / 3);
+  EXPECT_LT(cutLength, kFrames);
+  EXPECT_EQ(cutLength % blockSize, 0);
+  EXPECT_EQ(readWhole(dir / "cut.flac"),
+            std::vector<float>(mono.begin(), mono.begin() + cutLength));
+
+  // The same for every container: whatever a cut leaves is what the length says. Lossy streams
+  // come in pages of many frames, so these recordings are longer. (A cut Ogg Opus file may not
+  // open at all: the decoder library refuses one whose last page is missing.)
+  constexpr int64_t kLongFrames = 96000;
+  const std::vector<float> longer = testSignal(kLongFrames, 2);
+  struct CutCase {
+    const char* name;
+    AudioFileContainer container;
+    AudioSampleEncoding encoding;
+  };
+  const CutCase cases[] = {
+      {"cut.wav", AudioFileContainer::WAV, AudioSampleEncoding::PCM24},
+      {"cut.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM16},
+      {"cut.w64", AudioFileContainer::W64, AudioSampleEncoding::Float32},
+      {"cut.rf64", AudioFileContainer::RF64, AudioSampleEncoding::PCM32},
+      {"cut.ogg", AudioFileContainer::Ogg, AudioSampleEncoding::Vorbis},
+      {"cut.mp3", AudioFileContainer::MPEG, AudioSampleEncoding::MPEGLayer3},
+  };
+  for (const CutCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    writeRecording(dir / "full", {c.container, c.encoding, 48000, 2}, longer);
+    const std::string bytes = TestSupport::readFile(dir / "full");
+    TestSupport::writeFile(dir / c.name, bytes.substr(0, bytes.size() / 2));
+    const int64_t length = expectHonestLength(dir / c.name);
+    EXPECT_GT(length, kLongFrames / 4);
+    EXPECT_LT(length, kLongFrames * 3 / 4);
+  }
 }
 
 TEST(AudioFileReader, ReportsMisuseWithItsOwnStatus) {

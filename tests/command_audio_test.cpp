@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "AudioFileReader.h"
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAudioPlotScripts.h"
@@ -195,6 +196,49 @@ TEST_F(AudioLoadingTest, FilesThatCannotBeUsed) {
   EXPECT_EQ(run.out, kBanner + assertion("FailIfError", "status != 0", 499) +
                          "Error opening Channel B audio file, Error: 1 (0x1)\n");
   EXPECT_EQ(run.status, 0);
+}
+
+// A FLAC copy of the three-second WAV at wav whose stream information claims claimedFrames frames
+// (36 bits from bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
+void writeFlacClaiming(const fs::path& wav, const fs::path& flac, uint64_t claimedFrames) {
+  AudioFileReaderRef reader = nullptr;
+  ASSERT_EQ(AudioFileReaderOpen(wav, &reader), kAudioFileReaderNoError);
+  const StreamFormat client{48000, kAudioFormatLinearPCM, 0x31, 4, 1, 4, 1, 32, 0};
+  ASSERT_EQ(AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat,
+                                       sizeof client, &client),
+            kAudioFileReaderNoError);
+  std::vector<float> samples(3 * 48000);
+  auto frames = static_cast<uint32_t>(samples.size());
+  AudioBufferList list{1, {{1, frames * 4, samples.data()}}};
+  ASSERT_EQ(AudioFileReaderRead(reader, &frames, &list), kAudioFileReaderNoError);
+  AudioFileReaderDispose(reader);
+  AudioFileWriterRef writer = nullptr;
+  ASSERT_EQ(AudioFileWriterCreate(
+                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
+            kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), frames), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+  std::string bytes = TestSupport::readFile(flac);
+  bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (claimedFrames >> 32));
+  for (int i = 0; i < 4; ++i) {
+    bytes[22 + i] = static_cast<char>(claimedFrames >> (24 - 8 * i));
+  }
+  TestSupport::writeFile(flac, bytes);
+}
+
+TEST_F(AudioLoadingTest, FlacLengthsAreWhatTheDataHolds) {
+  // Three seconds each: a header claiming a billion frames would have the command allocate 8 GB,
+  // and one claiming nothing, the largest count.
+  writeTone(dir / "tone.wav", 48000, 3);
+  writeFlacClaiming(dir / "tone.wav", dir / "billion.flac", 1000000000);
+  writeFlacClaiming(dir / "tone.wav", dir / "unknown.flac", 0);
+  const ToolRun run = load("billion.flac", "unknown.flac");
+  EXPECT_EQ(run.out.substr(0, run.out.find("Analysis Done")),
+            kBanner +
+                "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
+                "Loading audio into memory...\n"
+                "Running Audio Time Error Calculation...\n");
+  EXPECT_EQ(run.status, 1);
 }
 
 TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
