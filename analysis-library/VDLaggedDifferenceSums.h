@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
+
+#include "VDWindowRange.h"
 
 // A VDLaggedDifferenceSums sums the squares of the lag-m differences of one order over an
 // integer sequence y: first y[i+m] - y[i], second y[i+2m] - 2y[i+m] + y[i], third
@@ -16,6 +19,12 @@ class VDLaggedDifferenceSums {
   // sum over i = 0 .. count-1 of the squared difference at lag; needs
   // count - 1 + order * lag < sequence size.
   double sumOfSquares(int64_t lag, int64_t count) const;
+
+  // sumOfSquares(lag, size - order * lag), every start the sequence allows, for each lag of lags
+  // (all >= 1 with order * lag < size), in their order; the same values as one call per lag.
+  // lagsDone(count) reports how many lags are finished, now and then.
+  std::vector<double> sumsOfSquares(const VDWindowRange& lags,
+                                    const std::function<void(uint64_t)>& lagsDone) const;
 
  private:
   int _order;

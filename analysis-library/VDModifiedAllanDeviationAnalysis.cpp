@@ -24,12 +24,12 @@ VDModifiedAllanDeviationAnalysis::modifiedSums(const std::vector<int64_t>& error
   // The drift-free phase is gone before the sums make their copy: three arrays at most.
   std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(errors));
   const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
+  const std::vector<double> totals = thirdDifferences.sumsOfSquares(windows, {});
   std::vector<ModifiedSum> sums;
   sums.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
     const int64_t m = windows.at(index);
-    const int64_t terms = sampleCount - 3 * m + 1;
-    sums.push_back({m, terms, thirdDifferences.sumOfSquares(m, terms)});
+    sums.push_back({m, sampleCount - 3 * m + 1, totals[index]});
   }
   return sums;
 }
