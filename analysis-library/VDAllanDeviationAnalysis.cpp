@@ -19,7 +19,10 @@ std::vector<VDStatisticPoint> VDAllanDeviationAnalysis::evaluateWindows(
   const auto sampleCount = static_cast<int64_t>(_errors.size());
   // Second differences ignore a linear trend, so the drift goes before the sums.
   const VDLaggedDifferenceSums secondDifferences(VDPhaseData::withoutDrift(_errors), 2);
-  const std::vector<double> sums = secondDifferences.sumsOfSquares(windows, {});
+  const std::vector<double> sums = secondDifferences.sumsOfSquares(
+      windows, windowsDoneReporter(windows, [sampleCount](int64_t m) {
+        return static_cast<double>(sampleCount - 2 * m);
+      }));
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {

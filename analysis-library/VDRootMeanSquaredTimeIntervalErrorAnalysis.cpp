@@ -53,7 +53,10 @@ std::vector<VDStatisticPoint> VDRootMeanSquaredTimeIntervalErrorAnalysis::evalua
   std::optional<std::vector<double>> sums = sumsFromAutocorrelation(relative, windows);
   if (!sums) {
     const VDLaggedDifferenceSums firstDifferences(std::move(relative), 1);
-    sums = firstDifferences.sumsOfSquares(windows, {});
+    sums = firstDifferences.sumsOfSquares(windows,
+                                          windowsDoneReporter(windows, [sampleCount](int64_t m) {
+                                            return static_cast<double>(sampleCount - m);
+                                          }));
   }
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
