@@ -41,7 +41,7 @@ VD_INLINE Value orderDifference(size_t lag, At a) {
   if constexpr (Order == 1) {
     return a(lag) - a(0);
   } else if constexpr (Order == 2) {
-    return (a(2 * lag) - a(lag)) - (a(lag) - a(0));
+    return (a(2 * lag) + a(0)) - 2.0 * a(lag);
   } else {
     return (a(3 * lag) - a(0)) - 3.0 * (a(2 * lag) - a(lag));
   }
