@@ -14,4 +14,8 @@ class VDExactAutocorrelation {
   // values) or its values too large for the three primes to hold every sum (N max|y|^2 must
   // stay below 2^84).
   static std::optional<std::vector<__int128>> of(const std::vector<int64_t>& sequence);
+
+  // True when every sum of products of the sequence's values, at any lag and over any stretch,
+  // can be had exactly: the bounds of of(), which also suit VDPrefixCorrelation.
+  static bool holdsEverySum(const std::vector<int64_t>& sequence);
 };

@@ -1,7 +1,11 @@
 #include "VDLaggedDifferenceSums.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+
+#include "VDExactAutocorrelation.h"
+#include "VDExactLaggedDifferenceSums.h"
 
 // This file is compiled with -ffp-contract=off: the target clones below must round alike on
 // every processor, so no clone may fuse a multiply and an add.
@@ -185,6 +189,9 @@ double sumOfSquaredIntegerDifferences(const int64_t* y, int order, size_t lag, s
 
 VDLaggedDifferenceSums::VDLaggedDifferenceSums(std::vector<int64_t> sequence, int order)
     : _order(order) {
+  if (VDExactAutocorrelation::holdsEverySum(sequence)) {
+    _exactSequence = sequence;
+  }
   const bool exactInDoubles = std::all_of(sequence.begin(), sequence.end(), [](int64_t value) {
     return value >= -kExactDoubleLimit && value <= kExactDoubleLimit;
   });
@@ -217,6 +224,16 @@ double VDLaggedDifferenceSums::sumOfSquares(int64_t lag, int64_t count) const {
 std::vector<double> VDLaggedDifferenceSums::sumsOfSquares(
     const VDWindowRange& lags, const std::function<void(uint64_t)>& lagsDone) const {
   const uint64_t lagCount = lags.count();
+  if (!_exactSequence.empty() && lagCount > 0) {
+    std::optional<std::vector<double>> exact =
+        VDExactLaggedDifferenceSums::sumsOfSquares(_exactSequence, _order, lags);
+    if (exact) {
+      if (lagsDone) {
+        lagsDone(lagCount);
+      }
+      return std::move(*exact);
+    }
+  }
   std::vector<double> totals(lagCount, 0.0);
   std::vector<size_t> tileLags;
   tileLags.reserve(kTileLags);

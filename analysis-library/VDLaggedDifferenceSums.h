@@ -32,4 +32,7 @@ class VDLaggedDifferenceSums {
   // in double arithmetic (the fast, vectorised path); otherwise the integers are used.
   std::vector<double> _values;
   std::vector<int64_t> _integers;
+  // The sequence again when its values are small enough for exact sums by transforms
+  // (VDExactLaggedDifferenceSums), which sumsOfSquares then takes.
+  std::vector<int64_t> _exactSequence;
 };
