@@ -17,14 +17,14 @@ std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence
   for (size_t i = 0; i < sequence.size(); ++i) {
     values[i] = NTT::residue<Prime>(sequence[i]);
   }
-  NTT::transform<Prime>(values, false);
+  const NTT::Plan<Prime> plan(transformSize);
+  plan.forward(values);
   std::vector<uint32_t> product(transformSize);
   for (size_t k = 0; k < transformSize; ++k) {
-    product[k] =
-        NTT::multiply<Prime>(values[k], values[(transformSize - k) & (transformSize - 1)]);
+    product[k] = NTT::multiply<Prime>(values[k], values[(transformSize - k) & (transformSize - 1)]);
   }
   values = {};
-  NTT::transform<Prime>(product, true);
+  plan.inverse(product);
   product.resize(sequence.size());
   return product;
 }
@@ -39,8 +39,7 @@ bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence)
     largestMagnitude = magnitude > largestMagnitude ? magnitude : largestMagnitude;
   }
   // The first test keeps the product below from overflowing.
-  return 2 * sequence.size() <= NTT::kLargestTransform &&
-         largestMagnitude < (uint64_t{1} << 42) &&
+  return 2 * sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
          sequence.size() * largestMagnitude * largestMagnitude < NTT::kLargestMagnitude;
 }
 

@@ -24,7 +24,8 @@ std::map<Family, std::vector<__int128>> prefixSums(std::vector<int64_t> sequence
                                                    const std::vector<Family>& families,
                                                    const VDWindowRange& lags) {
   std::map<Family, std::vector<__int128>> sums;
-  const std::optional<VDPrefixCorrelation> correlation = VDPrefixCorrelation::of(std::move(sequence));
+  const std::optional<VDPrefixCorrelation> correlation =
+      VDPrefixCorrelation::of(std::move(sequence));
   for (const Family& family : families) {
     if (sums.count(family) > 0) {
       continue;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -50,50 +51,86 @@ class VDNumberTheoreticTransform {
     return static_cast<uint32_t>(remainder < 0 ? remainder + Prime : remainder);
   }
 
-  // In-place transform of a power-of-two length (iterative Cooley-Tukey, decimation in time);
-  // the inverse includes the division by the length.
+  // A Plan transforms sequences of one power-of-two length modulo Prime (iterative
+  // Cooley-Tukey, decimation in time). Its twiddle factors are made once, each with the
+  // quotient that lets a product be reduced by multiplications alone (Shoup's method), so the
+  // butterflies vectorise.
   template <uint32_t Prime>
-  static void transform(std::vector<uint32_t>& values, bool inverted) {
-    const size_t size = values.size();
-    for (size_t i = 1, j = 0; i < size; ++i) {
-      size_t bit = size >> 1;
-      for (; j & bit; bit >>= 1) {
-        j ^= bit;
+  class Plan {
+   public:
+    explicit Plan(size_t size) : _size(size), _twiddles(size), _quotients(size) {
+      // The factors of the stage with half-length h are at h .. 2h-1: root_2h^k. The last
+      // stage's are powers of its root; every earlier stage takes every second one of the next.
+      const size_t half = size / 2;
+      if (half == 0) {
+        return;
       }
-      j ^= bit;
-      if (i < j) {
-        std::swap(values[i], values[j]);
+      const uint32_t root = power<Prime>(3, (Prime - 1) / size);
+      _twiddles[half] = 1;
+      for (size_t k = 1; k < half; ++k) {
+        _twiddles[half + k] = multiply<Prime>(_twiddles[half + k - 1], root);
+      }
+      for (size_t h = half / 2; h >= 1; h /= 2) {
+        for (size_t k = 0; k < h; ++k) {
+          _twiddles[h + k] = _twiddles[2 * h + 2 * k];
+        }
+      }
+      for (size_t k = 1; k < size; ++k) {
+        _quotients[k] = static_cast<uint32_t>((static_cast<uint64_t>(_twiddles[k]) << 32) / Prime);
       }
     }
-    std::vector<uint32_t> twiddles(size / 2 + 1);
-    for (size_t length = 2; length <= size; length <<= 1) {
-      const size_t half = length / 2;
-      uint32_t root = power<Prime>(3, (Prime - 1) / length);
-      if (inverted) {
-        root = inverse<Prime>(root);
+
+    // values.size() must be the plan's size.
+    void forward(std::vector<uint32_t>& values) const {
+      for (size_t i = 1, j = 0; i < _size; ++i) {
+        size_t bit = _size >> 1;
+        for (; j & bit; bit >>= 1) {
+          j ^= bit;
+        }
+        j ^= bit;
+        if (i < j) {
+          std::swap(values[i], values[j]);
+        }
       }
-      twiddles[0] = 1;
-      for (size_t k = 1; k < half; ++k) {
-        twiddles[k] = multiply<Prime>(twiddles[k - 1], root);
-      }
-      for (size_t start = 0; start < size; start += length) {
-        uint32_t* low = values.data() + start;
-        uint32_t* high = low + half;
-        for (size_t k = 0; k < half; ++k) {
-          const uint32_t u = low[k];
-          const uint32_t v = multiply<Prime>(high[k], twiddles[k]);
-          low[k] = u + v >= Prime ? u + v - Prime : u + v;
-          high[k] = u >= v ? u - v : u + Prime - v;
+      for (size_t half = 1; half < _size; half *= 2) {
+        for (size_t start = 0; start < _size; start += 2 * half) {
+          butterflies(values.data() + start, half, _twiddles.data() + half,
+                      _quotients.data() + half);
         }
       }
     }
-    if (inverted) {
-      const uint32_t scale = inverse<Prime>(static_cast<uint32_t>(size % Prime));
+
+    // The inverse, with the division by the length: the forward transform read backwards.
+    void inverse(std::vector<uint32_t>& values) const {
+      forward(values);
+      std::reverse(values.begin() + 1, values.end());
+      const uint32_t scale =
+          VDNumberTheoreticTransform::inverse<Prime>(static_cast<uint32_t>(_size % Prime));
       for (uint32_t& value : values) {
         value = multiply<Prime>(value, scale);
       }
     }
-  }
+
+   private:
+    static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
+                            const uint32_t* quotients) {
+      uint32_t* high = low + half;
+      for (size_t k = 0; k < half; ++k) {
+        // v = high * w mod Prime: the quotient estimate is off by at most one.
+        const uint32_t estimate =
+            static_cast<uint32_t>((static_cast<uint64_t>(high[k]) * quotients[k]) >> 32);
+        uint32_t v = high[k] * twiddles[k] - estimate * Prime;
+        v = v >= Prime ? v - Prime : v;
+        const uint32_t u = low[k];
+        low[k] = u + v >= Prime ? u + v - Prime : u + v;
+        high[k] = u >= v ? u - v : u + Prime - v;
+      }
+    }
+
+    size_t _size;
+    std::vector<uint32_t> _twiddles;
+    std::vector<uint32_t> _quotients;
+  };
 
   // The integer of magnitude below kLargestMagnitude with these residues (Garner's method).
   static __int128 fromResidues(uint32_t residue1, uint32_t residue2, uint32_t residue3) {
@@ -102,8 +139,8 @@ class VDNumberTheoreticTransform {
         inverse<kPrime3>(multiply<kPrime3>(kPrime1 % kPrime3, kPrime2 % kPrime3));
     constexpr auto product12 = static_cast<unsigned __int128>(kPrime1) * kPrime2;
     constexpr unsigned __int128 modulus = product12 * kPrime3;
-    const uint32_t x2 = multiply<kPrime2>((residue2 + kPrime2 - residue1 % kPrime2) % kPrime2,
-                                          inverse1Modulo2);
+    const uint32_t x2 =
+        multiply<kPrime2>((residue2 + kPrime2 - residue1 % kPrime2) % kPrime2, inverse1Modulo2);
     const uint64_t partial = (residue1 + static_cast<uint64_t>(kPrime1) * x2) % kPrime3;
     const uint32_t x3 = multiply<kPrime3>(
         static_cast<uint32_t>((residue3 + kPrime3 - partial) % kPrime3), inverse12Modulo3);

@@ -69,6 +69,7 @@ void VDPrefixCorrelation::transformBlocks(int primeIndex) {
   std::vector<uint32_t>& pairs = _pairTransforms[primeIndex];
   blocks.resize(_blockCount * kTransformSize);
   pairs.resize(_blockCount * kTransformSize);
+  const NTT::Plan<Prime> plan(kTransformSize);
   std::vector<uint32_t> values(kTransformSize);
   for (size_t block = 0; block < _blockCount; ++block) {
     const size_t start = block * kBlock;
@@ -76,14 +77,14 @@ void VDPrefixCorrelation::transformBlocks(int primeIndex) {
       const bool inBlocks = start + i < _sequence.size();
       values[i] = inBlocks ? NTT::residue<Prime>(_sequence[start + i]) : 0;
     }
-    NTT::transform<Prime>(values, false);
+    plan.forward(values);
     std::copy(values.begin(), values.end(), pairs.begin() + block * kTransformSize);
     for (size_t i = 0; i < kTransformSize; ++i) {
       values[i] = i < kBlock && start + i < _sequence.size()
                       ? NTT::residue<Prime>(_sequence[start + i])
                       : 0;
     }
-    NTT::transform<Prime>(values, false);
+    plan.forward(values);
     // The correlation's transform is X[-k] Y[k]: the block's is stored at negated index.
     uint32_t* negated = blocks.data() + block * kTransformSize;
     for (size_t k = 0; k < kTransformSize; ++k) {
@@ -95,7 +96,8 @@ void VDPrefixCorrelation::transformBlocks(int primeIndex) {
 // residues[q] for the queries first .. end-1, whose lags lie in one block of lags: the sum over
 // the wholeBlocks first blocks, modulo Prime.
 template <uint32_t Prime>
-void VDPrefixCorrelation::sumWholeBlocks(int primeIndex, const std::vector<Query>& queries,
+void VDPrefixCorrelation::sumWholeBlocks(const VDNumberTheoreticTransform::Plan<Prime>& plan,
+                                         int primeIndex, const std::vector<Query>& queries,
                                          size_t first, size_t end, uint64_t wholeBlocks,
                                          std::vector<uint32_t>& residues) const {
   const auto lagBlock = static_cast<size_t>(queries[first].lag) / kBlock;
@@ -112,7 +114,7 @@ void VDPrefixCorrelation::sumWholeBlocks(int primeIndex, const std::vector<Query
   }
   reduce<Prime>(sums);
   std::vector<uint32_t> correlation(sums.begin(), sums.end());
-  NTT::transform<Prime>(correlation, true);
+  plan.inverse(correlation);
   for (size_t q = first; q < end; ++q) {
     residues[q] = correlation[static_cast<size_t>(queries[q].lag) - lagBlock * kBlock];
   }
@@ -120,6 +122,9 @@ void VDPrefixCorrelation::sumWholeBlocks(int primeIndex, const std::vector<Query
 
 std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
   std::vector<__int128> results(queries.size(), 0);
+  const NTT::Plan<NTT::kPrime1> plan1(kTransformSize);
+  const NTT::Plan<NTT::kPrime2> plan2(kTransformSize);
+  const NTT::Plan<NTT::kPrime3> plan3(kTransformSize);
   std::vector<uint32_t> residues[3];
   for (std::vector<uint32_t>& residue : residues) {
     residue.assign(queries.size(), 0);
@@ -135,9 +140,9 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
     }
     const uint64_t wholeBlocks = static_cast<uint64_t>(queries[first].starts) / kBlock;
     if (wholeBlocks > 0) {
-      sumWholeBlocks<NTT::kPrime1>(0, queries, first, end, wholeBlocks, residues[0]);
-      sumWholeBlocks<NTT::kPrime2>(1, queries, first, end, wholeBlocks, residues[1]);
-      sumWholeBlocks<NTT::kPrime3>(2, queries, first, end, wholeBlocks, residues[2]);
+      sumWholeBlocks<NTT::kPrime1>(plan1, 0, queries, first, end, wholeBlocks, residues[0]);
+      sumWholeBlocks<NTT::kPrime2>(plan2, 1, queries, first, end, wholeBlocks, residues[1]);
+      sumWholeBlocks<NTT::kPrime3>(plan3, 2, queries, first, end, wholeBlocks, residues[2]);
     }
     for (size_t q = first; q < end; ++q) {
       const size_t from = wholeBlocks * kBlock;
@@ -152,9 +157,9 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
           rest += static_cast<__int128>(_sequence[j]) * _sequence[j + lag];
         }
       }
-      results[q] = rest + (wholeBlocks > 0 ? NTT::fromResidues(residues[0][q], residues[1][q],
-                                                               residues[2][q])
-                                           : 0);
+      results[q] =
+          rest +
+          (wholeBlocks > 0 ? NTT::fromResidues(residues[0][q], residues[1][q], residues[2][q]) : 0);
     }
     first = end;
   }

@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "VDNumberTheoreticTransform.h"
+
 // A VDPrefixCorrelation sums products of an integer sequence's values a lag apart over its first
 // starts: u[0] u[lag] + u[1] u[1+lag] + ... + u[starts-1] u[starts-1+lag], exactly, for many
 // (lag, starts) at once. The sequence is cut into blocks; the products of whole blocks are summed
@@ -29,7 +31,8 @@ class VDPrefixCorrelation {
   template <uint32_t Prime>
   void transformBlocks(int primeIndex);
   template <uint32_t Prime>
-  void sumWholeBlocks(int primeIndex, const std::vector<Query>& queries, size_t first, size_t end,
+  void sumWholeBlocks(const VDNumberTheoreticTransform::Plan<Prime>& plan, int primeIndex,
+                      const std::vector<Query>& queries, size_t first, size_t end,
                       uint64_t wholeBlocks, std::vector<uint32_t>& residues) const;
 
   std::vector<int64_t> _sequence;
