@@ -1,5 +1,6 @@
 #include "VDExactLaggedDifferenceSums.h"
 
+#include <algorithm>
 #include <map>
 #include <utility>
 
@@ -19,20 +20,21 @@ const std::vector<int64_t>& coefficientsOf(int order) {
 // A family of prefix sums: lag lagFactor * m over the first startFactor * m starts.
 using Family = std::pair<int64_t, int64_t>;
 
-// The prefix sums of every family, for every lag m of lags.
-std::map<Family, std::vector<__int128>> prefixSums(std::vector<int64_t> sequence,
-                                                   const std::vector<Family>& families,
-                                                   const VDWindowRange& lags) {
+// Lags whose sums are finished (and reported) together.
+constexpr uint64_t kLagsPerReport = 8192;
+
+// The prefix sums of every family for the lags first .. end-1 of lags.
+std::map<Family, std::vector<__int128>> prefixSums(
+    const std::optional<VDPrefixCorrelation>& correlation, const std::vector<Family>& families,
+    const VDWindowRange& lags, uint64_t first, uint64_t end) {
   std::map<Family, std::vector<__int128>> sums;
-  const std::optional<VDPrefixCorrelation> correlation =
-      VDPrefixCorrelation::of(std::move(sequence));
   for (const Family& family : families) {
     if (sums.count(family) > 0) {
       continue;
     }
     std::vector<VDPrefixCorrelation::Query> queries;
-    queries.reserve(lags.count());
-    for (uint64_t index = 0; index < lags.count(); ++index) {
+    queries.reserve(end - first);
+    for (uint64_t index = first; index < end; ++index) {
       queries.push_back({family.first * lags.at(index), family.second * lags.at(index)});
     }
     sums[family] = correlation->sums(queries);
@@ -43,7 +45,8 @@ std::map<Family, std::vector<__int128>> prefixSums(std::vector<int64_t> sequence
 }  // namespace
 
 std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
-    const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags) {
+    const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
+    const std::function<void(uint64_t)>& lagsDone) {
   const std::optional<std::vector<__int128>> correlation = VDExactAutocorrelation::of(sequence);
   if (!correlation) {
     return std::nullopt;
@@ -64,33 +67,44 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
       }
     }
   }
-  const std::map<Family, std::vector<__int128>> headSums = prefixSums(sequence, heads, lags);
-  const std::map<Family, std::vector<__int128>> tailSums =
-      prefixSums(std::vector<int64_t>(sequence.rbegin(), sequence.rend()), tails, lags);
+  std::optional<VDPrefixCorrelation> headCorrelation;
+  std::optional<VDPrefixCorrelation> tailCorrelation;
+  if (!heads.empty()) {
+    headCorrelation = VDPrefixCorrelation::of(sequence);
+    tailCorrelation = VDPrefixCorrelation::of({sequence.rbegin(), sequence.rend()});
+  }
   const size_t count = sequence.size();
   std::vector<__int128> squares(count + 1, 0);  // squares[k] = u[0]^2 + ... + u[k-1]^2
   for (size_t i = 0; i < count; ++i) {
     squares[i + 1] = squares[i] + static_cast<__int128>(sequence[i]) * sequence[i];
   }
   std::vector<double> sums(lags.count());
-  for (uint64_t index = 0; index < lags.count(); ++index) {
-    const auto m = static_cast<size_t>(lags.at(index));
-    const size_t starts = count - static_cast<size_t>(order) * m;
-    __int128 sum = 0;
-    for (int a = 0; a <= order; ++a) {
-      sum += c[a] * c[a] * (squares[a * m + starts] - squares[a * m]);
-      for (int b = a + 1; b <= order; ++b) {
-        __int128 products = (*correlation)[(b - a) * m];
-        if (a > 0) {
-          products -= headSums.at({b - a, a})[index];
+  for (uint64_t first = 0; first < lags.count(); first += kLagsPerReport) {
+    const uint64_t end = std::min(lags.count(), first + kLagsPerReport);
+    const auto headSums = prefixSums(headCorrelation, heads, lags, first, end);
+    const auto tailSums = prefixSums(tailCorrelation, tails, lags, first, end);
+    for (uint64_t index = first; index < end; ++index) {
+      const auto m = static_cast<size_t>(lags.at(index));
+      const size_t starts = count - static_cast<size_t>(order) * m;
+      __int128 sum = 0;
+      for (int a = 0; a <= order; ++a) {
+        sum += c[a] * c[a] * (squares[a * m + starts] - squares[a * m]);
+        for (int b = a + 1; b <= order; ++b) {
+          __int128 products = (*correlation)[(b - a) * m];
+          if (a > 0) {
+            products -= headSums.at({b - a, a})[index - first];
+          }
+          if (order - b > 0) {
+            products -= tailSums.at({b - a, order - b})[index - first];
+          }
+          sum += 2 * c[a] * c[b] * products;
         }
-        if (order - b > 0) {
-          products -= tailSums.at({b - a, order - b})[index];
-        }
-        sum += 2 * c[a] * c[b] * products;
       }
+      sums[index] = static_cast<double>(sum);
     }
-    sums[index] = static_cast<double>(sum);
+    if (lagsDone) {
+      lagsDone(end);
+    }
   }
   return sums;
 }

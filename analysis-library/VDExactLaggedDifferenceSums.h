@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -15,7 +16,9 @@
 class VDExactLaggedDifferenceSums {
  public:
   // Nothing when the sequence's values are too large for exact sums
-  // (VDExactAutocorrelation::holdsEverySum); lags as for VDLaggedDifferenceSums::sumsOfSquares.
-  static std::optional<std::vector<double>> sumsOfSquares(const std::vector<int64_t>& sequence,
-                                                          int order, const VDWindowRange& lags);
+  // (VDExactAutocorrelation::holdsEverySum); lags and lagsDone as for
+  // VDLaggedDifferenceSums::sumsOfSquares.
+  static std::optional<std::vector<double>> sumsOfSquares(
+      const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
+      const std::function<void(uint64_t)>& lagsDone);
 };

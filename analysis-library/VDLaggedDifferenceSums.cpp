@@ -226,11 +226,8 @@ std::vector<double> VDLaggedDifferenceSums::sumsOfSquares(
   const uint64_t lagCount = lags.count();
   if (!_exactSequence.empty() && lagCount > 0) {
     std::optional<std::vector<double>> exact =
-        VDExactLaggedDifferenceSums::sumsOfSquares(_exactSequence, _order, lags);
+        VDExactLaggedDifferenceSums::sumsOfSquares(_exactSequence, _order, lags, lagsDone);
     if (exact) {
-      if (lagsDone) {
-        lagsDone(lagCount);
-      }
       return std::move(*exact);
     }
   }
