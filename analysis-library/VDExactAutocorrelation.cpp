@@ -19,14 +19,15 @@ std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence
   }
   const NTT::Plan<Prime> plan(transformSize);
   plan.forward(values);
-  std::vector<uint32_t> product(transformSize);
-  for (size_t k = 0; k < transformSize; ++k) {
-    product[k] = NTT::multiply<Prime>(values[k], values[(transformSize - k) & (transformSize - 1)]);
+  // A[k] A[-k] is the same at k and -k, so the product replaces both in place.
+  for (size_t k = 0; k <= transformSize / 2; ++k) {
+    const size_t negated = (transformSize - k) & (transformSize - 1);
+    values[k] = values[negated] = NTT::multiply<Prime>(values[k], values[negated]);
   }
-  values = {};
-  plan.inverse(product);
-  product.resize(sequence.size());
-  return product;
+  plan.inverse(values);
+  values.resize(sequence.size());
+  values.shrink_to_fit();
+  return values;
 }
 
 }  // namespace

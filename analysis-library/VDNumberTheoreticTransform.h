@@ -95,7 +95,7 @@ class VDNumberTheoreticTransform {
       for (size_t half = 1; half < _size; half *= 2) {
         for (size_t start = 0; start < _size; start += 2 * half) {
           butterflies(values.data() + start, half, _twiddles.data() + half,
-                      _quotients.data() + half);
+                      _quotients.data() + half, Prime);
         }
       }
     }
@@ -112,25 +112,16 @@ class VDNumberTheoreticTransform {
     }
 
    private:
-    static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
-                            const uint32_t* quotients) {
-      uint32_t* high = low + half;
-      for (size_t k = 0; k < half; ++k) {
-        // v = high * w mod Prime: the quotient estimate is off by at most one.
-        const uint32_t estimate =
-            static_cast<uint32_t>((static_cast<uint64_t>(high[k]) * quotients[k]) >> 32);
-        uint32_t v = high[k] * twiddles[k] - estimate * Prime;
-        v = v >= Prime ? v - Prime : v;
-        const uint32_t u = low[k];
-        low[k] = u + v >= Prime ? u + v - Prime : u + v;
-        high[k] = u >= v ? u - v : u + Prime - v;
-      }
-    }
-
     size_t _size;
     std::vector<uint32_t> _twiddles;
     std::vector<uint32_t> _quotients;
   };
+
+  // The butterflies of one block of a transform stage: low[k], high[k] = low[k] +- high[k] w_k
+  // (high = low + half), with w_k = twiddles[k] and its Shoup quotient, modulo prime < 2^30. One
+  // function for every prime, built for several instruction sets.
+  static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
+                          const uint32_t* quotients, uint32_t prime);
 
   // The integer of magnitude below kLargestMagnitude with these residues (Garner's method).
   static __int128 fromResidues(uint32_t residue1, uint32_t residue2, uint32_t residue3) {
