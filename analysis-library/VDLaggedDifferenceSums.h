@@ -8,8 +8,9 @@
 
 // A VDLaggedDifferenceSums sums the squares of the lag-m differences of one order over an
 // integer sequence y: first y[i+m] - y[i], second y[i+2m] - 2y[i+m] + y[i], third
-// y[i+3m] - 3y[i+2m] + 3y[i+m] - y[i]. Every difference is exact; only its square and the sum
-// are rounded, so the result depends on the differences of y alone.
+// y[i+3m] - 3y[i+2m] + 3y[i+m] - y[i]. Every difference is exact. sumsOfSquares sums exactly
+// and rounds once when the values are small enough (VDExactLaggedDifferenceSums); otherwise,
+// like sumOfSquares always, it rounds only each square and the running sums.
 class VDLaggedDifferenceSums {
  public:
   // order is 1, 2 or 3. The sequence is read as wrapping two's-complement integers: a
