@@ -67,6 +67,11 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
       }
     }
   }
+  // No lag is finished before the sums below, but a report lets a display show that the
+  // statistic runs (the transforms of a long series take seconds).
+  if (lagsDone) {
+    lagsDone(0);
+  }
   std::optional<VDPrefixCorrelation> headCorrelation;
   std::optional<VDPrefixCorrelation> tailCorrelation;
   if (!heads.empty()) {
