@@ -20,6 +20,10 @@ std::vector<VDStatisticPoint> VDAllanDeviationAnalysis::evaluateWindows(
   const auto sampleCount = static_cast<int64_t>(_errors.size());
   // Second differences ignore a linear trend, so the drift goes before the sums.
   const VDLaggedDifferenceSums secondDifferences(VDPhaseData::withoutDrift(_errors), 2);
+  const std::vector<double> sums = secondDifferences.sumsOfSquares(
+      windows, windowsDoneReporter(windows, [sampleCount](int64_t m) {
+        return static_cast<double>(sampleCount - 2 * m);
+      }));
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
@@ -28,8 +32,8 @@ std::vector<VDStatisticPoint> VDAllanDeviationAnalysis::evaluateWindows(
     const double tau = tauOfWindow(m);
     // Overlapping Allan variance from phase, NIST SP 1065 eq. 11, with x in ns:
     // sigma^2 = sum (x[i+2m] - 2x[i+m] + x[i])^2 / (2 tau^2 (N-2m)).
-    const double sum = secondDifferences.sumOfSquares(m, terms);
-    const double deviation = std::sqrt(sum / (2.0 * static_cast<double>(terms))) * 1e-9 / tau;
+    const double deviation =
+        std::sqrt(sums[index] / (2.0 * static_cast<double>(terms))) * 1e-9 / tau;
     points.push_back({m, tau, deviation, static_cast<uint64_t>(terms)});
   }
   VDConfidenceInterval::addToPoints(points, _errors,

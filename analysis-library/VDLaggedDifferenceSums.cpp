@@ -1,7 +1,11 @@
 #include "VDLaggedDifferenceSums.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
+
+#include "VDExactAutocorrelation.h"
+#include "VDExactLaggedDifferenceSums.h"
 
 // This file is compiled with -ffp-contract=off: the target clones below must round alike on
 // every processor, so no clone may fuse a multiply and an add.
@@ -22,6 +26,10 @@ typedef double Lanes __attribute__((vector_size(64)));
 typedef double UnalignedLanes __attribute__((vector_size(64), aligned(8), may_alias));
 constexpr size_t kLanes = 8;
 
+// Lags per tile: the chunk and the three or four stretches of the sequence its lags reach (about
+// 60 KB for second differences at step 1) stay in the processor's second-level cache.
+constexpr size_t kTileLags = 256;
+
 // Terms summed into one partial sum before it joins the total: keeps the rounding error of a
 // million-term sum near that of a thousand-term one.
 constexpr size_t kChunk = 2048;
@@ -37,7 +45,7 @@ VD_INLINE Value orderDifference(size_t lag, At a) {
   if constexpr (Order == 1) {
     return a(lag) - a(0);
   } else if constexpr (Order == 2) {
-    return (a(2 * lag) - a(lag)) - (a(lag) - a(0));
+    return (a(2 * lag) + a(0)) - 2.0 * a(lag);
   } else {
     return (a(3 * lag) - a(0)) - 3.0 * (a(2 * lag) - a(lag));
   }
@@ -61,52 +69,95 @@ VD_INLINE void addSquaredDifference(const double* y, size_t i, size_t lag, doubl
   sum += d * d;
 }
 
+// The sum over one chunk, starts chunkStart .. chunkEnd - 1: the summation order every window
+// of every caller uses, so a sum comes out the same whether its chunks are taken one window at a
+// time or tile by tile.
+template <int Order>
+VD_INLINE double chunkSumOfSquaredDoubleDifferences(const double* y, size_t lag, size_t chunkStart,
+                                                    size_t chunkEnd) {
+  // Four independent accumulators hide the latency of the additions.
+  Lanes sum0 = {};
+  Lanes sum1 = {};
+  Lanes sum2 = {};
+  Lanes sum3 = {};
+  size_t i = chunkStart;
+  for (; i + 4 * kLanes <= chunkEnd; i += 4 * kLanes) {
+    addSquaredDifferences<Order>(y, i, lag, sum0);
+    addSquaredDifferences<Order>(y, i + kLanes, lag, sum1);
+    addSquaredDifferences<Order>(y, i + 2 * kLanes, lag, sum2);
+    addSquaredDifferences<Order>(y, i + 3 * kLanes, lag, sum3);
+  }
+  for (; i + kLanes <= chunkEnd; i += kLanes) {
+    addSquaredDifferences<Order>(y, i, lag, sum0);
+  }
+  const Lanes lanes = (sum0 + sum1) + (sum2 + sum3);
+  double partial = 0.0;
+  for (size_t lane = 0; lane < kLanes; ++lane) {
+    partial += lanes[lane];
+  }
+  for (; i < chunkEnd; ++i) {
+    addSquaredDifference<Order>(y, i, lag, partial);
+  }
+  return partial;
+}
+
 template <int Order>
 VD_INLINE double sumOfSquaredDoubleDifferences(const double* y, size_t lag, size_t count) {
   double total = 0.0;
   for (size_t chunkStart = 0; chunkStart < count; chunkStart += kChunk) {
-    const size_t chunkEnd = std::min(count, chunkStart + kChunk);
-    // Four independent accumulators hide the latency of the additions.
-    Lanes sum0 = {};
-    Lanes sum1 = {};
-    Lanes sum2 = {};
-    Lanes sum3 = {};
-    size_t i = chunkStart;
-    for (; i + 4 * kLanes <= chunkEnd; i += 4 * kLanes) {
-      addSquaredDifferences<Order>(y, i, lag, sum0);
-      addSquaredDifferences<Order>(y, i + kLanes, lag, sum1);
-      addSquaredDifferences<Order>(y, i + 2 * kLanes, lag, sum2);
-      addSquaredDifferences<Order>(y, i + 3 * kLanes, lag, sum3);
-    }
-    for (; i + kLanes <= chunkEnd; i += kLanes) {
-      addSquaredDifferences<Order>(y, i, lag, sum0);
-    }
-    const Lanes lanes = (sum0 + sum1) + (sum2 + sum3);
-    double partial = 0.0;
-    for (size_t lane = 0; lane < kLanes; ++lane) {
-      partial += lanes[lane];
-    }
-    for (; i < chunkEnd; ++i) {
-      addSquaredDifference<Order>(y, i, lag, partial);
-    }
-    total += partial;
+    total += chunkSumOfSquaredDoubleDifferences<Order>(y, lag, chunkStart,
+                                                       std::min(count, chunkStart + kChunk));
   }
   return total;
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) double
-sumOfSquaredFirstDifferences(const double* y, size_t lag, size_t count) {
+// totals[k] = the sum at lags[k] over every start the sequence allows (size - Order * lag), for
+// ascending lags. The chunk loop runs outside the lag loop, so one chunk of the sequence and the
+// stretches the lags reach from it stay in cache while every lag of the tile uses them; each
+// total still adds its chunks in the same order as sumOfSquaredDoubleDifferences.
+template <int Order>
+VD_INLINE void tileOfSquaredDoubleDifferences(const double* y, size_t size, const size_t* lags,
+                                              size_t lagCount, double* totals) {
+  const size_t largestCount = size - Order * lags[0];
+  for (size_t chunkStart = 0; chunkStart < largestCount; chunkStart += kChunk) {
+    for (size_t k = 0; k < lagCount; ++k) {
+      const size_t count = size - Order * lags[k];
+      if (chunkStart >= count) {
+        break;  // later lags have fewer starts still
+      }
+      totals[k] += chunkSumOfSquaredDoubleDifferences<Order>(y, lags[k], chunkStart,
+                                                             std::min(count, chunkStart + kChunk));
+    }
+  }
+}
+
+#define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+
+VD_CLONES double sumOfSquaredFirstDifferences(const double* y, size_t lag, size_t count) {
   return sumOfSquaredDoubleDifferences<1>(y, lag, count);
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) double
-sumOfSquaredSecondDifferences(const double* y, size_t lag, size_t count) {
+VD_CLONES double sumOfSquaredSecondDifferences(const double* y, size_t lag, size_t count) {
   return sumOfSquaredDoubleDifferences<2>(y, lag, count);
 }
 
-__attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default"))) double
-sumOfSquaredThirdDifferences(const double* y, size_t lag, size_t count) {
+VD_CLONES double sumOfSquaredThirdDifferences(const double* y, size_t lag, size_t count) {
   return sumOfSquaredDoubleDifferences<3>(y, lag, count);
+}
+
+VD_CLONES void tileOfSquaredFirstDifferences(const double* y, size_t size, const size_t* lags,
+                                             size_t lagCount, double* totals) {
+  tileOfSquaredDoubleDifferences<1>(y, size, lags, lagCount, totals);
+}
+
+VD_CLONES void tileOfSquaredSecondDifferences(const double* y, size_t size, const size_t* lags,
+                                              size_t lagCount, double* totals) {
+  tileOfSquaredDoubleDifferences<2>(y, size, lags, lagCount, totals);
+}
+
+VD_CLONES void tileOfSquaredThirdDifferences(const double* y, size_t size, const size_t* lags,
+                                             size_t lagCount, double* totals) {
+  tileOfSquaredDoubleDifferences<3>(y, size, lags, lagCount, totals);
 }
 
 // The slow path for sequences too large for exact doubles: the difference in wrapping unsigned
@@ -138,6 +189,9 @@ double sumOfSquaredIntegerDifferences(const int64_t* y, int order, size_t lag, s
 
 VDLaggedDifferenceSums::VDLaggedDifferenceSums(std::vector<int64_t> sequence, int order)
     : _order(order) {
+  if (VDExactAutocorrelation::holdsEverySum(sequence)) {
+    _exactSequence = sequence;
+  }
   const bool exactInDoubles = std::all_of(sequence.begin(), sequence.end(), [](int64_t value) {
     return value >= -kExactDoubleLimit && value <= kExactDoubleLimit;
   });
@@ -165,4 +219,46 @@ double VDLaggedDifferenceSums::sumOfSquares(int64_t lag, int64_t count) const {
     default:
       return sumOfSquaredThirdDifferences(_values.data(), unsignedLag, unsignedCount);
   }
+}
+
+std::vector<double> VDLaggedDifferenceSums::sumsOfSquares(
+    const VDWindowRange& lags, const std::function<void(uint64_t)>& lagsDone) const {
+  const uint64_t lagCount = lags.count();
+  if (!_exactSequence.empty() && lagCount > 0) {
+    std::optional<std::vector<double>> exact =
+        VDExactLaggedDifferenceSums::sumsOfSquares(_exactSequence, _order, lags, lagsDone);
+    if (exact) {
+      return std::move(*exact);
+    }
+  }
+  std::vector<double> totals(lagCount, 0.0);
+  std::vector<size_t> tileLags;
+  tileLags.reserve(kTileLags);
+  for (uint64_t tileStart = 0; tileStart < lagCount; tileStart += kTileLags) {
+    const uint64_t tileEnd = std::min<uint64_t>(lagCount, tileStart + kTileLags);
+    tileLags.clear();
+    for (uint64_t index = tileStart; index < tileEnd; ++index) {
+      tileLags.push_back(static_cast<size_t>(lags.at(index)));
+    }
+    double* tileTotals = totals.data() + tileStart;
+    if (!_integers.empty()) {
+      for (size_t k = 0; k < tileLags.size(); ++k) {
+        tileTotals[k] = sumOfSquaredIntegerDifferences(_integers.data(), _order, tileLags[k],
+                                                       _integers.size() - _order * tileLags[k]);
+      }
+    } else if (_order == 1) {
+      tileOfSquaredFirstDifferences(_values.data(), _values.size(), tileLags.data(),
+                                    tileLags.size(), tileTotals);
+    } else if (_order == 2) {
+      tileOfSquaredSecondDifferences(_values.data(), _values.size(), tileLags.data(),
+                                     tileLags.size(), tileTotals);
+    } else {
+      tileOfSquaredThirdDifferences(_values.data(), _values.size(), tileLags.data(),
+                                    tileLags.size(), tileTotals);
+    }
+    if (lagsDone) {
+      lagsDone(tileEnd);
+    }
+  }
+  return totals;
 }

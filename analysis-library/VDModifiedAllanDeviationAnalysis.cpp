@@ -1,6 +1,7 @@
 #include "VDModifiedAllanDeviationAnalysis.h"
 
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 #include "VDConfidenceInterval.h"
@@ -16,29 +17,75 @@ int64_t VDModifiedAllanDeviationAnalysis::largestWindowSize(int64_t sampleCount)
   return sampleCount < 3 ? 0 : sampleCount / 3;
 }
 
-std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum>
-VDModifiedAllanDeviationAnalysis::modifiedSums(const std::vector<int64_t>& errors,
-                                               const VDWindowRange& windows) {
+namespace {
+
+// The last sums computed, with what they were computed from.
+struct KeptSums {
+  std::vector<int64_t> errors;
+  int64_t firstWindow = 0;
+  int64_t lastWindow = -1;
+  int64_t windowStep = 0;
+  std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum> sums;
+
+  bool match(const std::vector<int64_t>& otherErrors, const VDWindowRange& windows) const {
+    return !sums.empty() && firstWindow == windows.first() && lastWindow == windows.last() &&
+           windowStep == windows.step() && errors == otherErrors;
+  }
+};
+
+std::mutex gKeptSumsLock;
+KeptSums gKeptSums;
+
+std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum> computeModifiedSums(
+    const std::vector<int64_t>& errors, const VDWindowRange& windows,
+    const std::function<void(uint64_t)>& windowsDone) {
   const auto sampleCount = static_cast<int64_t>(errors.size());
   // The inner sum of m second differences is the third difference of the prefix sums S:
   // S[j+3m] - 3S[j+2m] + 3S[j+m] - S[j]. Removing the drift keeps S small.
   // The drift-free phase is gone before the sums make their copy: three arrays at most.
   std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(errors));
   const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
-  std::vector<ModifiedSum> sums;
+  const std::vector<double> totals = thirdDifferences.sumsOfSquares(windows, windowsDone);
+  std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum> sums;
   sums.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
     const int64_t m = windows.at(index);
-    const int64_t terms = sampleCount - 3 * m + 1;
-    sums.push_back({m, terms, thirdDifferences.sumOfSquares(m, terms)});
+    sums.push_back(
+        {m, VDModifiedAllanDeviationAnalysis::modifiedTerms(sampleCount, m), totals[index]});
   }
+  return sums;
+}
+
+}  // namespace
+
+std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum>
+VDModifiedAllanDeviationAnalysis::modifiedSums(const std::vector<int64_t>& errors,
+                                               const VDWindowRange& windows,
+                                               const std::function<void(uint64_t)>& windowsDone) {
+  const std::lock_guard<std::mutex> lock(gKeptSumsLock);
+  if (gKeptSums.match(errors, windows)) {
+    KeptSums taken = std::move(gKeptSums);
+    gKeptSums = KeptSums();
+    if (windowsDone) {
+      windowsDone(windows.count());
+    }
+    return std::move(taken.sums);
+  }
+  gKeptSums = KeptSums();  // the old sums go before the new ones take their room
+  std::vector<ModifiedSum> sums = computeModifiedSums(errors, windows, windowsDone);
+  gKeptSums = KeptSums{errors, windows.first(), windows.last(), windows.step(), sums};
   return sums;
 }
 
 std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   std::vector<VDStatisticPoint> points;
-  for (const ModifiedSum& modified : modifiedSums(_errors, windows)) {
+  const auto sampleCount = static_cast<int64_t>(_errors.size());
+  const auto termsOf = [sampleCount](int64_t m) {
+    return static_cast<double>(modifiedTerms(sampleCount, m));
+  };
+  for (const ModifiedSum& modified :
+       modifiedSums(_errors, windows, windowsDoneReporter(windows, termsOf))) {
     const double tau = tauOfWindow(modified.windowSize);
     const auto window = static_cast<double>(modified.windowSize);
     // Modified Allan variance from phase, NIST SP 1065 eq. 14, with x in ns:

@@ -20,8 +20,15 @@ class VDModifiedAllanDeviationAnalysis : public VDStatisticAnalysis {
     int64_t terms;
     double sum;
   };
+  // The sums for windows; windowsDone (may be empty) hears of the windows finished. The result
+  // is also kept until the next call, which takes it instead of computing it again when it asks
+  // for the same errors and windows: a time deviation that follows a modified Allan deviation
+  // of the same series costs nothing more.
   static std::vector<ModifiedSum> modifiedSums(const std::vector<int64_t>& errors,
-                                               const VDWindowRange& windows);
+                                               const VDWindowRange& windows,
+                                               const std::function<void(uint64_t)>& windowsDone);
+  // Terms of the sum for window m of sampleCount samples.
+  static int64_t modifiedTerms(int64_t sampleCount, int64_t m) { return sampleCount - 3 * m + 1; }
 
  protected:
   int64_t largestWindowSize(int64_t sampleCount) const override;

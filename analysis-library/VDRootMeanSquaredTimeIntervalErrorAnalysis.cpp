@@ -19,14 +19,17 @@ std::vector<VDStatisticPoint> VDRootMeanSquaredTimeIntervalErrorAnalysis::evalua
   const auto sampleCount = static_cast<int64_t>(_errors.size());
   // TIE depends on the drift, so only the offset goes.
   const VDLaggedDifferenceSums firstDifferences(VDPhaseData::relativeToFirst(_errors), 1);
+  const std::vector<double> sums = firstDifferences.sumsOfSquares(
+      windows, windowsDoneReporter(windows, [sampleCount](int64_t m) {
+        return static_cast<double>(sampleCount - m);
+      }));
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
     const int64_t m = windows.at(index);
     const int64_t terms = sampleCount - m;
     // TIE rms (NIST SP 1065): sqrt(sum (x[i+m] - x[i])^2 / (N-m)), in ns.
-    const double sum = firstDifferences.sumOfSquares(m, terms);
-    const double value = std::sqrt(sum / static_cast<double>(terms));
+    const double value = std::sqrt(sums[index] / static_cast<double>(terms));
     points.push_back({m, tauOfWindow(m), value, static_cast<uint64_t>(terms)});
   }
   return points;

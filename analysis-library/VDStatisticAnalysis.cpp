@@ -1,6 +1,8 @@
 #include "VDStatisticAnalysis.h"
 
 #include <limits>
+#include <memory>
+#include <utility>
 
 #include "VDCSVBuffer.h"
 #include "VDResultPath.h"
@@ -40,7 +42,38 @@ void VDStatisticAnalysis::performAnalysisFromStartWindowSize(int64_t startWindow
   if (windows.empty()) {
     return;
   }
+  if (_progressObserver != nullptr) {
+    _progressObserver->analysisStarted(analysisClass().curveLabel(), windows.count());
+  }
   _points = evaluateWindows(windows);
+  if (_progressObserver != nullptr) {
+    _progressObserver->analysisFinished();
+  }
+}
+
+std::function<void(uint64_t)> VDStatisticAnalysis::windowsDoneReporter(
+    const VDWindowRange& windows, std::function<double(int64_t)> termsOf) const {
+  if (_progressObserver == nullptr) {
+    return {};
+  }
+  // The work of the windows done so far grows as the reports come in, so all of them together
+  // walk the windows once.
+  struct Tally {
+    uint64_t windowsCounted = 0;
+    double workCounted = 0.0;
+    double workInAll = 0.0;
+  };
+  auto tally = std::make_shared<Tally>();
+  for (uint64_t index = 0; index < windows.count(); ++index) {
+    tally->workInAll += termsOf(windows.at(index));
+  }
+  return [this, windows, termsOf = std::move(termsOf), tally](uint64_t windowsDone) {
+    for (; tally->windowsCounted < windowsDone; ++tally->windowsCounted) {
+      tally->workCounted += termsOf(windows.at(tally->windowsCounted));
+    }
+    const double share = tally->workInAll > 0.0 ? tally->workCounted / tally->workInAll : 1.0;
+    _progressObserver->analysisProgressed(windowsDone, share);
+  };
 }
 
 bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::path& directory,

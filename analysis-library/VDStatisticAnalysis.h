@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <vector>
 
 #include "VDAnalysisClass.h"
+#include "VDAnalysisProgress.h"
 #include "VDStatisticPoint.h"
 #include "VDTimeErrorValue.h"
 #include "VDWindowRange.h"
@@ -34,6 +36,10 @@ class VDStatisticAnalysis {
   void performAnalysisFromStartWindowSize(int64_t startWindowSize, int64_t endWindowSize,
                                           int64_t stepSize);
 
+  // The observer that later evaluations report their progress to; none (nullptr) by default. Not
+  // owned: it must outlive the calls of performAnalysisFromStartWindowSize.
+  void setProgressObserver(VDAnalysisProgress* observer) { _progressObserver = observer; }
+
   // Writes the results whose window size is in start, start+step, ... up to end as CSV into
   // directory/filename: a header "window,tau,<value column>,terms" and one row per result, the
   // window in samples, tau in seconds, the value and the number of terms behind it; for the
@@ -57,6 +63,11 @@ class VDStatisticAnalysis {
   // ascending order.
   virtual std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const = 0;
 
+  // What a computation calls with the number of windows of windows it has finished (in their
+  // order), to tell the observer; termsOf(windowSize) weighs each window's share of the work.
+  std::function<void(uint64_t)> windowsDoneReporter(const VDWindowRange& windows,
+                                                    std::function<double(int64_t)> termsOf) const;
+
   // tau of a window of windowSize samples, seconds.
   double tauOfWindow(int64_t windowSize) const { return static_cast<double>(windowSize) * _tau0; }
 
@@ -65,4 +76,5 @@ class VDStatisticAnalysis {
 
  private:
   std::vector<VDStatisticPoint> _points;
+  VDAnalysisProgress* _progressObserver = nullptr;
 };

@@ -17,7 +17,13 @@ int64_t VDTimeDeviationAnalysis::largestWindowSize(int64_t sampleCount) const {
 std::vector<VDStatisticPoint> VDTimeDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   std::vector<VDStatisticPoint> points;
-  for (const auto& modified : VDModifiedAllanDeviationAnalysis::modifiedSums(_errors, windows)) {
+  using Modified = VDModifiedAllanDeviationAnalysis;
+  const auto sampleCount = static_cast<int64_t>(_errors.size());
+  const auto termsOf = [sampleCount](int64_t m) {
+    return static_cast<double>(Modified::modifiedTerms(sampleCount, m));
+  };
+  for (const auto& modified :
+       Modified::modifiedSums(_errors, windows, windowsDoneReporter(windows, termsOf))) {
     const auto window = static_cast<double>(modified.windowSize);
     // Time variance, NIST SP 1065 eq. 15: sigma_x^2 = tau^2 / 3 * Mod sigma_y^2. With x in ns
     // the taus cancel: sigma_x^2 = sum / (6 m^2 (N-3m+1)) ns^2.

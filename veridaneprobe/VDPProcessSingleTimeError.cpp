@@ -1,10 +1,13 @@
 #include "VDPProcessSingleTimeError.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <optional>
 
 #include "VDPFileSystem.h"
 #include "VDPPythonInterpreter.h"
+#include "VDPTerminalProgress.h"
 
 VDPProcessSingleTimeError::VDPProcessSingleTimeError(std::string outputPath, std::string outputName,
                                                      bool adev, bool madev, bool tdev, bool rmstie,
@@ -62,7 +65,11 @@ void VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(
 
 void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis, const char* suffix,
                                                  const char* scriptName) {
+  // On a terminal the statistic's progress shows on standard error while it runs.
+  VDPTerminalProgress progress(STDERR_FILENO);
+  analysis.setProgressObserver(&progress);
   analysis.performAnalysisFromStartWindowSize(_startWindowSize, _endWindowSize, _stepSize);
+  analysis.setProgressObserver(nullptr);
   const std::string stem = _outputName + suffix;
   const std::string csvName = stem + ".csv";
   analysis.exportAnalysisToDirectoryURL(_outputPath, csvName, _startWindowSize, _endWindowSize,

@@ -1,0 +1,68 @@
+#include "VDExactAutocorrelation.h"
+
+#include <cstddef>
+
+#include "VDNumberTheoreticTransform.h"
+
+namespace {
+
+using NTT = VDNumberTheoreticTransform;
+
+// The autocorrelation modulo Prime at lags 0 .. N-1: with A the transform of y padded to twice
+// its length, the correlation's transform is A[k] A[-k].
+template <uint32_t Prime>
+std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence,
+                                            size_t transformSize) {
+  std::vector<uint32_t> values(transformSize, 0);
+  for (size_t i = 0; i < sequence.size(); ++i) {
+    values[i] = NTT::residue<Prime>(sequence[i]);
+  }
+  const NTT::Plan<Prime> plan(transformSize);
+  plan.forward(values);
+  // A[k] A[-k] is the same at k and -k, so the product replaces both in place.
+  for (size_t k = 0; k <= transformSize / 2; ++k) {
+    const size_t negated = (transformSize - k) & (transformSize - 1);
+    values[k] = values[negated] = NTT::multiply<Prime>(values[k], values[negated]);
+  }
+  plan.inverse(values);
+  values.resize(sequence.size());
+  values.shrink_to_fit();
+  return values;
+}
+
+}  // namespace
+
+bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence) {
+  unsigned __int128 largestMagnitude = 0;
+  for (const int64_t value : sequence) {
+    const unsigned __int128 magnitude =
+        value < 0 ? -static_cast<__int128>(value) : static_cast<__int128>(value);
+    largestMagnitude = magnitude > largestMagnitude ? magnitude : largestMagnitude;
+  }
+  // The first test keeps the product below from overflowing.
+  return 2 * sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
+         sequence.size() * largestMagnitude * largestMagnitude < NTT::kLargestMagnitude;
+}
+
+std::optional<std::vector<__int128>> VDExactAutocorrelation::of(
+    const std::vector<int64_t>& sequence) {
+  if (!holdsEverySum(sequence)) {
+    return std::nullopt;
+  }
+  const size_t count = sequence.size();
+  size_t transformSize = 1;
+  while (transformSize < 2 * count) {
+    transformSize <<= 1;
+  }
+  const std::vector<uint32_t> residues1 =
+      autocorrelationModulo<NTT::kPrime1>(sequence, transformSize);
+  const std::vector<uint32_t> residues2 =
+      autocorrelationModulo<NTT::kPrime2>(sequence, transformSize);
+  const std::vector<uint32_t> residues3 =
+      autocorrelationModulo<NTT::kPrime3>(sequence, transformSize);
+  std::vector<__int128> correlation(count);
+  for (size_t lag = 0; lag < count; ++lag) {
+    correlation[lag] = NTT::fromResidues(residues1[lag], residues2[lag], residues3[lag]);
+  }
+  return correlation;
+}

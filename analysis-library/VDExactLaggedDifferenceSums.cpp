@@ -1,0 +1,115 @@
+#include "VDExactLaggedDifferenceSums.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "VDExactAutocorrelation.h"
+#include "VDPrefixCorrelation.h"
+
+namespace {
+
+// The coefficients c_a of u[j + a m] in the difference of each order.
+const std::vector<int64_t>& coefficientsOf(int order) {
+  static const std::vector<int64_t> kFirst = {-1, 1};
+  static const std::vector<int64_t> kSecond = {1, -2, 1};
+  static const std::vector<int64_t> kThird = {-1, 3, -3, 1};
+  return order == 1 ? kFirst : order == 2 ? kSecond : kThird;
+}
+
+// A family of prefix sums: lag lagFactor * m over the first startFactor * m starts.
+using Family = std::pair<int64_t, int64_t>;
+
+// Lags whose sums are finished (and reported) together.
+constexpr uint64_t kLagsPerReport = 8192;
+
+// The prefix sums of every family for the lags first .. end-1 of lags.
+std::map<Family, std::vector<__int128>> prefixSums(
+    const std::optional<VDPrefixCorrelation>& correlation, const std::vector<Family>& families,
+    const VDWindowRange& lags, uint64_t first, uint64_t end) {
+  std::map<Family, std::vector<__int128>> sums;
+  for (const Family& family : families) {
+    if (sums.count(family) > 0) {
+      continue;
+    }
+    std::vector<VDPrefixCorrelation::Query> queries;
+    queries.reserve(end - first);
+    for (uint64_t index = first; index < end; ++index) {
+      queries.push_back({family.first * lags.at(index), family.second * lags.at(index)});
+    }
+    sums[family] = correlation->sums(queries);
+  }
+  return sums;
+}
+
+}  // namespace
+
+std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
+    const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
+    const std::function<void(uint64_t)>& lagsDone) {
+  const std::optional<std::vector<__int128>> correlation = VDExactAutocorrelation::of(sequence);
+  if (!correlation) {
+    return std::nullopt;
+  }
+  const std::vector<int64_t>& c = coefficientsOf(order);
+  // X_ab = sum_j u[j+am] u[j+bm] over the N - order m starts j is the autocorrelation at lag
+  // (b-a)m less the products before start am (head, on the sequence) and those after the last
+  // start (tail: the first (order-b)m starts of the reversed sequence).
+  std::vector<Family> heads;
+  std::vector<Family> tails;
+  for (int a = 0; a <= order; ++a) {
+    for (int b = a + 1; b <= order; ++b) {
+      if (a > 0) {
+        heads.emplace_back(b - a, a);
+      }
+      if (order - b > 0) {
+        tails.emplace_back(b - a, order - b);
+      }
+    }
+  }
+  // No lag is finished before the sums below, but a report lets a display show that the
+  // statistic runs (the transforms of a long series take seconds).
+  if (lagsDone) {
+    lagsDone(0);
+  }
+  std::optional<VDPrefixCorrelation> headCorrelation;
+  std::optional<VDPrefixCorrelation> tailCorrelation;
+  if (!heads.empty()) {
+    headCorrelation = VDPrefixCorrelation::of(sequence);
+    tailCorrelation = VDPrefixCorrelation::of({sequence.rbegin(), sequence.rend()});
+  }
+  const size_t count = sequence.size();
+  std::vector<__int128> squares(count + 1, 0);  // squares[k] = u[0]^2 + ... + u[k-1]^2
+  for (size_t i = 0; i < count; ++i) {
+    squares[i + 1] = squares[i] + static_cast<__int128>(sequence[i]) * sequence[i];
+  }
+  std::vector<double> sums(lags.count());
+  for (uint64_t first = 0; first < lags.count(); first += kLagsPerReport) {
+    const uint64_t end = std::min(lags.count(), first + kLagsPerReport);
+    const auto headSums = prefixSums(headCorrelation, heads, lags, first, end);
+    const auto tailSums = prefixSums(tailCorrelation, tails, lags, first, end);
+    for (uint64_t index = first; index < end; ++index) {
+      const auto m = static_cast<size_t>(lags.at(index));
+      const size_t starts = count - static_cast<size_t>(order) * m;
+      __int128 sum = 0;
+      for (int a = 0; a <= order; ++a) {
+        sum += c[a] * c[a] * (squares[a * m + starts] - squares[a * m]);
+        for (int b = a + 1; b <= order; ++b) {
+          __int128 products = (*correlation)[(b - a) * m];
+          if (a > 0) {
+            products -= headSums.at({b - a, a})[index - first];
+          }
+          if (order - b > 0) {
+            products -= tailSums.at({b - a, order - b})[index - first];
+          }
+          sum += 2 * c[a] * c[b] * products;
+        }
+      }
+      sums[index] = static_cast<double>(sum);
+    }
+    if (lagsDone) {
+      lagsDone(end);
+    }
+  }
+  return sums;
+}

@@ -1,0 +1,167 @@
+#include "VDPrefixCorrelation.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "VDExactAutocorrelation.h"
+#include "VDNumberTheoreticTransform.h"
+
+namespace {
+
+using NTT = VDNumberTheoreticTransform;
+
+// Values per block; a transform covers two blocks, so that a block's products with the values
+// up to a block of lags further never wrap around.
+constexpr size_t kBlock = 2048;
+constexpr size_t kTransformSize = 2 * kBlock;
+// Products of residues below 2^30 added to a 64-bit sum before it must be reduced.
+constexpr int kProductsPerReduction = 16;
+
+#define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+
+VD_CLONES void addProducts(uint64_t* sums, const uint32_t* a, const uint32_t* b, size_t count) {
+  for (size_t k = 0; k < count; ++k) {
+    sums[k] += static_cast<uint64_t>(a[k]) * b[k];
+  }
+}
+
+// Exact when every partial sum fits in int64 (the caller checks).
+VD_CLONES int64_t dotProduct(const int64_t* a, const int64_t* b, size_t count) {
+  int64_t sum = 0;
+  for (size_t k = 0; k < count; ++k) {
+    sum += a[k] * b[k];
+  }
+  return sum;
+}
+
+template <uint32_t Prime>
+void reduce(std::vector<uint64_t>& sums) {
+  for (uint64_t& sum : sums) {
+    sum %= Prime;
+  }
+}
+
+}  // namespace
+
+std::optional<VDPrefixCorrelation> VDPrefixCorrelation::of(std::vector<int64_t> sequence) {
+  if (!VDExactAutocorrelation::holdsEverySum(sequence)) {
+    return std::nullopt;
+  }
+  return VDPrefixCorrelation(std::move(sequence));
+}
+
+VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
+    : _sequence(std::move(sequence)) {
+  for (const int64_t value : _sequence) {
+    // Below 2^42 (holdsEverySum), so the square fits.
+    const auto magnitude = static_cast<uint64_t>(value < 0 ? -value : value);
+    _largestSquare = std::max(_largestSquare, magnitude * magnitude);
+  }
+  _blockCount = (_sequence.size() + kBlock - 1) / kBlock;
+  transformBlocks<NTT::kPrime1>(0);
+  transformBlocks<NTT::kPrime2>(1);
+  transformBlocks<NTT::kPrime3>(2);
+}
+
+template <uint32_t Prime>
+void VDPrefixCorrelation::transformBlocks(int primeIndex) {
+  std::vector<uint32_t>& blocks = _blockTransforms[primeIndex];
+  std::vector<uint32_t>& pairs = _pairTransforms[primeIndex];
+  blocks.resize(_blockCount * kTransformSize);
+  pairs.resize(_blockCount * kTransformSize);
+  const NTT::Plan<Prime> plan(kTransformSize);
+  std::vector<uint32_t> values(kTransformSize);
+  for (size_t block = 0; block < _blockCount; ++block) {
+    const size_t start = block * kBlock;
+    for (size_t i = 0; i < kTransformSize; ++i) {
+      const bool inBlocks = start + i < _sequence.size();
+      values[i] = inBlocks ? NTT::residue<Prime>(_sequence[start + i]) : 0;
+    }
+    plan.forward(values);
+    std::copy(values.begin(), values.end(), pairs.begin() + block * kTransformSize);
+    for (size_t i = 0; i < kTransformSize; ++i) {
+      values[i] = i < kBlock && start + i < _sequence.size()
+                      ? NTT::residue<Prime>(_sequence[start + i])
+                      : 0;
+    }
+    plan.forward(values);
+    // The correlation's transform is X[-k] Y[k]: the block's is stored at negated index.
+    uint32_t* negated = blocks.data() + block * kTransformSize;
+    for (size_t k = 0; k < kTransformSize; ++k) {
+      negated[k] = values[(kTransformSize - k) & (kTransformSize - 1)];
+    }
+  }
+}
+
+// residues[q] for the queries first .. end-1, whose lags lie in one block of lags: the sum over
+// the wholeBlocks first blocks, modulo Prime.
+template <uint32_t Prime>
+void VDPrefixCorrelation::sumWholeBlocks(const VDNumberTheoreticTransform::Plan<Prime>& plan,
+                                         int primeIndex, const std::vector<Query>& queries,
+                                         size_t first, size_t end, uint64_t wholeBlocks,
+                                         std::vector<uint32_t>& residues) const {
+  const auto lagBlock = static_cast<size_t>(queries[first].lag) / kBlock;
+  std::vector<uint64_t> sums(kTransformSize, 0);
+  int pending = 0;
+  for (size_t block = 0; block < wholeBlocks && block + lagBlock < _blockCount; ++block) {
+    addProducts(sums.data(), _blockTransforms[primeIndex].data() + block * kTransformSize,
+                _pairTransforms[primeIndex].data() + (block + lagBlock) * kTransformSize,
+                kTransformSize);
+    if (++pending == kProductsPerReduction) {
+      reduce<Prime>(sums);
+      pending = 0;
+    }
+  }
+  reduce<Prime>(sums);
+  std::vector<uint32_t> correlation(sums.begin(), sums.end());
+  plan.inverse(correlation);
+  for (size_t q = first; q < end; ++q) {
+    residues[q] = correlation[static_cast<size_t>(queries[q].lag) - lagBlock * kBlock];
+  }
+}
+
+std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
+  std::vector<__int128> results(queries.size(), 0);
+  const NTT::Plan<NTT::kPrime1> plan1(kTransformSize);
+  const NTT::Plan<NTT::kPrime2> plan2(kTransformSize);
+  const NTT::Plan<NTT::kPrime3> plan3(kTransformSize);
+  std::vector<uint32_t> residues[3];
+  for (std::vector<uint32_t>& residue : residues) {
+    residue.assign(queries.size(), 0);
+  }
+  size_t first = 0;
+  while (first < queries.size()) {
+    // The queries whose lags share a block of lags; the smallest starts says how many blocks
+    // all of them take whole.
+    const auto lagBlock = static_cast<size_t>(queries[first].lag) / kBlock;
+    size_t end = first;
+    while (end < queries.size() && static_cast<size_t>(queries[end].lag) / kBlock == lagBlock) {
+      ++end;
+    }
+    const uint64_t wholeBlocks = static_cast<uint64_t>(queries[first].starts) / kBlock;
+    if (wholeBlocks > 0) {
+      sumWholeBlocks<NTT::kPrime1>(plan1, 0, queries, first, end, wholeBlocks, residues[0]);
+      sumWholeBlocks<NTT::kPrime2>(plan2, 1, queries, first, end, wholeBlocks, residues[1]);
+      sumWholeBlocks<NTT::kPrime3>(plan3, 2, queries, first, end, wholeBlocks, residues[2]);
+    }
+    for (size_t q = first; q < end; ++q) {
+      const size_t from = wholeBlocks * kBlock;
+      const auto to = static_cast<size_t>(queries[q].starts);
+      const auto lag = static_cast<size_t>(queries[q].lag);
+      __int128 rest = 0;
+      if (to > from && static_cast<unsigned __int128>(_largestSquare) * (to - from) <
+                           (static_cast<unsigned __int128>(1) << 63)) {
+        rest = dotProduct(_sequence.data() + from, _sequence.data() + from + lag, to - from);
+      } else {
+        for (size_t j = from; j < to; ++j) {
+          rest += static_cast<__int128>(_sequence[j]) * _sequence[j + lag];
+        }
+      }
+      results[q] =
+          rest +
+          (wholeBlocks > 0 ? NTT::fromResidues(residues[0][q], residues[1][q], residues[2][q]) : 0);
+    }
+    first = end;
+  }
+  return results;
+}

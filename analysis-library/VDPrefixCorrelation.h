@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "VDNumberTheoreticTransform.h"
+
+// A VDPrefixCorrelation sums products of an integer sequence's values a lag apart over its first
+// starts: u[0] u[lag] + u[1] u[1+lag] + ... + u[starts-1] u[starts-1+lag], exactly, for many
+// (lag, starts) at once. The sequence is cut into blocks; the products of whole blocks are summed
+// as transforms (modulo three primes, VDNumberTheoreticTransform), so a block of lags costs one
+// short inverse transform however many blocks it sums, and only the blocks the starts cut are
+// summed term by term.
+class VDPrefixCorrelation {
+ public:
+  struct Query {
+    int64_t lag;
+    int64_t starts;  // starts + lag <= sequence size
+  };
+
+  // Nothing when not every sum can be had exactly (VDExactAutocorrelation::holdsEverySum).
+  static std::optional<VDPrefixCorrelation> of(std::vector<int64_t> sequence);
+
+  // The sums for queries in ascending lag, with starts ascending too.
+  std::vector<__int128> sums(const std::vector<Query>& queries) const;
+
+ private:
+  explicit VDPrefixCorrelation(std::vector<int64_t> sequence);
+
+  template <uint32_t Prime>
+  void transformBlocks(int primeIndex);
+  template <uint32_t Prime>
+  void sumWholeBlocks(const VDNumberTheoreticTransform::Plan<Prime>& plan, int primeIndex,
+                      const std::vector<Query>& queries, size_t first, size_t end,
+                      uint64_t wholeBlocks, std::vector<uint32_t>& residues) const;
+
+  std::vector<int64_t> _sequence;
+  uint64_t _largestSquare = 0;
+  size_t _blockCount = 0;
+  // Per prime, block b's transform (zero-padded to two blocks, index negated) and the transform
+  // of the two blocks from b on, each kTransformSize long.
+  std::vector<uint32_t> _blockTransforms[3];
+  std::vector<uint32_t> _pairTransforms[3];
+};

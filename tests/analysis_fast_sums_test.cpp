@@ -1,0 +1,292 @@
+// The fast paths behind the statistics against plain loops: the exact autocorrelation and the
+// sums by transforms against brute-force integer sums (equal once rounded), RMS TIE against its
+// exact sums, the tiled lagged sums against the same sums taken one lag at a time (bit for bit),
+// the time deviation that reuses the modified Allan deviation's sums, and the progress reports
+// every statistic makes.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "VDAllanDeviationAnalysis.h"
+#include "VDExactAutocorrelation.h"
+#include "VDLaggedDifferenceSums.h"
+#include "VDMaximumTimeIntervalErrorAnalysis.h"
+#include "VDModifiedAllanDeviationAnalysis.h"
+#include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
+#include "VDTimeDeviationAnalysis.h"
+
+namespace {
+
+constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
+
+std::vector<int64_t> randomIntegers(size_t count, int64_t magnitude, uint64_t seed) {
+  std::mt19937_64 generator(seed);
+  std::uniform_int_distribution<int64_t> uniform(-magnitude, magnitude);
+  std::vector<int64_t> values(count);
+  for (int64_t& value : values) {
+    value = uniform(generator);
+  }
+  return values;
+}
+
+// A random walk with a drift: time error as a free-running clock makes it.
+std::vector<int64_t> wanderingPhase(size_t count, uint64_t seed, double drift = 17.0) {
+  std::mt19937_64 generator(seed);
+  std::normal_distribution<double> step(0.0, 3.0);
+  std::vector<int64_t> values(count);
+  double phase = 0.0;
+  for (size_t i = 0; i < count; ++i) {
+    phase += drift + step(generator);
+    values[i] = std::llround(phase) + 5000;
+  }
+  return values;
+}
+
+std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors) {
+  std::vector<VDTimeErrorValue> values;
+  for (size_t i = 0; i < errors.size(); ++i) {
+    values.emplace_back(1000000000ull * i, errors[i]);
+  }
+  return values;
+}
+
+__int128 bruteForceCorrelation(const std::vector<int64_t>& y, size_t lag) {
+  __int128 sum = 0;
+  for (size_t i = 0; i + lag < y.size(); ++i) {
+    sum += static_cast<__int128>(y[i]) * y[i + lag];
+  }
+  return sum;
+}
+
+TEST(AnalysisFastSums, ExactAutocorrelationEqualsTheIntegerSumsAtEveryLag) {
+  // Small values; the largest the transforms take for 1000 values (N max^2 just below 2^84);
+  // one value; a length that is a power of two.
+  const std::vector<std::vector<int64_t>> sequences = {randomIntegers(777, 1000, 1),
+                                                       randomIntegers(1000, int64_t{1} << 36, 2),
+                                                       {-123456789},
+                                                       randomIntegers(1024, 5, 3)};
+  for (const std::vector<int64_t>& y : sequences) {
+    const auto correlation = VDExactAutocorrelation::of(y);
+    ASSERT_TRUE(correlation.has_value()) << y.size();
+    ASSERT_EQ(correlation->size(), y.size());
+    for (size_t lag = 0; lag < y.size(); ++lag) {
+      ASSERT_TRUE((*correlation)[lag] == bruteForceCorrelation(y, lag))
+          << "N=" << y.size() << " lag " << lag;
+    }
+  }
+  EXPECT_TRUE(VDExactAutocorrelation::of({}).value().empty());
+  // Sums the three primes cannot hold are refused, not wrapped.
+  EXPECT_FALSE(VDExactAutocorrelation::of({int64_t{1} << 42, 0}).has_value());
+  EXPECT_FALSE(VDExactAutocorrelation::of(std::vector<int64_t>(17, int64_t{1} << 40)).has_value());
+}
+
+TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
+  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
+  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
+  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(valuesOf(errors));
+  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  ASSERT_EQ(analysis.points().size(), errors.size() - 1);
+  for (const VDStatisticPoint& point : analysis.points()) {
+    const auto m = static_cast<size_t>(point.windowSize);
+    __int128 exact = 0;
+    for (size_t i = 0; i + m < errors.size(); ++i) {
+      const __int128 difference = static_cast<__int128>(errors[i + m]) - errors[i];
+      exact += difference * difference;
+    }
+    const auto terms = static_cast<double>(errors.size() - m);
+    ASSERT_EQ(point.value, std::sqrt(static_cast<double>(exact) / terms)) << "m=" << m;
+  }
+}
+
+// sum_j (sum_a c_a u[j + a m])^2 over every start, in 128-bit integers.
+__int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t m) {
+  static const std::vector<std::vector<int64_t>> kCoefficients = {
+      {}, {-1, 1}, {1, -2, 1}, {-1, 3, -3, 1}};
+  const std::vector<int64_t>& c = kCoefficients[order];
+  __int128 sum = 0;
+  for (size_t j = 0; j + order * m < u.size(); ++j) {
+    __int128 difference = 0;
+    for (int a = 0; a <= order; ++a) {
+      difference += c[a] * static_cast<__int128>(u[j + a * m]);
+    }
+    sum += difference * difference;
+  }
+  return sum;
+}
+
+TEST(AnalysisFastSums, SumsByTransformsAreTheExactSumsRoundedOnce) {
+  // Values up to 2^34: squared differences far beyond 2^53, where double sums would round. More
+  // than 8192 lags (reported in parts) and many 2048-value blocks; lags from 1 and stepped.
+  for (const auto& [order, count] : {std::pair<int, size_t>{1, 20000}, {2, 20000}, {3, 26000}}) {
+    const std::vector<int64_t> u = randomIntegers(count, int64_t{1} << 34, 10 + order);
+    const VDLaggedDifferenceSums sums(u, order);
+    const int64_t largestLag = (static_cast<int64_t>(count) - 1) / order;
+    for (const auto& [first, step] : {std::pair<int64_t, int64_t>{1, 1}, {5, 611}}) {
+      const VDWindowRange lags = VDWindowRange::clamped(first, kMax, step, 1, largestLag);
+      std::vector<uint64_t> reports;
+      const std::vector<double> exact =
+          sums.sumsOfSquares(lags, [&](uint64_t done) { reports.push_back(done); });
+      // 0 first, then as parts of 8192 lags finish.
+      std::vector<uint64_t> expectedReports = {0};
+      for (uint64_t done = 8192; done < lags.count(); done += 8192) {
+        expectedReports.push_back(done);
+      }
+      expectedReports.push_back(lags.count());
+      EXPECT_EQ(reports, expectedReports) << "order " << order;
+      ASSERT_EQ(exact.size(), lags.count());
+      // A sample of lags, with those on both sides of a report and the last.
+      for (uint64_t index = 0; index < lags.count(); ++index) {
+        const bool sampled =
+            index % 97 == 0 || index % 8192 < 2 || index % 8192 > 8189 || index + 1 == lags.count();
+        const auto m = static_cast<size_t>(lags.at(index));
+        if (sampled) {
+          ASSERT_EQ(exact[index], static_cast<double>(bruteForceSumOfSquares(u, order, m)))
+              << "order " << order << " lag " << m;
+        }
+      }
+    }
+  }
+}
+
+TEST(AnalysisFastSums, TiledSumsEqualTheSumsTakenOneLagAtATime) {
+  // Values too large for exact transforms: up to 2^45 (the tiled double path) and 2^52 (the
+  // integer path). 6000 values: several 2048-term chunks and, at step 1, several tiles of lags.
+  const std::vector<std::vector<int64_t>> sequences = {randomIntegers(6000, int64_t{1} << 45, 5),
+                                                       randomIntegers(1500, int64_t{1} << 52, 6)};
+  for (const std::vector<int64_t>& sequence : sequences) {
+    for (int order = 1; order <= 3; ++order) {
+      const VDLaggedDifferenceSums sums(sequence, order);
+      const auto size = static_cast<int64_t>(sequence.size());
+      const int64_t largestLag = (size - 1) / order;
+      for (const auto& [first, step] : {std::pair<int64_t, int64_t>{1, 1}, {300, 7}}) {
+        const VDWindowRange lags = VDWindowRange::clamped(first, kMax, step, 1, largestLag);
+        uint64_t lastReport = 0;
+        const std::vector<double> tiled = sums.sumsOfSquares(lags, [&lastReport](uint64_t done) {
+          EXPECT_GT(done, lastReport);
+          lastReport = done;
+        });
+        EXPECT_EQ(lastReport, lags.count());
+        ASSERT_EQ(tiled.size(), lags.count());
+        for (uint64_t index = 0; index < lags.count(); ++index) {
+          const int64_t lag = lags.at(index);
+          ASSERT_EQ(tiled[index], sums.sumOfSquares(lag, size - order * lag))
+              << "order " << order << " lag " << lag << " N=" << size;
+        }
+      }
+    }
+  }
+}
+
+std::vector<double> valuesOfPoints(const VDStatisticAnalysis& analysis) {
+  std::vector<double> values;
+  for (const VDStatisticPoint& point : analysis.points()) {
+    values.push_back(point.value);
+  }
+  return values;
+}
+
+template <typename Analysis>
+std::vector<double> analysed(const std::vector<int64_t>& errors, int64_t step) {
+  Analysis analysis(valuesOf(errors));
+  analysis.performAnalysisFromStartWindowSize(1, kMax, step);
+  return valuesOfPoints(analysis);
+}
+
+TEST(AnalysisFastSums, TimeDeviationAfterModifiedAllanDeviationGivesItsOwnValues) {
+  const std::vector<int64_t> first = wanderingPhase(3000, 7);
+  const std::vector<int64_t> second = wanderingPhase(3000, 8);
+  // Alone (the modified sums kept from before are of other data).
+  analysed<VDModifiedAllanDeviationAnalysis>(second, 1);
+  const std::vector<double> alone = analysed<VDTimeDeviationAnalysis>(first, 1);
+  // After the modified Allan deviation of the same series, as the processor runs them.
+  const std::vector<double> modified = analysed<VDModifiedAllanDeviationAnalysis>(first, 1);
+  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
+  // After one of other data or other windows: no stale sums.
+  analysed<VDModifiedAllanDeviationAnalysis>(second, 1);
+  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
+  analysed<VDModifiedAllanDeviationAnalysis>(first, 2);
+  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
+  // TDEV = tau / sqrt(3) MDEV with tau in ns.
+  ASSERT_EQ(modified.size(), alone.size());
+  for (size_t index = 0; index < alone.size(); ++index) {
+    const double tau = static_cast<double>(index + 1) * 1e9;
+    EXPECT_NEAR(alone[index], tau / std::sqrt(3.0) * modified[index], 1e-12 * alone[index]);
+  }
+}
+
+// Records every report, checking their order as they come.
+class RecordingObserver : public VDAnalysisProgress {
+ public:
+  void analysisStarted(const std::string& statisticName, uint64_t windowCount) override {
+    EXPECT_EQ(state, kIdle);
+    state = kRunning;
+    name = statisticName;
+    windows = windowCount;
+    ++starts;
+  }
+  void analysisProgressed(uint64_t windowsDone, double workDone) override {
+    EXPECT_EQ(state, kRunning);
+    EXPECT_GE(windowsDone, lastWindowsDone);
+    EXPECT_GE(workDone, lastWorkDone);
+    EXPECT_LE(windowsDone, windows);
+    EXPECT_LE(workDone, 1.0 + 1e-12);
+    lastWindowsDone = windowsDone;
+    lastWorkDone = workDone;
+  }
+  void analysisFinished() override {
+    EXPECT_EQ(state, kRunning);
+    state = kIdle;
+    ++finishes;
+  }
+
+  enum { kIdle, kRunning } state = kIdle;
+  std::string name;
+  uint64_t windows = 0;
+  uint64_t lastWindowsDone = 0;
+  double lastWorkDone = 0.0;
+  int starts = 0;
+  int finishes = 0;
+};
+
+template <typename Analysis>
+void expectProgressReported(const std::string& name, uint64_t windows, bool reportsWindows) {
+  const std::vector<int64_t> errors = wanderingPhase(3001, 9);
+  Analysis analysis(valuesOf(errors));
+  RecordingObserver observer;
+  analysis.setProgressObserver(&observer);
+  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  EXPECT_EQ(observer.starts, 1) << name;
+  EXPECT_EQ(observer.finishes, 1) << name;
+  EXPECT_EQ(observer.name, name);
+  EXPECT_EQ(observer.windows, windows) << name;
+  if (reportsWindows) {
+    EXPECT_EQ(observer.lastWindowsDone, windows) << name;
+    EXPECT_DOUBLE_EQ(observer.lastWorkDone, 1.0) << name;
+  }
+  // No windows, no reports; without an observer, none either.
+  RecordingObserver idle;
+  analysis.setProgressObserver(&idle);
+  analysis.performAnalysisFromStartWindowSize(5000, kMax, 1);
+  EXPECT_EQ(idle.starts, 0) << name;
+  analysis.setProgressObserver(nullptr);
+  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  EXPECT_EQ(observer.starts, 1) << name;
+}
+
+TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
+  expectProgressReported<VDAllanDeviationAnalysis>("ADEV", 1500, true);
+  expectProgressReported<VDModifiedAllanDeviationAnalysis>("MDEV", 1000, true);
+  expectProgressReported<VDTimeDeviationAnalysis>("TDEV", 1000, true);
+  expectProgressReported<VDRootMeanSquaredTimeIntervalErrorAnalysis>("RMS TIE", 3000, true);
+  // MTIE finishes every window at once.
+  expectProgressReported<VDMaximumTimeIntervalErrorAnalysis>("MTIE", 3000, false);
+}
+
+}  // namespace

@@ -1,0 +1,195 @@
+// Progress of a running statistic: drawn on a pseudo-terminal with a clock the test sets (when it
+// appears, how often it is redrawn, how it is erased, the width it keeps to), never written to a
+// pipe; and the whole tool on a terminal (under script) and in a pipe.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDPTerminalProgress.h"
+
+namespace {
+
+using Clock = VDPTerminalProgress::Clock;
+using std::chrono::milliseconds;
+
+// Everything written to the other end of a terminal or pipe so far.
+std::string drain(int fileDescriptor) {
+  fcntl(fileDescriptor, F_SETFL, fcntl(fileDescriptor, F_GETFL) | O_NONBLOCK);
+  std::string text;
+  char buffer[4096];
+  ssize_t count;
+  while ((count = read(fileDescriptor, buffer, sizeof buffer)) > 0) {
+    text.append(buffer, static_cast<size_t>(count));
+  }
+  return text;
+}
+
+class TerminalProgressTest : public ::testing::Test {
+ protected:
+  VDPTerminalProgress progressOn(int fileDescriptor) {
+    return VDPTerminalProgress(fileDescriptor, [this] { return now; });
+  }
+  void at(int milliseconds) { now = Clock::time_point(std::chrono::milliseconds(milliseconds)); }
+
+  Clock::time_point now;
+};
+
+TEST_F(TerminalProgressTest, DrawnAfterASecondAtMostTenTimesASecondAndErased) {
+  int controller = -1;
+  int terminal = -1;
+  winsize size{};
+  size.ws_col = 100;
+  ASSERT_EQ(openpty(&controller, &terminal, nullptr, nullptr, &size), 0);
+  VDPTerminalProgress progress = progressOn(terminal);
+  at(0);
+  progress.analysisStarted("ADEV", 200);
+  at(999);
+  progress.analysisProgressed(10, 0.05);  // quiet during the first second
+  EXPECT_EQ(drain(controller), "");
+  at(1000);
+  progress.analysisProgressed(20, 0.1);
+  EXPECT_EQ(drain(controller), "\rADEV: 10% of windows, 0:01 elapsed, 0:09 left");
+  at(1099);
+  progress.analysisProgressed(30, 0.2);  // too soon
+  EXPECT_EQ(drain(controller), "");
+  // Without a share of the work done there is no estimate; spaces cover the rest of the
+  // longer line before.
+  at(1100);
+  progress.analysisProgressed(100, 0.0);
+  EXPECT_EQ(drain(controller), "\rADEV: 50% of windows, 0:01 elapsed" + std::string(11, ' '));
+  at(62000);
+  progress.analysisProgressed(200, 1.0);
+  EXPECT_EQ(drain(controller), "\rADEV: 100% of windows, 1:02 elapsed, 0:00 left");
+  progress.analysisFinished();
+  EXPECT_EQ(drain(controller), "\r" + std::string(46, ' ') + "\r");
+
+  // The next statistic starts quiet again; one that never drew erases nothing.
+  progress.analysisStarted("MDEV", 5);
+  at(62500);
+  progress.analysisProgressed(5, 1.0);
+  progress.analysisFinished();
+  EXPECT_EQ(drain(controller), "");
+
+  // A narrow terminal cuts the line short.
+  size.ws_col = 30;
+  ioctl(terminal, TIOCSWINSZ, &size);
+  at(70000);
+  progress.analysisStarted("RMS TIE", 7);
+  at(72000);
+  progress.analysisProgressed(0, 0.0);
+  EXPECT_EQ(drain(controller), "\rRMS TIE: 0% of windows, 0:02 ");
+  at(72200);
+  progress.analysisProgressed(3, 0.5);
+  EXPECT_EQ(drain(controller), "\rRMS TIE: 42% of windows, 0:02");
+  close(terminal);
+  close(controller);
+}
+
+TEST_F(TerminalProgressTest, NothingReachesAPipe) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  VDPTerminalProgress progress = progressOn(ends[1]);
+  at(0);
+  progress.analysisStarted("ADEV", 200);
+  for (int step = 1; step <= 50; ++step) {
+    at(step * 200);
+    progress.analysisProgressed(static_cast<uint64_t>(step * 4), step / 50.0);
+  }
+  progress.analysisFinished();
+  close(ends[1]);
+  EXPECT_EQ(drain(ends[0]), "");
+  close(ends[0]);
+}
+
+TEST(TerminalProgress, DurationsReadAsMinutesAndSecondsOrHours) {
+  EXPECT_EQ(VDPTerminalProgress::durationText(0.0), "0:00");
+  EXPECT_EQ(VDPTerminalProgress::durationText(59.6), "1:00");
+  EXPECT_EQ(VDPTerminalProgress::durationText(754.0), "12:34");
+  EXPECT_EQ(VDPTerminalProgress::durationText(3725.0), "1:02:05");
+  EXPECT_EQ(VDPTerminalProgress::durationText(-3.0), "0:00");
+}
+
+// Runs a shell command line and returns what it wrote to standard output.
+std::string outputOf(const std::string& command) {
+  std::string output;
+  FILE* stream = popen(command.c_str(), "r");
+  char buffer[4096];
+  size_t count;
+  while ((count = fread(buffer, 1, sizeof buffer, stream)) > 0) {
+    output.append(buffer, count);
+  }
+  pclose(stream);
+  return output;
+}
+
+TEST(TerminalProgress, TheToolShowsProgressOnATerminalOnlyAndErasesIt) {
+  // A statistic that runs for seconds on any current processor, while the plots stay small:
+  // time errors alternating between +-5000 s are too large for the exact sums by transforms,
+  // so the 50,000 smallest ADEV windows of 400,000 samples take some 2e10 terms one by one.
+  TestSupport::TempDir dir;
+  std::string data;
+  data.reserve(400000 * 32);
+  for (int i = 0; i < 400000; ++i) {
+    char line[64];
+    std::snprintf(line, sizeof line, "%d,%d,%s5000.%09d\n", i, i, i % 2 == 0 ? "" : "-",
+                  i * 7 % 101);
+    data += line;
+  }
+  TestSupport::writeFile(dir / "long.csv", data);
+  const std::vector<std::string> arguments = {"time-error",
+                                              "--data",
+                                              (dir / "long.csv").string(),
+                                              "--output",
+                                              (dir / "out").string(),
+                                              "--no-madev",
+                                              "--no-tdev",
+                                              "--no-rmstie",
+                                              "--no-mtie",
+                                              "--window-upper",
+                                              "50000"};
+  const std::string transcript = TestSupport::banner() +
+                                 "Loading time errors into memory...\n"
+                                 "Running Allan Deviation Analysis...\n"
+                                 "Analysis Done\n";
+
+  // In a pipe: the transcript alone.
+  const TestSupport::ToolRun piped = TestSupport::runTool(arguments);
+  EXPECT_EQ(piped.out, transcript);
+  EXPECT_EQ(piped.err, "");
+  EXPECT_EQ(piped.status, 1);
+
+  // On a terminal (script gives the tool one and copies it to its own standard output, with
+  // line ends as the terminal sends them): the same lines, and between the ADEV line and the
+  // end the progress, drawn and erased.
+  std::string command = "script -q -e -c '" + TestSupport::toolPath().string();
+  for (const std::string& argument : arguments) {
+    command += " " + argument;
+  }
+  command += "' /dev/null";
+  const std::string onTerminal = outputOf(command);
+  const size_t adevLine = onTerminal.find("Running Allan Deviation Analysis...\r\n");
+  const size_t doneLine = onTerminal.find("Analysis Done\r\n");
+  ASSERT_NE(adevLine, std::string::npos) << onTerminal;
+  ASSERT_NE(doneLine, std::string::npos) << onTerminal;
+  const std::string between = onTerminal.substr(adevLine, doneLine - adevLine);
+  const size_t drawn = between.find("\rADEV: ");
+  ASSERT_NE(drawn, std::string::npos) << between;
+  EXPECT_NE(between.find("% of windows, ", drawn), std::string::npos) << between;
+  EXPECT_NE(between.find(" elapsed", drawn), std::string::npos) << between;
+  // Erased: spaces over the last line drawn, and the cursor back at the line's start.
+  const size_t erased = between.rfind("\r");
+  ASSERT_NE(erased, std::string::npos);
+  EXPECT_EQ(between.substr(erased - 1, 2), " \r") << between;
+  EXPECT_EQ(erased + 1, between.size()) << between;
+}
+
+}  // namespace
