@@ -6,10 +6,14 @@
 #include <cstring>
 #include <deque>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
 
+#include "VDCSVBuffer.h"
+#include "VDCoarseOffsetSearch.h"
+#include "VDCorrelationPeak.h"
 #include "VDFFTCorrelator.h"
 
 namespace {
@@ -28,9 +32,36 @@ constexpr double kKernelBeta = 11.0;
 constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
 constexpr double kMinimumPeakCorrelation = 0.2;
-constexpr double kOffsetSearchSeconds = 2.0;
-constexpr double kOffsetSearchStretchSeconds = 0.25;
 constexpr double kSearchPeakRatio = 1.5;
+constexpr double kSearchStretchSeconds = 0.25;
+constexpr size_t kCoarseCandidates = 3;
+
+// The peak judge: a peak within kPeakTolerance samples of the prediction is the delay followed,
+// plus kDriftUncertainty (once the drift is known) of the distance to the last measured window.
+constexpr double kPeakTolerance = 2.0;
+// A value whose standard uncertainty exceeds a hundredth of a sample (208 ns at 48 kHz) is not
+// given: such windows (a quiet syllable, a note fading into the noise) would scatter by
+// microseconds and wreck the statistics drawn from the series.
+constexpr double kMaximumUncertainty = 0.01;
+constexpr double kDriftUncertainty = 2e-5;
+
+// The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
+// then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
+// delay is followed searches +-kNearSearchSeconds around it (at once where A is loud or just
+// after a measured window, else every kNearSearchSpacingSeconds), +-kWideSearchSeconds after
+// kWideSearchAfterSeconds without a value, and all of B after kCoarseSearchAfterSeconds. The two
+// wider ones run where A is loud (kLoudOverQuiet times its quietest window's mean square), or
+// after kUnconditionalSearchSeconds without a value; pauses in speech cost no searches.
+constexpr double kFirstRetrySeconds = 0.5;
+constexpr double kLongestRetrySeconds = 8.0;
+constexpr double kNearSearchSeconds = 0.05;
+constexpr double kNearSearchSpacingSeconds = 0.5;
+constexpr double kWideSearchSeconds = 2.0;
+constexpr double kWideSearchAfterSeconds = 1.0;
+constexpr double kCoarseSearchAfterSeconds = 4.0;
+constexpr double kUnconditionalSearchSeconds = 3.0;
+constexpr double kLoudOverQuiet = 10.0;
+constexpr double kQuietMargin = 3.0;
 constexpr int64_t kMaximumCorrelationLength = int64_t{1} << 22;
 constexpr int64_t kMaximumSearchRange = int64_t{1} << 20;
 constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
@@ -42,6 +73,10 @@ constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
 constexpr size_t kDriftHistory = 16;
 constexpr size_t kMinimumDriftHistory = 4;
 constexpr double kMaximumDrift = 1e-2;
+// The first windows of a track are measured again through the drift until it moves their ends
+// by less than kDriftSettled samples, at most kMaximumDriftRounds times.
+constexpr int kMaximumDriftRounds = 8;
+constexpr double kDriftSettled = 1e-5;
 
 // Steps per sample of the tabulated interpolator used to read B through the drift; linear
 // interpolation between them is good to about 1e-7 of full scale.
@@ -158,6 +193,16 @@ double energy(const float* samples, int64_t length, int64_t from, int64_t count)
     sum += static_cast<double>(samples[i]) * samples[i];
   }
   return sum;
+}
+
+int64_t nonZeroCount(const float* samples, int64_t length, int64_t from, int64_t count) {
+  const int64_t begin = std::max<int64_t>(from, 0);
+  const int64_t end = std::min(from + count, length);
+  int64_t nonZero = 0;
+  for (int64_t i = begin; i < end; ++i) {
+    nonZero += samples[i] != 0.0f ? 1 : 0;
+  }
+  return nonZero;
 }
 
 double dotProduct(const double* x, const double* y, int64_t count) {
@@ -353,6 +398,10 @@ const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
       return "silent";
     case VDAudioTimeErrorCalculator::WindowStatus::Weak:
       return "weak";
+    case VDAudioTimeErrorCalculator::WindowStatus::Ambiguous:
+      return "ambiguous";
+    case VDAudioTimeErrorCalculator::WindowStatus::Uncertain:
+      return "uncertain";
     case VDAudioTimeErrorCalculator::WindowStatus::Lost:
       return "lost";
     case VDAudioTimeErrorCalculator::WindowStatus::Outside:
@@ -364,21 +413,45 @@ const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
 }  // namespace
 
 // What one calculation carries from window to window: the delay being followed and its drift,
-// the transforms and the scratch buffers, made once and reused.
+// the searches' schedule, a step waiting for confirmation, and the transforms and scratch
+// buffers, made once and reused.
 struct VDAudioTimeErrorCalculator::Tracking {
   bool haveDelay = false;
   double anchorDelay = 0.0;   // samples of delay, measured or found at anchorCentre
   double anchorCentre = 0.0;  // channel A sample position
   double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
+  double polarity = 1.0;      // -1 when B is measured upside down
   std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
   std::vector<Window*> provisional;  // windows of this track measured before the drift was known
-  int64_t nextSearchStart = std::numeric_limits<int64_t>::min();
-  int64_t searchRange = 0;    // wide search: lags -searchRange..searchRange
-  int64_t searchLength = 0;   // wide search: samples of channel A
-  int64_t searchSpacing = 0;  // wide search: samples between attempts
-  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;   // A's window, B sliding
-  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;  // B's window, A sliding
-  std::unique_ptr<VDFFTCorrelator> searchCorrelator;
+  bool searchesAllowed = true;       // false when measuring backwards from the first match
+
+  // A step in the delay seen in one window, taken once the next window confirms it.
+  struct Candidate {
+    double delay = 0.0;
+    double centre = 0.0;
+    double polarity = 1.0;
+    Window* window = nullptr;
+  };
+  std::optional<Candidate> candidate;
+
+  // The searches' schedule, in channel A samples.
+  int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
+  double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
+  int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
+  int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
+  int64_t wideSpacing = 0;
+  int64_t nextCoarseSearch = std::numeric_limits<int64_t>::min();
+  int64_t coarseSpacing = 0;
+  std::vector<int64_t> coarseLags;  // the last coarse search's matches, valid for
+  int64_t coarseFrom = 0;           // windows starting in [coarseFrom, coarseUntil)
+  int64_t coarseUntil = 0;
+  int64_t coarseStretchStart = 0;
+
+  int64_t searchLength = 0;  // fine searches: samples of channel A
+  VDCoarseOffsetSearch* coarse = nullptr;
+  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;                    // A's window, B sliding
+  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;                   // B's window, A sliding
+  std::map<size_t, std::unique_ptr<VDFFTCorrelator>> searchCorrelators;  // by transform size
   std::vector<double> rawB;         // B's samples behind warpedB
   std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
   std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
@@ -391,6 +464,16 @@ struct VDAudioTimeErrorCalculator::Tracking {
     return anchorDelay + drift * (centre - anchorCentre);
   }
 
+  bool driftKnown() const { return history.size() >= kMinimumDriftHistory; }
+
+  // How far from the prediction a peak may lie and still be the delay followed: two samples,
+  // plus what an error in the drift can add since the last measured window (the largest drift
+  // followed while it is not known yet).
+  double tolerance(double centre) const {
+    const double driftError = driftKnown() ? kDriftUncertainty : kMaximumDrift;
+    return kPeakTolerance + driftError * std::fabs(centre - anchorCentre);
+  }
+
   void anchor(double centre, double delay) {
     haveDelay = true;
     anchorCentre = centre;
@@ -398,9 +481,15 @@ struct VDAudioTimeErrorCalculator::Tracking {
   }
 
   void forgetDrift() {
+    restartLine();
+    drift = 0.0;
+  }
+
+  // A step: the drift line is fitted again from here on; its last slope stands in until then.
+  void restartLine() {
     history.clear();
     provisional.clear();
-    drift = 0.0;
+    candidate.reset();
   }
 
   // Adds a measured window; the drift is fitted again from the last kDriftHistory windows.
@@ -414,10 +503,10 @@ struct VDAudioTimeErrorCalculator::Tracking {
 
   // Least-squares slope of the recent delays: the next windows read B through it, so that a
   // window's correlation follows the drift inside the window instead of averaging it with
-  // weights set by where the signal happens to be loud.
+  // weights set by where the signal happens to be loud. Until enough windows are in, the last
+  // slope stands.
   void fitDrift() {
-    if (history.size() < kMinimumDriftHistory) {
-      drift = 0.0;
+    if (!driftKnown()) {
       return;
     }
     double meanX = 0, meanY = 0;
@@ -473,21 +562,19 @@ bool VDAudioTimeErrorCalculator::parametersUsable() const {
   return true;
 }
 
+int64_t VDAudioTimeErrorCalculator::secondsInSamples(double seconds) const {
+  return static_cast<int64_t>(
+      std::min(std::ceil(seconds * _samplingRate), static_cast<double>(kMaximumSearchRange)));
+}
+
 VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() const {
   const int64_t windowLength = _correlationLength;
   Tracking tracking;
-  tracking.searchRange = static_cast<int64_t>(
-      std::min({std::ceil(kOffsetSearchSeconds * _samplingRate), static_cast<double>(_length - 1),
-                static_cast<double>(kMaximumSearchRange)}));
   // A short stretch: with the clocks drifting, a long one would hold many different lags.
-  tracking.searchLength = std::min(
-      std::max(windowLength,
-               static_cast<int64_t>(std::min(std::ceil(kOffsetSearchStretchSeconds * _samplingRate),
-                                             static_cast<double>(_length)))),
-      _length);
-  tracking.searchSpacing = std::max<int64_t>(
-      windowLength,
-      static_cast<int64_t>(std::min(std::ceil(_samplingRate / 2.0), static_cast<double>(_length))));
+  tracking.searchLength =
+      std::min(std::max(windowLength, secondsInSamples(kSearchStretchSeconds)), _length);
+  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
+  tracking.wideSpacing = secondsInSamples(kWideSearchAfterSeconds);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
   return tracking;
@@ -498,8 +585,10 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   if (!parametersUsable()) {
     return;
   }
+  VDCoarseOffsetSearch coarse(_channelA, _channelB, _length, _samplingRate);
   // The transforms are planned once here and lent to the backward pass.
   Tracking tracking = newTracking();
+  tracking.coarse = &coarse;
   const size_t transformSize =
       VDFFTCorrelator::fastSize(static_cast<size_t>(_correlationLength + 2 * kLagMargin));
   tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
@@ -518,8 +607,9 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
       backwards.anchorDelay = tracking.anchorDelay;
       backwards.anchorCentre = tracking.anchorCentre;
       backwards.drift = tracking.drift;
+      backwards.polarity = tracking.polarity;
       backwards.history = tracking.history;
-      backwards.nextSearchStart = std::numeric_limits<int64_t>::max();
+      backwards.searchesAllowed = false;
       std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
       std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
       for (int64_t earlier = index - 1; earlier >= 0; --earlier) {
@@ -531,98 +621,215 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   }
 }
 
+double VDAudioTimeErrorCalculator::windowCentre(int64_t start) const {
+  return static_cast<double>(start) + static_cast<double>(_correlationLength - 1) / 2.0;
+}
+
 void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking,
                                                Window& window) const {
   const int64_t windowLength = _correlationLength;
-  const double windowCentre = static_cast<double>(start) + (windowLength - 1) / 2.0;
+  const double centre = windowCentre(start);
   window = Window{};
   window.start = start;
-  window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(windowCentre)) : 0;
-  if (!(energy(_channelA, _length, start, windowLength) > 0.0)) {
+  window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(centre)) : 0;
+  window.bInverted = tracking.polarity < 0.0;
+  // A window is judged on the part that holds signal: a few samples at the edge of digital
+  // silence correlate well at almost any lag.
+  if (4 * nonZeroCount(_channelA, _length, start, windowLength) < windowLength) {
     window.status = WindowStatus::Silent;
     return;
   }
-  // A wide search re-anchors the tracking when it finds a lag other than the predicted one.
-  const auto trySearch = [&]() {
-    if (start < tracking.nextSearchStart) {
-      return false;
-    }
-    tracking.nextSearchStart = start + tracking.searchSpacing;
-    const std::optional<int64_t> found = searchOffset(start, tracking);
-    if (!found ||
-        (tracking.haveDelay && *found == std::llround(tracking.predictedDelay(windowCentre)))) {
-      return false;
-    }
-    tracking.anchor(windowCentre, static_cast<double>(*found));
-    tracking.forgetDrift();
-    return true;
-  };
-  if (!tracking.haveDelay && !trySearch()) {
+  const double meanSquare =
+      energy(_channelA, _length, start, windowLength) / static_cast<double>(windowLength);
+  tracking.quietEnergy = std::min(tracking.quietEnergy, meanSquare);
+  if (!tracking.haveDelay && !(tracking.searchesAllowed && findFirstOffset(start, tracking))) {
     window.status = WindowStatus::Weak;
     return;
   }
 
-  double predicted = tracking.predictedDelay(windowCentre);
+  const double predicted = tracking.predictedDelay(centre);
   Peak peak;
-  WindowStatus status = correlateAround(start, predicted, tracking, peak);
-  if ((status == WindowStatus::Weak || status == WindowStatus::Lost) && trySearch()) {
-    predicted = tracking.predictedDelay(windowCentre);
-    status = correlateAround(start, predicted, tracking, peak);
-  }
-  window.status = status;
-  window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
-  window.peakCorrelation = peak.correlation;
-  if (status == WindowStatus::Lost) {
-    // Follow the slope: the next window searches around the edge this one reached.
-    tracking.anchor(windowCentre, predicted + static_cast<double>(peak.offset));
-    tracking.forgetDrift();
-  }
-  if (status != WindowStatus::Used) {
+  const WindowStatus status = measureAt(
+      start, predicted, tracking.polarity, tracking.tolerance(centre),
+      !tracking.driftKnown() || tracking.tolerance(centre) > 2 * kPeakTolerance, tracking, peak);
+  fillWindow(predicted, tracking.polarity, peak, window);
+  if (status == WindowStatus::Used) {
+    acceptWindow(start, predicted, peak, tracking, window);
     return;
   }
+  window.status = status;
+  if (!tracking.searchesAllowed || status == WindowStatus::Uncertain) {
+    // A window that fits the delay followed, if too noisy to give a value, is no step.
+    tracking.candidate.reset();
+    return;
+  }
+  if (tracking.candidate && tracking.candidate->window != &window &&
+      takeStep(start, tracking, window)) {
+    return;
+  }
+  tracking.candidate.reset();
+  if (status != WindowStatus::Weak && status != WindowStatus::Lost &&
+      status != WindowStatus::Ambiguous) {
+    return;
+  }
+  // A step in the delay? A search of B around the prediction tells best, as it compares a quarter
+  // second; failing that, a clear peak elsewhere in this window's range. Either is a candidate
+  // for the next window to confirm.
+  const bool loud = meanSquare >= kLoudOverQuiet * tracking.quietEnergy;
+  const bool quiet = meanSquare < kQuietMargin * tracking.quietEnergy;
+  if (std::optional<SearchHit> hit = searchStep(start, predicted, loud, quiet, tracking)) {
+    // The match must hold at this window too before it is a candidate.
+    Peak candidatePeak;
+    const double found = static_cast<double>(hit->lag);
+    const double allowed = kPeakTolerance + kMaximumDrift * std::fabs(centre - hit->centre);
+    if (measureAt(start, found, hit->polarity, allowed, true, tracking, candidatePeak) ==
+        WindowStatus::Used) {
+      tracking.candidate = Tracking::Candidate{found + static_cast<double>(candidatePeak.offset),
+                                               centre, hit->polarity, &window};
+      return;
+    }
+  }
+  if (peak.correlation >= kMinimumPeakCorrelation && peak.clear && !peak.onEdge &&
+      std::fabs(static_cast<double>(peak.offset)) > tracking.tolerance(centre)) {
+    tracking.candidate = Tracking::Candidate{predicted + static_cast<double>(peak.offset), centre,
+                                             tracking.polarity, &window};
+  }
+}
+
+void VDAudioTimeErrorCalculator::fillWindow(double predicted, double polarity, const Peak& peak,
+                                            Window& window) const {
+  window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
+  window.peakCorrelation = peak.correlation;
+  window.peakRatio = peak.ratio;
+  window.bInverted = polarity < 0.0;
+}
+
+bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Window& window) const {
+  // The delay followed failed again: if the candidate holds here as well, the step is real.
+  const Tracking::Candidate candidate = *tracking.candidate;
+  tracking.candidate.reset();
+  const double centre = windowCentre(start);
+  const double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
+  const double allowed =
+      kPeakTolerance + (tracking.driftKnown() ? kDriftUncertainty : kMaximumDrift) *
+                           std::fabs(centre - candidate.centre);
+  Peak peak;
+  if (measureAt(start, predicted, candidate.polarity, allowed, true, tracking, peak) !=
+      WindowStatus::Used) {
+    return false;
+  }
+  tracking.anchor(candidate.centre, candidate.delay);
+  tracking.polarity = candidate.polarity;
+  tracking.restartLine();
+  fillWindow(predicted, candidate.polarity, peak, window);
+  acceptWindow(start, predicted, peak, tracking, window);
+  // The window that first showed the step is measured again on the new delay.
+  if (Window* earlier = candidate.window) {
+    const double earlierCentre = windowCentre(earlier->start);
+    const double earlierPredicted = tracking.predictedDelay(earlierCentre);
+    Peak earlierPeak;
+    if (measureAt(earlier->start, earlierPredicted, tracking.polarity,
+                  tracking.tolerance(earlierCentre), true, tracking,
+                  earlierPeak) == WindowStatus::Used) {
+      fillWindow(earlierPredicted, tracking.polarity, earlierPeak, *earlier);
+      earlier->status = WindowStatus::Used;
+      earlier->refinedLag = refinedDelay(earlier->start, earlierPredicted, earlierPeak, tracking);
+      earlier->delayUncertainty = earlierPeak.uncertainty;
+      tracking.remember(earlierCentre, earlier->refinedLag);
+      if (!tracking.driftKnown()) {
+        tracking.provisional.push_back(earlier);
+      }
+    }
+    tracking.anchor(centre, window.refinedLag);
+  }
+  return true;
+}
+
+VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
+    int64_t start, double predicted, double polarity, double tolerance, bool requireClear,
+    Tracking& tracking, Peak& peak) const {
+  const double kept = tracking.polarity;
+  tracking.polarity = polarity;
+  const WindowStatus status = correlateAround(start, predicted, tracking, peak);
+  tracking.polarity = kept;
+  if (status != WindowStatus::Used) {
+    return status;
+  }
+  if (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear)) {
+    return WindowStatus::Ambiguous;
+  }
+  // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
+  // judged once it has been measured again through the drift.
+  if (tracking.driftKnown() && !(peak.uncertainty <= kMaximumUncertainty)) {
+    return WindowStatus::Uncertain;
+  }
+  return WindowStatus::Used;
+}
+
+void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, const Peak& peak,
+                                              Tracking& tracking, Window& window) const {
+  const double centre = windowCentre(start);
+  window.status = WindowStatus::Used;
   window.refinedLag = refinedDelay(start, predicted, peak, tracking);
+  window.delayUncertainty = peak.uncertainty;
+  tracking.candidate.reset();
+  tracking.lastUsedStart = start;
+  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
+  tracking.wideSpacing = secondsInSamples(kWideSearchAfterSeconds);
   if (tracking.history.empty()) {
-    // The prediction was a whole-sample lag from a wide search, so the two directions' windows
-    // met the signal up to half a sample apart and their pulls cancelled only in part. Once more,
-    // centred on what this window measured.
-    tracking.anchor(windowCentre, window.refinedLag);
+    // The prediction was a whole-sample lag from a search (or a step), so the two directions'
+    // windows met the signal up to half a sample apart and their pulls cancelled only in part.
+    // Once more, centred on what this window measured.
+    tracking.anchor(centre, window.refinedLag);
     remeasure(tracking, window);
   }
-  tracking.anchor(windowCentre, window.refinedLag);
-  tracking.remember(windowCentre, window.refinedLag);
-  if (tracking.history.size() < kMinimumDriftHistory) {
+  tracking.anchor(centre, window.refinedLag);
+  tracking.remember(centre, window.refinedLag);
+  if (!tracking.driftKnown()) {
     tracking.provisional.push_back(&window);
   } else if (!tracking.provisional.empty()) {
     // The drift has just become known: the windows measured without it, this one included, are
-    // measured again through it, and the drift is fitted to what they give now.
-    // Twice, since the first fit still rests on values the drift had pulled.
+    // measured again through it, and the drift is fitted to what they give now, until it
+    // settles (a long window at a high drift needs a few rounds).
     tracking.provisional.push_back(&window);
-    for (int round = 0; round < 2; ++round) {
+    for (int round = 0; round < kMaximumDriftRounds; ++round) {
+      const double before = tracking.drift;
       for (Window* earlier : tracking.provisional) {
-        tracking.anchor(windowCentre, window.refinedLag);
+        tracking.anchor(centre, window.refinedLag);
         remeasure(tracking, *earlier);
-        const double earlierCentre = static_cast<double>(earlier->start) + (windowLength - 1) / 2.0;
-        for (auto& [centre, delay] : tracking.history) {
-          if (centre == earlierCentre) {
+        const double earlierCentre = windowCentre(earlier->start);
+        for (auto& [historyCentre, delay] : tracking.history) {
+          if (historyCentre == earlierCentre) {
             delay = earlier->refinedLag;
           }
         }
       }
       tracking.fitDrift();
+      if (std::fabs(tracking.drift - before) * static_cast<double>(_correlationLength) <
+          kDriftSettled) {
+        break;
+      }
+    }
+    for (Window* earlier : tracking.provisional) {
+      if (!(earlier->delayUncertainty <= kMaximumUncertainty)) {
+        earlier->status = WindowStatus::Uncertain;
+      }
     }
     tracking.provisional.clear();
-    tracking.anchor(windowCentre, window.refinedLag);
+    tracking.anchor(centre, window.refinedLag);
   }
 }
 
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
-  const double windowCentre = static_cast<double>(window.start) + (_correlationLength - 1) / 2.0;
-  const double predicted = tracking.predictedDelay(windowCentre);
+  const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
-  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used) {
+  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used &&
+      std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
     window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
     window.peakCorrelation = peak.correlation;
+    window.peakRatio = peak.ratio;
+    window.delayUncertainty = peak.uncertainty;
   }
 }
 
@@ -631,6 +838,92 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
   // B was read through the drift estimate, centred on the window's centre, so an offset k there
   // stands for k (1 + drift) samples of B's own.
   return predicted + refinedOffset(start, peak.offset, tracking) * (1.0 + tracking.drift);
+}
+
+bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
+  if (std::optional<SearchHit> hit = searchCoarse(start, tracking)) {
+    tracking.anchor(hit->centre, static_cast<double>(hit->lag));
+    tracking.polarity = hit->polarity;
+    tracking.forgetDrift();
+    return true;
+  }
+  return false;
+}
+
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchCoarse(
+    int64_t start, Tracking& tracking) const {
+  if (start < tracking.coarseFrom || start >= tracking.coarseUntil) {
+    // The last coarse matches no longer cover this window: a new coarse search, when due.
+    if (start < tracking.nextCoarseSearch) {
+      return std::nullopt;
+    }
+    VDCoarseOffsetSearch& coarse = *tracking.coarse;
+    tracking.coarseLags = coarse.candidates(start, kCoarseCandidates);
+    tracking.coarseStretchStart = coarse.stretchStart(start);
+    tracking.coarseFrom = start;
+    tracking.coarseUntil = tracking.coarseStretchStart + coarse.stretchLength();
+    tracking.nextCoarseSearch = start + tracking.coarseSpacing;
+    tracking.coarseSpacing =
+        std::min(2 * tracking.coarseSpacing, secondsInSamples(kLongestRetrySeconds));
+    if (tracking.coarseLags.empty()) {
+      // A steady sound (a hum, noise, many tones) has no loudness pattern, and a drift smears
+      // the fast flicker it has: then the samples themselves are searched, within +-2 s.
+      return searchOffset(start, 0, secondsInSamples(kWideSearchSeconds), tracking);
+    }
+  }
+  for (int64_t lag : tracking.coarseLags) {
+    // The coarse lag holds for the whole stretch to a block or two; a drift moves the lag at
+    // this window away from it by up to kMaximumDrift of the distance.
+    const int64_t distance =
+        std::abs(start - tracking.coarseStretchStart) + tracking.coarse->stretchLength();
+    const int64_t range =
+        2 * tracking.coarse->blockLength() +
+        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(distance)));
+    if (std::optional<SearchHit> hit = searchOffset(start, lag, range, tracking)) {
+      return hit;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchStep(
+    int64_t start, double predicted, bool loud, bool quiet, Tracking& tracking) const {
+  const int64_t around = std::llround(predicted);
+  const auto differs = [&](const std::optional<SearchHit>& hit) {
+    return hit && (std::fabs(static_cast<double>(hit->lag) - predicted) > kPeakTolerance ||
+                   hit->polarity != tracking.polarity);
+  };
+  // Near: dropouts and inserted blocks of up to 50 ms, looked for at once where A is not quiet
+  // just after a measured window, else at most every half second.
+  const bool recent = start - tracking.lastUsedStart <= 2 * _interval;
+  if (loud || (recent && !quiet) || start >= tracking.nextNearSearch) {
+    tracking.nextNearSearch = start + secondsInSamples(kNearSearchSpacingSeconds);
+    std::optional<SearchHit> hit =
+        searchOffset(start, around, secondsInSamples(kNearSearchSeconds), tracking);
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  const int64_t sinceUsed = start - tracking.lastUsedStart;
+  const bool due = loud || sinceUsed >= secondsInSamples(kUnconditionalSearchSeconds);
+  if (due && sinceUsed >= secondsInSamples(kWideSearchAfterSeconds) &&
+      start >= tracking.nextWideSearch) {
+    tracking.nextWideSearch = start + tracking.wideSpacing;
+    tracking.wideSpacing =
+        std::min(2 * tracking.wideSpacing, secondsInSamples(kLongestRetrySeconds));
+    std::optional<SearchHit> hit =
+        searchOffset(start, around, secondsInSamples(kWideSearchSeconds), tracking);
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  if (due && sinceUsed >= secondsInSamples(kCoarseSearchAfterSeconds)) {
+    std::optional<SearchHit> hit = searchCoarse(start, tracking);
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  return std::nullopt;
 }
 
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAround(
@@ -661,12 +954,23 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
   tracking.validBegin = static_cast<int64_t>(validBegin);
   tracking.validEnd = static_cast<int64_t>(validEnd);
   const int64_t validCount = tracking.validEnd - tracking.validBegin;
+  // B's matching stretch must hold signal over most of the window too.
+  const int64_t wholeDelay = static_cast<int64_t>(std::floor(predicted));
+  if (4 * nonZeroCount(_channelB, _length, start + wholeDelay + tracking.validBegin, validCount) <
+      windowLength) {
+    return WindowStatus::Silent;
+  }
 
   const double whole = std::floor(predicted);
   const int64_t extendedLength = windowLength + 2 * kLagMargin;
   copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
              predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
              tracking.rawB, tracking.warpedB.data());
+  if (tracking.polarity < 0.0) {
+    for (double& value : tracking.warpedB) {
+      value = -value;
+    }
+  }
   VDFFTCorrelator& forward = *tracking.forwardCorrelator;
   VDFFTCorrelator& backward = *tracking.backwardCorrelator;
   std::fill(forward.reference(), forward.reference() + windowLength, 0.0);
@@ -684,13 +988,13 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
-  int64_t best = -kTrackingRadius;
-  for (int64_t offset = -kTrackingRadius; offset <= kTrackingRadius; ++offset) {
-    if (tracking.correlation[kLagMargin + offset] > tracking.correlation[kLagMargin + best]) {
-      best = offset;
-    }
-  }
+  const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - kTrackingRadius,
+                                 kTrackingRadius);
+  const int64_t best = judged.best();
   peak.offset = best;
+  peak.ratio = judged.ratio();
+  peak.clear = judged.clear();
+  peak.onEdge = judged.onEdge();
   double energyB = 0.0;
   for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
     const double b = tracking.warpedB[kLagMargin + best + n];
@@ -701,31 +1005,39 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     return WindowStatus::Silent;
   }
   peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
+  peak.uncertainty =
+      VDCorrelationPeak::delayUncertainty(judged.curvature(), peak.correlation, validCount);
   if (!(peak.correlation >= kMinimumPeakCorrelation)) {
     return WindowStatus::Weak;
   }
-  if (best == -kTrackingRadius || best == kTrackingRadius) {
+  if (peak.onEdge) {
     return WindowStatus::Lost;
   }
   return WindowStatus::Used;
 }
 
-std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
-                                                                Tracking& tracking) const {
-  const int64_t range = tracking.searchRange;
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchOffset(
+    int64_t start, int64_t around, int64_t range, Tracking& tracking) const {
+  // Lags around - range .. around + range of B against a stretch of A from start.
   const int64_t stretch = std::min(tracking.searchLength, _length - start);
-  const int64_t otherLength = stretch + 2 * range;
-  if (tracking.searchCorrelator == nullptr) {
-    tracking.searchCorrelator = std::make_unique<VDFFTCorrelator>(
-        VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range)));
+  if (stretch < 1 || range < 0) {
+    return std::nullopt;
   }
-  VDFFTCorrelator& correlator = *tracking.searchCorrelator;
+  const int64_t otherLength = stretch + 2 * range;
+  const size_t size =
+      VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range));
+  std::unique_ptr<VDFFTCorrelator>& slot = tracking.searchCorrelators[size];
+  if (slot == nullptr) {
+    slot = std::make_unique<VDFFTCorrelator>(size);
+  }
+  VDFFTCorrelator& correlator = *slot;
   double* reference = correlator.reference();
   double* other = correlator.other();
+  const int64_t otherStart = start + around - range;
   // Beyond the stretch the inputs must be zero; an earlier, longer search may have left samples.
   copyZeroExtended(_channelA, _length, start, stretch, reference);
   std::fill(reference + stretch, reference + correlator.size(), 0.0);
-  copyZeroExtended(_channelB, _length, start - range, otherLength, other);
+  copyZeroExtended(_channelB, _length, otherStart, otherLength, other);
   std::fill(other + otherLength, other + correlator.size(), 0.0);
 
   // Energies over any overlap, from running sums of the squares.
@@ -741,27 +1053,29 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
 
   const double* correlation = correlator.correlate();
+  // Scored by magnitude: B upside down matches as well as upright.
   std::vector<double>& scores = tracking.scores;
   scores.assign(static_cast<size_t>(2 * range + 1), -std::numeric_limits<double>::infinity());
   double bestScore = -std::numeric_limits<double>::infinity();
-  int64_t bestLag = 0;
-  for (int64_t lag = -range; lag <= range; ++lag) {
-    // Samples n of the stretch whose partner start + n + lag lies inside channel B.
-    const int64_t first = std::max<int64_t>(0, -(start + lag));
-    const int64_t last = std::min(stretch, _length - start - lag);
+  int64_t bestIndex = 0;
+  for (int64_t index = 0; index <= 2 * range; ++index) {
+    // Samples n of the stretch whose partner otherStart + index + n lies inside channel B.
+    const int64_t bFirst = otherStart + index;
+    const int64_t first = std::max<int64_t>(0, -bFirst);
+    const int64_t last = std::min(stretch, _length - bFirst);
     if (last <= first || 2 * (last - first) < stretch) {
       continue;
     }
     const double energyA = prefixA[last] - prefixA[first];
-    const double energyB = prefixB[last + lag + range] - prefixB[first + lag + range];
+    const double energyB = prefixB[last + index] - prefixB[first + index];
     if (!(energyA > 0.0 && energyB > 0.0)) {
       continue;
     }
-    const double score = correlation[lag + range] / std::sqrt(energyA * energyB);
-    scores[lag + range] = score;
+    const double score = std::fabs(correlation[index]) / std::sqrt(energyA * energyB);
+    scores[index] = score;
     if (score > bestScore) {
       bestScore = score;
-      bestLag = lag;
+      bestIndex = index;
     }
   }
   if (!(bestScore >= kMinimumPeakCorrelation)) {
@@ -769,8 +1083,8 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
   // The peak must stand clear of every other: a signal that repeats itself (a held note, a
   // rhythm, a few steady tones) matches at several lags, and a wrong lag is worse than none.
-  int64_t lobeBegin = bestLag + range;
-  int64_t lobeEnd = bestLag + range;
+  int64_t lobeBegin = bestIndex;
+  int64_t lobeEnd = bestIndex;
   while (lobeBegin > 0 && scores[lobeBegin - 1] < scores[lobeBegin]) {
     --lobeBegin;
   }
@@ -782,7 +1096,11 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
       return std::nullopt;
     }
   }
-  return bestLag;
+  SearchHit hit;
+  hit.lag = around - range + bestIndex;
+  hit.polarity = correlation[bestIndex] < 0.0 ? -1.0 : 1.0;
+  hit.centre = static_cast<double>(start) + static_cast<double>(stretch - 1) / 2.0;
+  return hit;
 }
 
 double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffset,
@@ -879,39 +1197,60 @@ std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {
   return values;
 }
 
+namespace {
+
+void appendFormatted(VDCSVBuffer& buffer, const char* format, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  buffer.appendText(text);
+}
+
+}  // namespace
+
 bool VDAudioTimeErrorCalculator::exportTimeErrorToDirectoryURL(
     const std::filesystem::path& directory, const std::string& filename) const {
-  std::FILE* file = std::fopen((directory / filename).c_str(), "w");
-  if (file == nullptr) {
-    return false;
-  }
-  std::fputs("time,time_error\n", file);
+  VDCSVBuffer buffer;
+  buffer.appendText("time,time_error\n");
   for (const Window& window : _windows) {
     if (window.status == WindowStatus::Used) {
-      std::fprintf(file, "%.9f,%.12f\n", windowCentreSeconds(window), delaySeconds(window));
+      appendFormatted(buffer, "%.9f", windowCentreSeconds(window));
+      buffer.appendSeparator();
+      appendFormatted(buffer, "%.12f", delaySeconds(window));
+      buffer.endRow();
     }
   }
-  return std::fclose(file) == 0;
+  return buffer.writeToFile(directory / filename);
 }
 
 bool VDAudioTimeErrorCalculator::exportTimeErrorToPath(const std::string& directoryPath) const {
-  const std::filesystem::path path = std::filesystem::path(directoryPath) / kWindowExportFileName;
-  std::FILE* file = std::fopen(path.c_str(), "w");
-  if (file == nullptr) {
-    return false;
-  }
-  std::fputs("window_start,integer_lag,refined_lag,delay,peak_correlation,used,status\n", file);
+  VDCSVBuffer buffer;
+  buffer.appendText(
+      "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
+      "delay_uncertainty,peak_ratio,b_inverted\n");
   for (const Window& window : _windows) {
     const bool used = window.status == WindowStatus::Used;
-    std::fprintf(file, "%lld,%lld,", static_cast<long long>(window.start),
-                 static_cast<long long>(window.integerLag));
+    buffer.appendInteger(window.start);
+    buffer.appendSeparator();
+    buffer.appendInteger(window.integerLag);
+    buffer.appendSeparator();
     if (used) {
-      std::fprintf(file, "%.9f,%.12f,", window.refinedLag, delaySeconds(window));
+      appendFormatted(buffer, "%.9f", window.refinedLag);
+      buffer.appendSeparator();
+      appendFormatted(buffer, "%.12f", delaySeconds(window));
+      buffer.appendSeparator();
     } else {
-      std::fputs("nan,nan,", file);
+      buffer.appendText("nan,nan,");
     }
-    std::fprintf(file, "%.6f,%d,%s\n", window.peakCorrelation, used ? 1 : 0,
-                 statusName(window.status));
+    appendFormatted(buffer, "%.6f", window.peakCorrelation);
+    buffer.appendText(used ? ",1," : ",0,");
+    buffer.appendText(statusName(window.status));
+    buffer.appendSeparator();
+    // The uncertainty in seconds, with three significant digits.
+    appendFormatted(buffer, "%.3g", used ? window.delayUncertainty / _samplingRate : NAN);
+    buffer.appendSeparator();
+    appendFormatted(buffer, "%.3f", window.peakRatio);
+    buffer.appendText(window.bInverted ? ",1" : ",0");
+    buffer.endRow();
   }
-  return std::fclose(file) == 0;
+  return buffer.writeToFile(std::filesystem::path(directoryPath) / kWindowExportFileName);
 }
