@@ -33,6 +33,8 @@ constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
 constexpr double kMinimumPeakCorrelation = 0.2;
 constexpr double kSearchPeakRatio = 1.5;
+// A search for a step may settle for less, as two windows must then confirm what it found.
+constexpr double kStepSearchPeakRatio = 1.15;
 constexpr double kSearchStretchSeconds = 0.25;
 constexpr size_t kCoarseCandidates = 3;
 
@@ -48,20 +50,24 @@ constexpr double kDriftUncertainty = 2e-5;
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
 // delay is followed searches +-kNearSearchSeconds around it (at once where A is loud or just
-// after a measured window, else every kNearSearchSpacingSeconds), +-kWideSearchSeconds after
-// kWideSearchAfterSeconds without a value, and all of B after kCoarseSearchAfterSeconds. The two
-// wider ones run where A is loud (kLoudOverQuiet times its quietest window's mean square), or
-// after kUnconditionalSearchSeconds without a value; pauses in speech cost no searches.
+// after a measured window, else every kNearSearchSpacingSeconds), then +-kWideSearchSeconds
+// (every kWideSearchSpacingSeconds, twice as long after each failure), and all of B after
+// kCoarseSearchAfterSeconds without a value. The two wider ones run where A is loud
+// (kLoudOverQuiet times its quietest window's mean square, in a recording whose measured windows
+// are kPausesBelowSignal times above that), or after kUnconditionalSearchSeconds without a
+// value; pauses in speech cost no searches.
 constexpr double kFirstRetrySeconds = 0.5;
 constexpr double kLongestRetrySeconds = 8.0;
 constexpr double kNearSearchSeconds = 0.05;
 constexpr double kNearSearchSpacingSeconds = 0.5;
 constexpr double kWideSearchSeconds = 2.0;
-constexpr double kWideSearchAfterSeconds = 1.0;
-constexpr double kCoarseSearchAfterSeconds = 4.0;
+constexpr double kWideSearchSpacingSeconds = 0.5;
+constexpr double kCoarseSearchAfterSeconds = 2.0;
 constexpr double kUnconditionalSearchSeconds = 3.0;
 constexpr double kLoudOverQuiet = 10.0;
 constexpr double kQuietMargin = 3.0;
+constexpr double kPausesBelowSignal = 30.0;
+constexpr double kUsedEnergyWeight = 0.1;
 constexpr int64_t kMaximumCorrelationLength = int64_t{1} << 22;
 constexpr int64_t kMaximumSearchRange = int64_t{1} << 20;
 constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
@@ -437,6 +443,7 @@ struct VDAudioTimeErrorCalculator::Tracking {
   // The searches' schedule, in channel A samples.
   int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
   double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
+  double usedEnergy = 0.0;  // running mean square of A's windows with a value
   int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
   int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
   int64_t wideSpacing = 0;
@@ -574,7 +581,7 @@ VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() c
   tracking.searchLength =
       std::min(std::max(windowLength, secondsInSamples(kSearchStretchSeconds)), _length);
   tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
-  tracking.wideSpacing = secondsInSamples(kWideSearchAfterSeconds);
+  tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
   return tracking;
@@ -672,11 +679,14 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
       status != WindowStatus::Ambiguous) {
     return;
   }
-  // A step in the delay? A search of B around the prediction tells best, as it compares a quarter
-  // second; failing that, a clear peak elsewhere in this window's range. Either is a candidate
-  // for the next window to confirm.
-  const bool loud = meanSquare >= kLoudOverQuiet * tracking.quietEnergy;
-  const bool quiet = meanSquare < kQuietMargin * tracking.quietEnergy;
+  // A step in the delay? A search of B around the prediction compares a quarter second, which
+  // tells a step from a sustained note's echo at another lag within this window's range. What it
+  // finds is a candidate for the next window to confirm.
+  // Loud and quiet against the recording's pauses, where it has any (its windows with a value
+  // are far above its quietest); without pauses every window counts as loud.
+  const bool hasPauses = tracking.usedEnergy > kPausesBelowSignal * tracking.quietEnergy;
+  const bool loud = !hasPauses || meanSquare >= kLoudOverQuiet * tracking.quietEnergy;
+  const bool quiet = hasPauses && meanSquare < kQuietMargin * tracking.quietEnergy;
   if (std::optional<SearchHit> hit = searchStep(start, predicted, loud, quiet, tracking)) {
     // The match must hold at this window too before it is a candidate.
     Peak candidatePeak;
@@ -689,6 +699,8 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
       return;
     }
   }
+  // Failing that, a clear peak elsewhere in this window's range (a sustained note can make a
+  // quarter second match at several lags; the next window still has to confirm it).
   if (peak.correlation >= kMinimumPeakCorrelation && peak.clear && !peak.onEdge &&
       std::fabs(static_cast<double>(peak.offset)) > tracking.tolerance(centre)) {
     tracking.candidate = Tracking::Candidate{predicted + static_cast<double>(peak.offset), centre,
@@ -775,7 +787,13 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   tracking.candidate.reset();
   tracking.lastUsedStart = start;
   tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
-  tracking.wideSpacing = secondsInSamples(kWideSearchAfterSeconds);
+  tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
+  const double meanSquare = energy(_channelA, _length, start, _correlationLength) /
+                            static_cast<double>(_correlationLength);
+  tracking.usedEnergy =
+      tracking.usedEnergy == 0.0
+          ? meanSquare
+          : tracking.usedEnergy + kUsedEnergyWeight * (meanSquare - tracking.usedEnergy);
   if (tracking.history.empty()) {
     // The prediction was a whole-sample lag from a search (or a step), so the two directions'
     // windows met the signal up to half a sample apart and their pulls cancelled only in part.
@@ -868,7 +886,8 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     if (tracking.coarseLags.empty()) {
       // A steady sound (a hum, noise, many tones) has no loudness pattern, and a drift smears
       // the fast flicker it has: then the samples themselves are searched, within +-2 s.
-      return searchOffset(start, 0, secondsInSamples(kWideSearchSeconds), tracking);
+      return searchOffset(start, 0, secondsInSamples(kWideSearchSeconds), kSearchPeakRatio,
+                          tracking);
     }
   }
   for (int64_t lag : tracking.coarseLags) {
@@ -879,7 +898,8 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     const int64_t range =
         2 * tracking.coarse->blockLength() +
         static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(distance)));
-    if (std::optional<SearchHit> hit = searchOffset(start, lag, range, tracking)) {
+    if (std::optional<SearchHit> hit =
+            searchOffset(start, lag, range, kSearchPeakRatio, tracking)) {
       return hit;
     }
   }
@@ -898,21 +918,20 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
   const bool recent = start - tracking.lastUsedStart <= 2 * _interval;
   if (loud || (recent && !quiet) || start >= tracking.nextNearSearch) {
     tracking.nextNearSearch = start + secondsInSamples(kNearSearchSpacingSeconds);
-    std::optional<SearchHit> hit =
-        searchOffset(start, around, secondsInSamples(kNearSearchSeconds), tracking);
+    std::optional<SearchHit> hit = searchOffset(start, around, secondsInSamples(kNearSearchSeconds),
+                                                kStepSearchPeakRatio, tracking);
     if (differs(hit)) {
       return hit;
     }
   }
   const int64_t sinceUsed = start - tracking.lastUsedStart;
   const bool due = loud || sinceUsed >= secondsInSamples(kUnconditionalSearchSeconds);
-  if (due && sinceUsed >= secondsInSamples(kWideSearchAfterSeconds) &&
-      start >= tracking.nextWideSearch) {
+  if (due && start >= tracking.nextWideSearch) {
     tracking.nextWideSearch = start + tracking.wideSpacing;
     tracking.wideSpacing =
         std::min(2 * tracking.wideSpacing, secondsInSamples(kLongestRetrySeconds));
-    std::optional<SearchHit> hit =
-        searchOffset(start, around, secondsInSamples(kWideSearchSeconds), tracking);
+    std::optional<SearchHit> hit = searchOffset(start, around, secondsInSamples(kWideSearchSeconds),
+                                                kStepSearchPeakRatio, tracking);
     if (differs(hit)) {
       return hit;
     }
@@ -1017,7 +1036,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
 }
 
 std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchOffset(
-    int64_t start, int64_t around, int64_t range, Tracking& tracking) const {
+    int64_t start, int64_t around, int64_t range, double peakRatio, Tracking& tracking) const {
   // Lags around - range .. around + range of B against a stretch of A from start.
   const int64_t stretch = std::min(tracking.searchLength, _length - start);
   if (stretch < 1 || range < 0) {
@@ -1092,7 +1111,7 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     ++lobeEnd;
   }
   for (int64_t i = 0; i <= 2 * range; ++i) {
-    if ((i < lobeBegin || i > lobeEnd) && !(scores[i] * kSearchPeakRatio < bestScore)) {
+    if ((i < lobeBegin || i > lobeEnd) && !(scores[i] * peakRatio < bestScore)) {
       return std::nullopt;
     }
   }

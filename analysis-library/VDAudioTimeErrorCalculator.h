@@ -179,7 +179,7 @@ class VDAudioTimeErrorCalculator {
   std::optional<SearchHit> searchStep(int64_t start, double predicted, bool loud, bool quiet,
                                       Tracking& tracking) const;
   std::optional<SearchHit> searchOffset(int64_t start, int64_t around, int64_t range,
-                                        Tracking& tracking) const;
+                                        double peakRatio, Tracking& tracking) const;
   double refinedOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
   double resampledPeakOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
 
