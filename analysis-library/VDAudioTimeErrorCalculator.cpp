@@ -36,6 +36,8 @@ constexpr double kSearchPeakRatio = 1.5;
 // A search for a step may settle for less, as two windows must then confirm what it found.
 constexpr double kStepSearchPeakRatio = 1.15;
 constexpr double kSearchStretchSeconds = 0.25;
+// The first match is searched for again this much later for a first estimate of the drift.
+constexpr double kFirstDriftSeconds = 1.0;
 constexpr size_t kCoarseCandidates = 3;
 
 // The peak judge: a peak within kPeakTolerance samples of the prediction is the delay followed,
@@ -602,30 +604,43 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   const int64_t windowCount = (_length - _correlationLength) / _interval + 1;
   _windows.resize(static_cast<size_t>(windowCount));
+  // The first window with a value, while the windows before it wait to be measured backwards
+  // from it; that waits until the drift is known, so that they are read through it.
+  int64_t firstUsed = -1;
   for (int64_t index = 0; index < windowCount; ++index) {
     const bool hadDelay = tracking.haveDelay;
     measureWindow(index * _interval, tracking, _windows[static_cast<size_t>(index)]);
     if (!hadDelay && tracking.haveDelay && index > 0 &&
         _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
-      // The first delay was found only here (the start had no match, or B's partner stretch
-      // did not exist yet): the windows before are measured backwards from this one.
-      Tracking backwards = newTracking();
-      backwards.haveDelay = true;
-      backwards.anchorDelay = tracking.anchorDelay;
-      backwards.anchorCentre = tracking.anchorCentre;
-      backwards.drift = tracking.drift;
-      backwards.polarity = tracking.polarity;
-      backwards.history = tracking.history;
-      backwards.searchesAllowed = false;
-      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
-      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
-      for (int64_t earlier = index - 1; earlier >= 0; --earlier) {
-        measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
-      }
-      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
-      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
+      firstUsed = index;
+    }
+    if (firstUsed > 0 && (tracking.driftKnown() || index + 1 == windowCount)) {
+      measureBackwards(firstUsed, tracking);
+      firstUsed = -1;
     }
   }
+}
+
+void VDAudioTimeErrorCalculator::measureBackwards(int64_t firstUsed, Tracking& tracking) {
+  // The first delay was found only at window firstUsed (the start had no match, or B's partner
+  // stretch did not exist yet): the windows before are measured backwards from it.
+  const Window& first = _windows[static_cast<size_t>(firstUsed)];
+  if (first.status != WindowStatus::Used) {
+    return;
+  }
+  Tracking backwards = newTracking();
+  backwards.anchor(windowCentre(first.start), first.refinedLag);
+  backwards.drift = tracking.drift;
+  backwards.polarity = first.bInverted ? -1.0 : 1.0;
+  backwards.history = tracking.history;
+  backwards.searchesAllowed = false;
+  std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+  std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
+  for (int64_t earlier = firstUsed - 1; earlier >= 0; --earlier) {
+    measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
+  }
+  std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+  std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
 }
 
 double VDAudioTimeErrorCalculator::windowCentre(int64_t start) const {
@@ -772,7 +787,8 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
   }
   // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
   // judged once it has been measured again through the drift.
-  if (tracking.driftKnown() && !(peak.uncertainty <= kMaximumUncertainty)) {
+  if ((tracking.driftKnown() || !tracking.searchesAllowed) &&
+      !(peak.uncertainty <= kMaximumUncertainty)) {
     return WindowStatus::Uncertain;
   }
   return WindowStatus::Used;
@@ -859,13 +875,37 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
 }
 
 bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
-  if (std::optional<SearchHit> hit = searchCoarse(start, tracking)) {
-    tracking.anchor(hit->centre, static_cast<double>(hit->lag));
-    tracking.polarity = hit->polarity;
-    tracking.forgetDrift();
-    return true;
+  std::optional<SearchHit> hit = searchCoarse(start, tracking);
+  if (!hit) {
+    return false;
   }
-  return false;
+  // The same search a second later: a first estimate of the drift (a long window at a high
+  // drift sees the delay change by many samples across it, which smears its correlation until B
+  // is read through the drift), and a second opinion where the first match's peak did not stand
+  // far above the others (a sustained note matches at several lags).
+  std::optional<SearchHit> next;
+  const int64_t later = start + secondsInSamples(kFirstDriftSeconds);
+  if (later + tracking.searchLength <= _length) {
+    const int64_t range =
+        kTrackingRadius +
+        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(later - start)));
+    next = searchOffset(later, hit->lag, range, kStepSearchPeakRatio, tracking);
+    if (next && next->polarity != hit->polarity) {
+      next.reset();
+    }
+  }
+  if (!(hit->prominence >= kSearchPeakRatio) && !next) {
+    return false;
+  }
+  tracking.anchor(hit->centre, static_cast<double>(hit->lag));
+  tracking.polarity = hit->polarity;
+  tracking.forgetDrift();
+  if (next) {
+    tracking.drift =
+        std::clamp(static_cast<double>(next->lag - hit->lag) / (next->centre - hit->centre),
+                   -kMaximumDrift, kMaximumDrift);
+  }
+  return true;
 }
 
 std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchCoarse(
@@ -1110,12 +1150,18 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
   while (lobeEnd < 2 * range && scores[lobeEnd + 1] < scores[lobeEnd]) {
     ++lobeEnd;
   }
+  double highestOther = 0.0;
   for (int64_t i = 0; i <= 2 * range; ++i) {
-    if ((i < lobeBegin || i > lobeEnd) && !(scores[i] * peakRatio < bestScore)) {
-      return std::nullopt;
+    if (i < lobeBegin || i > lobeEnd) {
+      highestOther = std::max(highestOther, scores[i]);
     }
   }
+  if (!(highestOther * peakRatio < bestScore)) {
+    return std::nullopt;
+  }
   SearchHit hit;
+  hit.prominence =
+      highestOther > 0.0 ? bestScore / highestOther : std::numeric_limits<double>::infinity();
   hit.lag = around - range + bestIndex;
   hit.polarity = correlation[bestIndex] < 0.0 ? -1.0 : 1.0;
   hit.centre = static_cast<double>(start) + static_cast<double>(stretch - 1) / 2.0;

@@ -155,6 +155,7 @@ class VDAudioTimeErrorCalculator {
     int64_t lag = 0;
     double polarity = 1.0;
     double centre = 0.0;
+    double prominence = 0.0;  // the peak's score over the highest other
   };
 
   bool parametersUsable() const;
@@ -164,6 +165,7 @@ class VDAudioTimeErrorCalculator {
   double windowCentreSeconds(const Window& window) const;
   double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
+  void measureBackwards(int64_t firstUsed, Tracking& tracking);
   WindowStatus measureAt(int64_t start, double predicted, double polarity, double tolerance,
                          bool requireClear, Tracking& tracking, Peak& peak) const;
   void fillWindow(double predicted, double polarity, const Peak& peak, Window& window) const;

@@ -12,13 +12,14 @@
 // window whose span in B crosses a step is scored against the nearer side), windows with a value,
 // windows that contain the signal (speech: at least half of the window non-silent) and how many
 // of them gave a value, windows with a value off by more than 1 microsecond, windows without a
-// value within two windows' reach of each step, and speed as a multiple of real time (one core).
-// Run with --short to leave out the hour.
+// value that hold the signal within two windows' reach of a step, and speed as a multiple of real
+// time (one core). Run with --short to leave out the hour.
 
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <random>
@@ -364,7 +365,9 @@ struct Result {
 };
 
 bool gDumpAll = false;  // --dump-all: every window with a value, on standard error
-bool gDump = false;     // --dump: every window off by more than 1 microsecond
+bool gDump = false;
+int64_t gTraceFrom = -1, gTraceTo = -1;  // --trace FROM TO: these windows' statuses     // --dump:
+                                         // every window off by more than 1 microsecond
 
 Result run(const Case& c) {
   const Recording r = record(c);
@@ -410,7 +413,8 @@ Result run(const Case& c) {
       }
     }
     nearStep[i] = crosses;
-    if (gDump && crosses) {
+    if ((gDump && crosses) ||
+        (static_cast<int64_t>(i) >= gTraceFrom && static_cast<int64_t>(i) <= gTraceTo)) {
       static const char* kNames[] = {"used",      "silent", "weak",   "ambiguous",
                                      "uncertain", "lost",   "outside"};
       std::printf(
@@ -430,7 +434,7 @@ Result run(const Case& c) {
       ++result.signalWindows;
     }
     if (w.status != VDAudioTimeErrorCalculator::WindowStatus::Used) {
-      if (crosses) {
+      if (crosses && holdsSignal) {
         ++result.stepCost;
       }
       continue;
@@ -480,6 +484,10 @@ int main(int argc, char** argv) {
       shortRun = true;
     } else if (std::strcmp(argv[i], "--dump-all") == 0) {
       gDumpAll = true;
+    } else if (std::strcmp(argv[i], "--trace") == 0 && i + 2 < argc) {
+      gTraceFrom = std::atoll(argv[i + 1]);
+      gTraceTo = std::atoll(argv[i + 2]);
+      i += 2;
     } else if (std::strcmp(argv[i], "--dump") == 0) {
       gDump = true;
     } else if (std::strcmp(argv[i], "--only") == 0 && i + 1 < argc) {
