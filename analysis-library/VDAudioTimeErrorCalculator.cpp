@@ -614,7 +614,7 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
         _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
       firstUsed = index;
     }
-    if (firstUsed > 0 && (tracking.driftKnown() || index + 1 == windowCount)) {
+    if (firstUsed > 0 && (tracking.history.size() >= kDriftHistory || index + 1 == windowCount)) {
       measureBackwards(firstUsed, tracking);
       firstUsed = -1;
     }
@@ -819,13 +819,18 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   }
   tracking.anchor(centre, window.refinedLag);
   tracking.remember(centre, window.refinedLag);
-  if (!tracking.driftKnown()) {
+  // The windows measured before the drift line was full are measured again through it, and the
+  // drift is fitted to what they give now, until it settles (a long window at a high drift needs
+  // a few rounds): once when the drift becomes known, and once when its line is full.
+  const bool lineFull = tracking.history.size() >= kDriftHistory;
+  if (!lineFull) {
     tracking.provisional.push_back(&window);
-  } else if (!tracking.provisional.empty()) {
-    // The drift has just become known: the windows measured without it, this one included, are
-    // measured again through it, and the drift is fitted to what they give now, until it
-    // settles (a long window at a high drift needs a few rounds).
-    tracking.provisional.push_back(&window);
+  }
+  if (tracking.history.size() == kMinimumDriftHistory ||
+      (lineFull && !tracking.provisional.empty())) {
+    if (lineFull) {
+      tracking.provisional.push_back(&window);
+    }
     for (int round = 0; round < kMaximumDriftRounds; ++round) {
       const double before = tracking.drift;
       for (Window* earlier : tracking.provisional) {
@@ -849,7 +854,9 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
         earlier->status = WindowStatus::Uncertain;
       }
     }
-    tracking.provisional.clear();
+    if (lineFull) {
+      tracking.provisional.clear();
+    }
     tracking.anchor(centre, window.refinedLag);
   }
 }
