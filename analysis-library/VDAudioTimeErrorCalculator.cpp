@@ -669,7 +669,7 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
     return;
   }
 
-  const double predicted = tracking.predictedDelay(centre);
+  double predicted = tracking.predictedDelay(centre);
   Peak peak;
   const WindowStatus status = measureAt(
       start, predicted, tracking.polarity, tracking.tolerance(centre),
@@ -705,7 +705,7 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
   if (std::optional<SearchHit> hit = searchStep(start, predicted, loud, quiet, tracking)) {
     // The match must hold at this window too before it is a candidate.
     Peak candidatePeak;
-    const double found = static_cast<double>(hit->lag);
+    double found = static_cast<double>(hit->lag);
     const double allowed = kPeakTolerance + kMaximumDrift * std::fabs(centre - hit->centre);
     if (measureAt(start, found, hit->polarity, allowed, true, tracking, candidatePeak) ==
         WindowStatus::Used) {
@@ -736,7 +736,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
   const Tracking::Candidate candidate = *tracking.candidate;
   tracking.candidate.reset();
   const double centre = windowCentre(start);
-  const double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
+  double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
   const double allowed =
       kPeakTolerance + (tracking.driftKnown() ? kDriftUncertainty : kMaximumDrift) *
                            std::fabs(centre - candidate.centre);
@@ -753,7 +753,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
   // The window that first showed the step is measured again on the new delay.
   if (Window* earlier = candidate.window) {
     const double earlierCentre = windowCentre(earlier->start);
-    const double earlierPredicted = tracking.predictedDelay(earlierCentre);
+    double earlierPredicted = tracking.predictedDelay(earlierCentre);
     Peak earlierPeak;
     if (measureAt(earlier->start, earlierPredicted, tracking.polarity,
                   tracking.tolerance(earlierCentre), true, tracking,
@@ -773,25 +773,38 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
 }
 
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
-    int64_t start, double predicted, double polarity, double tolerance, bool requireClear,
+    int64_t start, double& predicted, double polarity, double tolerance, bool requireClear,
     Tracking& tracking, Peak& peak) const {
   const double kept = tracking.polarity;
   tracking.polarity = polarity;
-  const WindowStatus status = correlateAround(start, predicted, tracking, peak);
-  tracking.polarity = kept;
-  if (status != WindowStatus::Used) {
-    return status;
-  }
-  if (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear)) {
-    return WindowStatus::Ambiguous;
+  WindowStatus status = correlateAround(start, predicted, tracking, peak);
+  if (status == WindowStatus::Used &&
+      (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear))) {
+    status = WindowStatus::Ambiguous;
   }
   // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
   // judged once it has been measured again through the drift.
-  if ((tracking.driftKnown() || !tracking.searchesAllowed) &&
+  const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
+  if (status == WindowStatus::Used && judgeUncertainty &&
       !(peak.uncertainty <= kMaximumUncertainty)) {
-    return WindowStatus::Uncertain;
+    // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
+    // less at the whole-sample peak than at the true one, which would make it look noisy: once
+    // more, centred between the samples where the peak lies.
+    const double* c = tracking.correlation.data() + kLagMargin + peak.offset;
+    const double centred =
+        predicted + static_cast<double>(peak.offset) + parabolicOffset(c[-1], c[0], c[1]);
+    Peak again;
+    if (correlateAround(start, centred, tracking, again) == WindowStatus::Used &&
+        again.offset == 0) {
+      predicted = centred;
+      peak = again;
+    }
+    if (!(peak.uncertainty <= kMaximumUncertainty)) {
+      status = WindowStatus::Uncertain;
+    }
   }
-  return WindowStatus::Used;
+  tracking.polarity = kept;
+  return status;
 }
 
 void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, const Peak& peak,
@@ -1071,8 +1084,10 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     return WindowStatus::Silent;
   }
   peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
-  peak.uncertainty =
-      VDCorrelationPeak::delayUncertainty(judged.curvature(), peak.correlation, validCount);
+  // The signal-to-noise ratio shows in the correlation at the true peak, which may lie up to half
+  // a sample from the whole-sample one.
+  peak.uncertainty = VDCorrelationPeak::delayUncertainty(
+      judged.curvature(), peak.correlation * judged.peakGain(), validCount);
   if (!(peak.correlation >= kMinimumPeakCorrelation)) {
     return WindowStatus::Weak;
   }

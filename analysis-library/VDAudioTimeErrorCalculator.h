@@ -166,7 +166,8 @@ class VDAudioTimeErrorCalculator {
   double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
   void measureBackwards(int64_t firstUsed, Tracking& tracking);
-  WindowStatus measureAt(int64_t start, double predicted, double polarity, double tolerance,
+  // Correlates around predicted and judges the peak; may move predicted to where the peak lies.
+  WindowStatus measureAt(int64_t start, double& predicted, double polarity, double tolerance,
                          bool requireClear, Tracking& tracking, Peak& peak) const;
   void fillWindow(double predicted, double polarity, const Peak& peak, Window& window) const;
   void acceptWindow(int64_t start, double predicted, const Peak& peak, Tracking& tracking,

@@ -38,6 +38,10 @@ VDCorrelationPeak::VDCorrelationPeak(const double* correlation, int64_t radius) 
   if (!onEdge()) {
     const double bend = -(at(_best - 1) - 2.0 * peak + at(_best + 1)) / peak;
     _curvature = bend > 0.0 ? bend : 0.0;
+    if (bend > 0.0) {
+      const double slope = at(_best + 1) - at(_best - 1);
+      _peakGain = 1.0 + slope * slope / (8.0 * bend * peak * peak);
+    }
   }
 }
 

@@ -24,6 +24,10 @@ class VDCorrelationPeak {
   // squared sample; 0 on the edge or where it does not bend downwards.
   double curvature() const { return _curvature; }
 
+  // How much higher the peak of the parabola through the three values around the best one is
+  // than the best value itself (1 on the edge or where they do not bend downwards).
+  double peakGain() const { return _peakGain; }
+
   // The standard uncertainty, in samples, of a delay measured over count samples whose
   // normalised correlation is rho and whose peak bends by curvature: with the channels' common
   // signal-to-noise ratio r = rho / (1 - rho) (independent noise of equal power on each), the
@@ -39,4 +43,5 @@ class VDCorrelationPeak {
   int64_t _best = 0;
   double _ratio = 1.0;
   double _curvature = 0.0;
+  double _peakGain = 1.0;
 };
