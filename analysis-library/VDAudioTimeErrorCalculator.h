@@ -40,24 +40,30 @@
 //     the whole of B's, and a fine search then correlates a quarter second of A's samples with B
 //     within 0.1 s of each coarse match, scored by the magnitude of the correlation normalised over
 //     the overlapping samples, so that B recorded upside down is found too. The best lag must
-//     score at least 0.2 and 1.5 times any other peak. Failed coarse searches are repeated after
-//     half a second of data, then after twice as long each time (at most 8 s); once one succeeds,
-//     the windows before it are measured backwards from there.
+//     score at least 0.2 and 1.5 times any other peak, or 1.15 times and be found again by the
+//     same search a second later, which also gives a first estimate of the drift. A steady sound
+//     without a loudness pattern is searched on its samples within +-2 s instead. Failed coarse
+//     searches are repeated after half a second of data, then after twice as long each time (at
+//     most 8 s); once one succeeds, the windows before it are measured backwards from there, as
+//     soon as the drift line is full.
 //   - Every later window is correlated only +-32 samples around the delay predicted from the
 //     windows before it. A window gives a value only when its best peak is clearly the best
-//     (VDCorrelationPeak): within 2 samples of the prediction once the drift is known (plus
-//     2e-5 of the distance to the last measured window), and, while the drift is not known yet,
-//     at least 1.25 times every other peak in range.
-//   - A window that fails while A holds signal looks for a step in the delay: a clear peak
-//     elsewhere in range, else a search of B +-50 ms around the prediction (at most every half
-//     second of data), else +-2 s (after a second without a value) and the coarse search (after
-//     four). What it finds is a candidate; when the next window does not fit the old delay but
-//     fits the candidate, the step is taken, both windows get their values, and the drift line
-//     is fitted again from the step on (its last slope standing in until four windows are in).
+//     (VDCorrelationPeak): within 2 samples of the prediction (plus 2e-5 of the distance to the
+//     last measured window once the drift is known, 1% before), and, while the drift is not
+//     known yet or after a long gap, at least 1.25 times every other peak in range.
+//   - A window that fails while A holds signal looks for a step in the delay: a search of B
+//     +-50 ms around the prediction (at once where A is loud or a value came just before, else at
+//     most every half second of data), then +-2 s (every half second, twice as long after each
+//     failure) and all of B (after two seconds without a value); failing those, a clear peak
+//     elsewhere in range. What it finds is a candidate; when the next window does not fit the old
+//     delay but fits the candidate, the step is taken, both windows get their values, and the
+//     drift line is fitted again from the step on (its last slope standing in until four windows
+//     are in). In a recording with pauses the wider searches wait for A to be loud.
 //   - The drift, a straight line through the delays of the last 16 windows (from 4 on), is
 //     followed inside each window too: B is read through it, so a window measures the delay at
 //     its centre rather than an average weighted by where the signal is loud. The first windows
-//     of a track are measured again, until the drift settles, once it is known.
+//     of a track are measured again, until the drift settles, when it becomes known and when its
+//     line is full.
 //   - The correlation is the sum of A's window against B sliding and B's matching window against
 //     A sliding, each over the part of the window whose neighbourhood lies inside both
 //     recordings. Either direction alone has its peak pulled by whatever differs between its
