@@ -63,6 +63,7 @@ constexpr double kLongestRetrySeconds = 8.0;
 constexpr double kNearSearchSeconds = 0.05;
 constexpr double kNearSearchSpacingSeconds = 0.5;
 constexpr double kWideSearchSeconds = 2.0;
+constexpr double kWideSearchStretchSeconds = 1.0;
 constexpr double kWideSearchSpacingSeconds = 0.5;
 constexpr double kCoarseSearchAfterSeconds = 2.0;
 constexpr double kUnconditionalSearchSeconds = 3.0;
@@ -816,7 +817,9 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   tracking.candidate.reset();
   tracking.lastUsedStart = start;
   tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
+  // The first failing window after a value may search widely at once: a step shows there.
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
+  tracking.nextWideSearch = start;
   const double meanSquare = energy(_channelA, _length, start, _correlationLength) /
                             static_cast<double>(_correlationLength);
   tracking.usedEnergy =
@@ -990,8 +993,14 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     tracking.nextWideSearch = start + tracking.wideSpacing;
     tracking.wideSpacing =
         std::min(2 * tracking.wideSpacing, secondsInSamples(kLongestRetrySeconds));
+    // A longer stretch: over a second the pitch of speech moves, so that no lag a pitch period
+    // away matches nearly as well as the true one.
+    const int64_t shortStretch = tracking.searchLength;
+    tracking.searchLength =
+        std::min(std::max(shortStretch, secondsInSamples(kWideSearchStretchSeconds)), _length);
     std::optional<SearchHit> hit = searchOffset(start, around, secondsInSamples(kWideSearchSeconds),
                                                 kStepSearchPeakRatio, tracking);
+    tracking.searchLength = shortStretch;
     if (differs(hit)) {
       return hit;
     }

@@ -413,19 +413,21 @@ Result run(const Case& c) {
       }
     }
     nearStep[i] = crosses;
+    int64_t activeSamples = 0;
+    for (int64_t k = w.start; k < w.start + c.length && k < count; ++k) {
+      activeSamples += r.active[static_cast<size_t>(k)] ? 1 : 0;
+    }
     if ((gDump && crosses) ||
         (static_cast<int64_t>(i) >= gTraceFrom && static_cast<int64_t>(i) <= gTraceTo)) {
       static const char* kNames[] = {"used",      "silent", "weak",   "ambiguous",
                                      "uncertain", "lost",   "outside"};
       std::printf(
-          "  near a step: window %zu at %.3f s: %s, lag %lld (true %.1f), correlation %.3f, ratio "
+          "  near a step: window %zu at %.3f s (active %.2f): %s, lag %lld (true %.1f), "
+          "correlation %.3f, ratio "
           "%.3f\n",
-          i, centre, kNames[static_cast<int>(w.status)], static_cast<long long>(w.integerLag),
+          i, centre, static_cast<double>(activeSamples) / static_cast<double>(c.length),
+          kNames[static_cast<int>(w.status)], static_cast<long long>(w.integerLag),
           truth(c, centre, shiftHere) * kRate, w.peakCorrelation, w.peakRatio);
-    }
-    int64_t activeSamples = 0;
-    for (int64_t k = w.start; k < w.start + c.length && k < count; ++k) {
-      activeSamples += r.active[static_cast<size_t>(k)] ? 1 : 0;
     }
     const bool holdsSignal = 2 * activeSamples >= c.length;
     const bool inside = centre + truth(c, centre, shiftHere) > c.length / kRate &&
