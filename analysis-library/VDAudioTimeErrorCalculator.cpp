@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <limits>
 #include <map>
 #include <memory>
@@ -14,6 +13,7 @@
 #include "VDCSVBuffer.h"
 #include "VDCoarseOffsetSearch.h"
 #include "VDCorrelationPeak.h"
+#include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
 
 namespace {
@@ -40,14 +40,12 @@ constexpr double kSearchStretchSeconds = 0.25;
 constexpr double kFirstDriftSeconds = 1.0;
 constexpr size_t kCoarseCandidates = 3;
 
-// The peak judge: a peak within kPeakTolerance samples of the prediction is the delay followed,
-// plus kDriftUncertainty (once the drift is known) of the distance to the last measured window.
-constexpr double kPeakTolerance = 2.0;
+constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
+constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
 // A value whose standard uncertainty exceeds a hundredth of a sample (208 ns at 48 kHz) is not
 // given: such windows (a quiet syllable, a note fading into the noise) would scatter by
 // microseconds and wreck the statistics drawn from the series.
 constexpr double kMaximumUncertainty = 0.01;
-constexpr double kDriftUncertainty = 2e-5;
 
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
@@ -77,11 +75,6 @@ constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
 constexpr int64_t kMaximumUpsampledLength = int64_t{1} << 22;
 constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
 
-// The drift estimate: a straight line through the delays of the last 16 windows, used from the
-// fourth on; anything beyond 1% is taken as 1%.
-constexpr size_t kDriftHistory = 16;
-constexpr size_t kMinimumDriftHistory = 4;
-constexpr double kMaximumDrift = 1e-2;
 // The first windows of a track are measured again through the drift until it moves their ends
 // by less than kDriftSettled samples, at most kMaximumDriftRounds times.
 constexpr int kMaximumDriftRounds = 8;
@@ -421,16 +414,11 @@ const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
 
 }  // namespace
 
-// What one calculation carries from window to window: the delay being followed and its drift,
-// the searches' schedule, a step waiting for confirmation, and the transforms and scratch
+// What one calculation carries from window to window: the delay being followed (its line), the
+// searches' schedule, a step waiting for confirmation, and the transforms and scratch
 // buffers, made once and reused.
-struct VDAudioTimeErrorCalculator::Tracking {
-  bool haveDelay = false;
-  double anchorDelay = 0.0;   // samples of delay, measured or found at anchorCentre
-  double anchorCentre = 0.0;  // channel A sample position
-  double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
-  double polarity = 1.0;      // -1 when B is measured upside down
-  std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
+struct VDAudioTimeErrorCalculator::Tracking : VDDelayLine {
+  double polarity = 1.0;             // -1 when B is measured upside down
   std::vector<Window*> provisional;  // windows of this track measured before the drift was known
   bool searchesAllowed = true;       // false when measuring backwards from the first match
 
@@ -470,26 +458,6 @@ struct VDAudioTimeErrorCalculator::Tracking {
   std::vector<double> prefixA, prefixB, scores;
   std::vector<double> extendedA, phasesA, phasesB, taps;
 
-  double predictedDelay(double centre) const {
-    return anchorDelay + drift * (centre - anchorCentre);
-  }
-
-  bool driftKnown() const { return history.size() >= kMinimumDriftHistory; }
-
-  // How far from the prediction a peak may lie and still be the delay followed: two samples,
-  // plus what an error in the drift can add since the last measured window (the largest drift
-  // followed while it is not known yet).
-  double tolerance(double centre) const {
-    const double driftError = driftKnown() ? kDriftUncertainty : kMaximumDrift;
-    return kPeakTolerance + driftError * std::fabs(centre - anchorCentre);
-  }
-
-  void anchor(double centre, double delay) {
-    haveDelay = true;
-    anchorCentre = centre;
-    anchorDelay = delay;
-  }
-
   void forgetDrift() {
     restartLine();
     drift = 0.0;
@@ -500,39 +468,6 @@ struct VDAudioTimeErrorCalculator::Tracking {
     history.clear();
     provisional.clear();
     candidate.reset();
-  }
-
-  // Adds a measured window; the drift is fitted again from the last kDriftHistory windows.
-  void remember(double centre, double delay) {
-    history.emplace_back(centre, delay);
-    if (history.size() > kDriftHistory) {
-      history.pop_front();
-    }
-    fitDrift();
-  }
-
-  // Least-squares slope of the recent delays: the next windows read B through it, so that a
-  // window's correlation follows the drift inside the window instead of averaging it with
-  // weights set by where the signal happens to be loud. Until enough windows are in, the last
-  // slope stands.
-  void fitDrift() {
-    if (!driftKnown()) {
-      return;
-    }
-    double meanX = 0, meanY = 0;
-    for (const auto& [x, y] : history) {
-      meanX += x;
-      meanY += y;
-    }
-    meanX /= static_cast<double>(history.size());
-    meanY /= static_cast<double>(history.size());
-    double sxy = 0, sxx = 0;
-    for (const auto& [x, y] : history) {
-      sxy += (x - meanX) * (y - meanY);
-      sxx += (x - meanX) * (x - meanX);
-    }
-    const double slope = sxy / sxx;
-    drift = std::isfinite(slope) ? std::clamp(slope, -kMaximumDrift, kMaximumDrift) : 0.0;
   }
 };
 
@@ -615,7 +550,7 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
         _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
       firstUsed = index;
     }
-    if (firstUsed > 0 && (tracking.history.size() >= kDriftHistory || index + 1 == windowCount)) {
+    if (firstUsed > 0 && (tracking.lineFull() || index + 1 == windowCount)) {
       measureBackwards(firstUsed, tracking);
       firstUsed = -1;
     }
@@ -739,7 +674,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
   const double centre = windowCentre(start);
   double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
   const double allowed =
-      kPeakTolerance + (tracking.driftKnown() ? kDriftUncertainty : kMaximumDrift) *
+      kPeakTolerance + (tracking.driftKnown() ? VDDelayLine::kDriftUncertainty : kMaximumDrift) *
                            std::fabs(centre - candidate.centre);
   Peak peak;
   if (measureAt(start, predicted, candidate.polarity, allowed, true, tracking, peak) !=
@@ -838,11 +773,11 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   // The windows measured before the drift line was full are measured again through it, and the
   // drift is fitted to what they give now, until it settles (a long window at a high drift needs
   // a few rounds): once when the drift becomes known, and once when its line is full.
-  const bool lineFull = tracking.history.size() >= kDriftHistory;
+  const bool lineFull = tracking.lineFull();
   if (!lineFull) {
     tracking.provisional.push_back(&window);
   }
-  if (tracking.history.size() == kMinimumDriftHistory ||
+  if (tracking.history.size() == VDDelayLine::kMinimumHistory ||
       (lineFull && !tracking.provisional.empty())) {
     if (lineFull) {
       tracking.provisional.push_back(&window);
@@ -852,12 +787,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       for (Window* earlier : tracking.provisional) {
         tracking.anchor(centre, window.refinedLag);
         remeasure(tracking, *earlier);
-        const double earlierCentre = windowCentre(earlier->start);
-        for (auto& [historyCentre, delay] : tracking.history) {
-          if (historyCentre == earlierCentre) {
-            delay = earlier->refinedLag;
-          }
-        }
+        tracking.replace(windowCentre(earlier->start), earlier->refinedLag);
       }
       tracking.fitDrift();
       if (std::fabs(tracking.drift - before) * static_cast<double>(_correlationLength) <
