@@ -4,12 +4,16 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <deque>
 #include <limits>
+#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
 
+#include "VDCSVBuffer.h"
+#include "VDCoarseOffsetSearch.h"
+#include "VDCorrelationPeak.h"
+#include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
 #include "VDResultPath.h"
 
@@ -29,20 +33,53 @@ constexpr double kKernelBeta = 11.0;
 constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
 constexpr double kMinimumPeakCorrelation = 0.2;
-constexpr double kOffsetSearchSeconds = 2.0;
-constexpr double kOffsetSearchStretchSeconds = 0.25;
 constexpr double kSearchPeakRatio = 1.5;
+// A search for a step may settle for less, as two windows must then confirm what it found.
+constexpr double kStepSearchPeakRatio = 1.15;
+constexpr double kSearchStretchSeconds = 0.25;
+// The first match is searched for again this much later for a first estimate of the drift.
+constexpr double kFirstDriftSeconds = 1.0;
+constexpr size_t kCoarseCandidates = 3;
+
+constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
+constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
+// A value whose standard uncertainty exceeds a hundredth of a sample (208 ns at 48 kHz) is not
+// given: such windows (a quiet syllable, a note fading into the noise) would scatter by
+// microseconds and wreck the statistics drawn from the series.
+constexpr double kMaximumUncertainty = 0.01;
+
+// The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
+// then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
+// delay is followed searches +-kNearSearchSeconds around it (at once where A is loud or just
+// after a measured window, else every kNearSearchSpacingSeconds), then +-kWideSearchSeconds
+// (every kWideSearchSpacingSeconds, twice as long after each failure), and all of B after
+// kCoarseSearchAfterSeconds without a value. The two wider ones run where A is loud
+// (kLoudOverQuiet times its quietest window's mean square, in a recording whose measured windows
+// are kPausesBelowSignal times above that), or after kUnconditionalSearchSeconds without a
+// value; pauses in speech cost no searches.
+constexpr double kFirstRetrySeconds = 0.5;
+constexpr double kLongestRetrySeconds = 8.0;
+constexpr double kNearSearchSeconds = 0.05;
+constexpr double kNearSearchSpacingSeconds = 0.5;
+constexpr double kWideSearchSeconds = 2.0;
+constexpr double kWideSearchStretchSeconds = 1.0;
+constexpr double kWideSearchSpacingSeconds = 0.5;
+constexpr double kCoarseSearchAfterSeconds = 2.0;
+constexpr double kUnconditionalSearchSeconds = 3.0;
+constexpr double kLoudOverQuiet = 10.0;
+constexpr double kQuietMargin = 3.0;
+constexpr double kPausesBelowSignal = 30.0;
+constexpr double kUsedEnergyWeight = 0.1;
 constexpr int64_t kMaximumCorrelationLength = int64_t{1} << 22;
 constexpr int64_t kMaximumSearchRange = int64_t{1} << 20;
 constexpr int64_t kMaximumWindowCount = int64_t{1} << 22;
 constexpr int64_t kMaximumUpsampledLength = int64_t{1} << 22;
 constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
 
-// The drift estimate: a straight line through the delays of the last 16 windows, used from the
-// fourth on; anything beyond 1% is taken as 1%.
-constexpr size_t kDriftHistory = 16;
-constexpr size_t kMinimumDriftHistory = 4;
-constexpr double kMaximumDrift = 1e-2;
+// The first windows of a track are measured again through the drift until it moves their ends
+// by less than kDriftSettled samples, at most kMaximumDriftRounds times.
+constexpr int kMaximumDriftRounds = 8;
+constexpr double kDriftSettled = 1e-5;
 
 // Steps per sample of the tabulated interpolator used to read B through the drift; linear
 // interpolation between them is good to about 1e-7 of full scale.
@@ -159,6 +196,16 @@ double energy(const float* samples, int64_t length, int64_t from, int64_t count)
     sum += static_cast<double>(samples[i]) * samples[i];
   }
   return sum;
+}
+
+int64_t nonZeroCount(const float* samples, int64_t length, int64_t from, int64_t count) {
+  const int64_t begin = std::max<int64_t>(from, 0);
+  const int64_t end = std::min(from + count, length);
+  int64_t nonZero = 0;
+  for (int64_t i = begin; i < end; ++i) {
+    nonZero += samples[i] != 0.0f ? 1 : 0;
+  }
+  return nonZero;
 }
 
 double dotProduct(const double* x, const double* y, int64_t count) {
@@ -354,6 +401,10 @@ const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
       return "silent";
     case VDAudioTimeErrorCalculator::WindowStatus::Weak:
       return "weak";
+    case VDAudioTimeErrorCalculator::WindowStatus::Ambiguous:
+      return "ambiguous";
+    case VDAudioTimeErrorCalculator::WindowStatus::Uncertain:
+      return "uncertain";
     case VDAudioTimeErrorCalculator::WindowStatus::Lost:
       return "lost";
     case VDAudioTimeErrorCalculator::WindowStatus::Outside:
@@ -364,22 +415,42 @@ const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
 
 }  // namespace
 
-// What one calculation carries from window to window: the delay being followed and its drift,
-// the transforms and the scratch buffers, made once and reused.
-struct VDAudioTimeErrorCalculator::Tracking {
-  bool haveDelay = false;
-  double anchorDelay = 0.0;   // samples of delay, measured or found at anchorCentre
-  double anchorCentre = 0.0;  // channel A sample position
-  double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
-  std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
+// What one calculation carries from window to window: the delay being followed (its line), the
+// searches' schedule, a step waiting for confirmation, and the transforms and scratch
+// buffers, made once and reused.
+struct VDAudioTimeErrorCalculator::Tracking : VDDelayLine {
+  double polarity = 1.0;             // -1 when B is measured upside down
   std::vector<Window*> provisional;  // windows of this track measured before the drift was known
-  int64_t nextSearchStart = std::numeric_limits<int64_t>::min();
-  int64_t searchRange = 0;    // wide search: lags -searchRange..searchRange
-  int64_t searchLength = 0;   // wide search: samples of channel A
-  int64_t searchSpacing = 0;  // wide search: samples between attempts
-  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;   // A's window, B sliding
-  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;  // B's window, A sliding
-  std::unique_ptr<VDFFTCorrelator> searchCorrelator;
+  bool searchesAllowed = true;       // false when measuring backwards from the first match
+
+  // A step in the delay seen in one window, taken once the next window confirms it.
+  struct Candidate {
+    double delay = 0.0;
+    double centre = 0.0;
+    double polarity = 1.0;
+    Window* window = nullptr;
+  };
+  std::optional<Candidate> candidate;
+
+  // The searches' schedule, in channel A samples.
+  int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
+  double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
+  double usedEnergy = 0.0;  // running mean square of A's windows with a value
+  int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
+  int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
+  int64_t wideSpacing = 0;
+  int64_t nextCoarseSearch = std::numeric_limits<int64_t>::min();
+  int64_t coarseSpacing = 0;
+  std::vector<int64_t> coarseLags;  // the last coarse search's matches, valid for
+  int64_t coarseFrom = 0;           // windows starting in [coarseFrom, coarseUntil)
+  int64_t coarseUntil = 0;
+  int64_t coarseStretchStart = 0;
+
+  int64_t searchLength = 0;  // fine searches: samples of channel A
+  VDCoarseOffsetSearch* coarse = nullptr;
+  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;                    // A's window, B sliding
+  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;                   // B's window, A sliding
+  std::map<size_t, std::unique_ptr<VDFFTCorrelator>> searchCorrelators;  // by transform size
   std::vector<double> rawB;         // B's samples behind warpedB
   std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
   std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
@@ -388,53 +459,16 @@ struct VDAudioTimeErrorCalculator::Tracking {
   std::vector<double> prefixA, prefixB, scores;
   std::vector<double> extendedA, phasesA, phasesB, taps;
 
-  double predictedDelay(double centre) const {
-    return anchorDelay + drift * (centre - anchorCentre);
-  }
-
-  void anchor(double centre, double delay) {
-    haveDelay = true;
-    anchorCentre = centre;
-    anchorDelay = delay;
-  }
-
   void forgetDrift() {
-    history.clear();
-    provisional.clear();
+    restartLine();
     drift = 0.0;
   }
 
-  // Adds a measured window; the drift is fitted again from the last kDriftHistory windows.
-  void remember(double centre, double delay) {
-    history.emplace_back(centre, delay);
-    if (history.size() > kDriftHistory) {
-      history.pop_front();
-    }
-    fitDrift();
-  }
-
-  // Least-squares slope of the recent delays: the next windows read B through it, so that a
-  // window's correlation follows the drift inside the window instead of averaging it with
-  // weights set by where the signal happens to be loud.
-  void fitDrift() {
-    if (history.size() < kMinimumDriftHistory) {
-      drift = 0.0;
-      return;
-    }
-    double meanX = 0, meanY = 0;
-    for (const auto& [x, y] : history) {
-      meanX += x;
-      meanY += y;
-    }
-    meanX /= static_cast<double>(history.size());
-    meanY /= static_cast<double>(history.size());
-    double sxy = 0, sxx = 0;
-    for (const auto& [x, y] : history) {
-      sxy += (x - meanX) * (y - meanY);
-      sxx += (x - meanX) * (x - meanX);
-    }
-    const double slope = sxy / sxx;
-    drift = std::isfinite(slope) ? std::clamp(slope, -kMaximumDrift, kMaximumDrift) : 0.0;
+  // A step: the drift line is fitted again from here on; its last slope stands in until then.
+  void restartLine() {
+    history.clear();
+    provisional.clear();
+    candidate.reset();
   }
 };
 
@@ -474,21 +508,19 @@ bool VDAudioTimeErrorCalculator::parametersUsable() const {
   return true;
 }
 
+int64_t VDAudioTimeErrorCalculator::secondsInSamples(double seconds) const {
+  return static_cast<int64_t>(
+      std::min(std::ceil(seconds * _samplingRate), static_cast<double>(kMaximumSearchRange)));
+}
+
 VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() const {
   const int64_t windowLength = _correlationLength;
   Tracking tracking;
-  tracking.searchRange = static_cast<int64_t>(
-      std::min({std::ceil(kOffsetSearchSeconds * _samplingRate), static_cast<double>(_length - 1),
-                static_cast<double>(kMaximumSearchRange)}));
   // A short stretch: with the clocks drifting, a long one would hold many different lags.
-  tracking.searchLength = std::min(
-      std::max(windowLength,
-               static_cast<int64_t>(std::min(std::ceil(kOffsetSearchStretchSeconds * _samplingRate),
-                                             static_cast<double>(_length)))),
-      _length);
-  tracking.searchSpacing = std::max<int64_t>(
-      windowLength,
-      static_cast<int64_t>(std::min(std::ceil(_samplingRate / 2.0), static_cast<double>(_length))));
+  tracking.searchLength =
+      std::min(std::max(windowLength, secondsInSamples(kSearchStretchSeconds)), _length);
+  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
+  tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
   return tracking;
@@ -499,131 +531,293 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   if (!parametersUsable()) {
     return;
   }
+  VDCoarseOffsetSearch coarse(_channelA, _channelB, _length, _samplingRate);
   // The transforms are planned once here and lent to the backward pass.
   Tracking tracking = newTracking();
+  tracking.coarse = &coarse;
   const size_t transformSize =
       VDFFTCorrelator::fastSize(static_cast<size_t>(_correlationLength + 2 * kLagMargin));
   tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   tracking.backwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
   const int64_t windowCount = (_length - _correlationLength) / _interval + 1;
   _windows.resize(static_cast<size_t>(windowCount));
+  // The first window with a value, while the windows before it wait to be measured backwards
+  // from it; that waits until the drift is known, so that they are read through it.
+  int64_t firstUsed = -1;
   for (int64_t index = 0; index < windowCount; ++index) {
     const bool hadDelay = tracking.haveDelay;
     measureWindow(index * _interval, tracking, _windows[static_cast<size_t>(index)]);
     if (!hadDelay && tracking.haveDelay && index > 0 &&
         _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
-      // The first delay was found only here (the start had no match, or B's partner stretch
-      // did not exist yet): the windows before are measured backwards from this one.
-      Tracking backwards = newTracking();
-      backwards.haveDelay = true;
-      backwards.anchorDelay = tracking.anchorDelay;
-      backwards.anchorCentre = tracking.anchorCentre;
-      backwards.drift = tracking.drift;
-      backwards.history = tracking.history;
-      backwards.nextSearchStart = std::numeric_limits<int64_t>::max();
-      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
-      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
-      for (int64_t earlier = index - 1; earlier >= 0; --earlier) {
-        measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
-      }
-      std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
-      std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
+      firstUsed = index;
+    }
+    if (firstUsed > 0 && (tracking.lineFull() || index + 1 == windowCount)) {
+      measureBackwards(firstUsed, tracking);
+      firstUsed = -1;
     }
   }
+}
+
+void VDAudioTimeErrorCalculator::measureBackwards(int64_t firstUsed, Tracking& tracking) {
+  // The first delay was found only at window firstUsed (the start had no match, or B's partner
+  // stretch did not exist yet): the windows before are measured backwards from it.
+  const Window& first = _windows[static_cast<size_t>(firstUsed)];
+  if (first.status != WindowStatus::Used) {
+    return;
+  }
+  Tracking backwards = newTracking();
+  backwards.anchor(windowCentre(first.start), first.refinedLag);
+  backwards.drift = tracking.drift;
+  backwards.polarity = first.bInverted ? -1.0 : 1.0;
+  backwards.history = tracking.history;
+  backwards.searchesAllowed = false;
+  std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+  std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
+  for (int64_t earlier = firstUsed - 1; earlier >= 0; --earlier) {
+    measureWindow(earlier * _interval, backwards, _windows[static_cast<size_t>(earlier)]);
+  }
+  std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
+  std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
+}
+
+double VDAudioTimeErrorCalculator::windowCentre(int64_t start) const {
+  return static_cast<double>(start) + static_cast<double>(_correlationLength - 1) / 2.0;
 }
 
 void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking,
                                                Window& window) const {
   const int64_t windowLength = _correlationLength;
-  const double windowCentre = static_cast<double>(start) + (windowLength - 1) / 2.0;
+  const double centre = windowCentre(start);
   window = Window{};
   window.start = start;
-  window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(windowCentre)) : 0;
-  if (!(energy(_channelA, _length, start, windowLength) > 0.0)) {
+  window.integerLag = tracking.haveDelay ? std::llround(tracking.predictedDelay(centre)) : 0;
+  window.bInverted = tracking.polarity < 0.0;
+  // A window is judged on the part that holds signal: a few samples at the edge of digital
+  // silence correlate well at almost any lag.
+  if (4 * nonZeroCount(_channelA, _length, start, windowLength) < windowLength) {
     window.status = WindowStatus::Silent;
     return;
   }
-  // A wide search re-anchors the tracking when it finds a lag other than the predicted one.
-  const auto trySearch = [&]() {
-    if (start < tracking.nextSearchStart) {
-      return false;
-    }
-    tracking.nextSearchStart = start + tracking.searchSpacing;
-    const std::optional<int64_t> found = searchOffset(start, tracking);
-    if (!found ||
-        (tracking.haveDelay && *found == std::llround(tracking.predictedDelay(windowCentre)))) {
-      return false;
-    }
-    tracking.anchor(windowCentre, static_cast<double>(*found));
-    tracking.forgetDrift();
-    return true;
-  };
-  if (!tracking.haveDelay && !trySearch()) {
+  const double meanSquare =
+      energy(_channelA, _length, start, windowLength) / static_cast<double>(windowLength);
+  tracking.quietEnergy = std::min(tracking.quietEnergy, meanSquare);
+  if (!tracking.haveDelay && !(tracking.searchesAllowed && findFirstOffset(start, tracking))) {
     window.status = WindowStatus::Weak;
     return;
   }
 
-  double predicted = tracking.predictedDelay(windowCentre);
+  double predicted = tracking.predictedDelay(centre);
   Peak peak;
-  WindowStatus status = correlateAround(start, predicted, tracking, peak);
-  if ((status == WindowStatus::Weak || status == WindowStatus::Lost) && trySearch()) {
-    predicted = tracking.predictedDelay(windowCentre);
-    status = correlateAround(start, predicted, tracking, peak);
-  }
-  window.status = status;
-  window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
-  window.peakCorrelation = peak.correlation;
-  if (status == WindowStatus::Lost) {
-    // Follow the slope: the next window searches around the edge this one reached.
-    tracking.anchor(windowCentre, predicted + static_cast<double>(peak.offset));
-    tracking.forgetDrift();
-  }
-  if (status != WindowStatus::Used) {
+  const WindowStatus status = measureAt(
+      start, predicted, tracking.polarity, tracking.tolerance(centre),
+      !tracking.driftKnown() || tracking.tolerance(centre) > 2 * kPeakTolerance, tracking, peak);
+  fillWindow(predicted, tracking.polarity, peak, window);
+  if (status == WindowStatus::Used) {
+    acceptWindow(start, predicted, peak, tracking, window);
     return;
   }
+  window.status = status;
+  if (!tracking.searchesAllowed || status == WindowStatus::Uncertain) {
+    // A window that fits the delay followed, if too noisy to give a value, is no step.
+    tracking.candidate.reset();
+    return;
+  }
+  if (tracking.candidate && tracking.candidate->window != &window &&
+      takeStep(start, tracking, window)) {
+    return;
+  }
+  tracking.candidate.reset();
+  if (status != WindowStatus::Weak && status != WindowStatus::Lost &&
+      status != WindowStatus::Ambiguous) {
+    return;
+  }
+  // A step in the delay? A search of B around the prediction compares a quarter second, which
+  // tells a step from a sustained note's echo at another lag within this window's range. What it
+  // finds is a candidate for the next window to confirm.
+  // Loud and quiet against the recording's pauses, where it has any (its windows with a value
+  // are far above its quietest); without pauses every window counts as loud.
+  const bool hasPauses = tracking.usedEnergy > kPausesBelowSignal * tracking.quietEnergy;
+  const bool loud = !hasPauses || meanSquare >= kLoudOverQuiet * tracking.quietEnergy;
+  const bool quiet = hasPauses && meanSquare < kQuietMargin * tracking.quietEnergy;
+  if (std::optional<SearchHit> hit = searchStep(start, predicted, loud, quiet, tracking)) {
+    // The match must hold at this window too before it is a candidate.
+    Peak candidatePeak;
+    double found = static_cast<double>(hit->lag);
+    const double allowed = kPeakTolerance + kMaximumDrift * std::fabs(centre - hit->centre);
+    if (measureAt(start, found, hit->polarity, allowed, true, tracking, candidatePeak) ==
+        WindowStatus::Used) {
+      tracking.candidate = Tracking::Candidate{found + static_cast<double>(candidatePeak.offset),
+                                               centre, hit->polarity, &window};
+      return;
+    }
+  }
+  // Failing that, a clear peak elsewhere in this window's range (a sustained note can make a
+  // quarter second match at several lags; the next window still has to confirm it).
+  if (peak.correlation >= kMinimumPeakCorrelation && peak.clear && !peak.onEdge &&
+      std::fabs(static_cast<double>(peak.offset)) > tracking.tolerance(centre)) {
+    tracking.candidate = Tracking::Candidate{predicted + static_cast<double>(peak.offset), centre,
+                                             tracking.polarity, &window};
+  }
+}
+
+void VDAudioTimeErrorCalculator::fillWindow(double predicted, double polarity, const Peak& peak,
+                                            Window& window) const {
+  window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
+  window.peakCorrelation = peak.correlation;
+  window.peakRatio = peak.ratio;
+  window.bInverted = polarity < 0.0;
+}
+
+bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Window& window) const {
+  // The delay followed failed again: if the candidate holds here as well, the step is real.
+  const Tracking::Candidate candidate = *tracking.candidate;
+  tracking.candidate.reset();
+  const double centre = windowCentre(start);
+  double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
+  const double allowed =
+      kPeakTolerance + (tracking.driftKnown() ? VDDelayLine::kDriftUncertainty : kMaximumDrift) *
+                           std::fabs(centre - candidate.centre);
+  Peak peak;
+  if (measureAt(start, predicted, candidate.polarity, allowed, true, tracking, peak) !=
+      WindowStatus::Used) {
+    return false;
+  }
+  tracking.anchor(candidate.centre, candidate.delay);
+  tracking.polarity = candidate.polarity;
+  tracking.restartLine();
+  fillWindow(predicted, candidate.polarity, peak, window);
+  acceptWindow(start, predicted, peak, tracking, window);
+  // The window that first showed the step is measured again on the new delay.
+  if (Window* earlier = candidate.window) {
+    const double earlierCentre = windowCentre(earlier->start);
+    double earlierPredicted = tracking.predictedDelay(earlierCentre);
+    Peak earlierPeak;
+    if (measureAt(earlier->start, earlierPredicted, tracking.polarity,
+                  tracking.tolerance(earlierCentre), true, tracking,
+                  earlierPeak) == WindowStatus::Used) {
+      fillWindow(earlierPredicted, tracking.polarity, earlierPeak, *earlier);
+      earlier->status = WindowStatus::Used;
+      earlier->refinedLag = refinedDelay(earlier->start, earlierPredicted, earlierPeak, tracking);
+      earlier->delayUncertainty = earlierPeak.uncertainty;
+      tracking.remember(earlierCentre, earlier->refinedLag);
+      if (!tracking.driftKnown()) {
+        tracking.provisional.push_back(earlier);
+      }
+    }
+    tracking.anchor(centre, window.refinedLag);
+  }
+  return true;
+}
+
+VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
+    int64_t start, double& predicted, double polarity, double tolerance, bool requireClear,
+    Tracking& tracking, Peak& peak) const {
+  const double kept = tracking.polarity;
+  tracking.polarity = polarity;
+  WindowStatus status = correlateAround(start, predicted, tracking, peak);
+  if (status == WindowStatus::Used &&
+      (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear))) {
+    status = WindowStatus::Ambiguous;
+  }
+  // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
+  // judged once it has been measured again through the drift.
+  const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
+  if (status == WindowStatus::Used && judgeUncertainty &&
+      !(peak.uncertainty <= kMaximumUncertainty)) {
+    // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
+    // less at the whole-sample peak than at the true one, which would make it look noisy: once
+    // more, centred between the samples where the peak lies.
+    const double* c = tracking.correlation.data() + kLagMargin + peak.offset;
+    const double centred =
+        predicted + static_cast<double>(peak.offset) + parabolicOffset(c[-1], c[0], c[1]);
+    Peak again;
+    if (correlateAround(start, centred, tracking, again) == WindowStatus::Used &&
+        again.offset == 0) {
+      predicted = centred;
+      peak = again;
+    }
+    if (!(peak.uncertainty <= kMaximumUncertainty)) {
+      status = WindowStatus::Uncertain;
+    }
+  }
+  tracking.polarity = kept;
+  return status;
+}
+
+void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, const Peak& peak,
+                                              Tracking& tracking, Window& window) const {
+  const double centre = windowCentre(start);
+  window.status = WindowStatus::Used;
   window.refinedLag = refinedDelay(start, predicted, peak, tracking);
+  window.delayUncertainty = peak.uncertainty;
+  tracking.candidate.reset();
+  tracking.lastUsedStart = start;
+  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
+  // The first failing window after a value may search widely at once: a step shows there.
+  tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
+  tracking.nextWideSearch = start;
+  const double meanSquare = energy(_channelA, _length, start, _correlationLength) /
+                            static_cast<double>(_correlationLength);
+  tracking.usedEnergy =
+      tracking.usedEnergy == 0.0
+          ? meanSquare
+          : tracking.usedEnergy + kUsedEnergyWeight * (meanSquare - tracking.usedEnergy);
   if (tracking.history.empty()) {
-    // The prediction was a whole-sample lag from a wide search, so the two directions' windows
-    // met the signal up to half a sample apart and their pulls cancelled only in part. Once more,
-    // centred on what this window measured.
-    tracking.anchor(windowCentre, window.refinedLag);
+    // The prediction was a whole-sample lag from a search (or a step), so the two directions'
+    // windows met the signal up to half a sample apart and their pulls cancelled only in part.
+    // Once more, centred on what this window measured.
+    tracking.anchor(centre, window.refinedLag);
     remeasure(tracking, window);
   }
-  tracking.anchor(windowCentre, window.refinedLag);
-  tracking.remember(windowCentre, window.refinedLag);
-  if (tracking.history.size() < kMinimumDriftHistory) {
+  tracking.anchor(centre, window.refinedLag);
+  tracking.remember(centre, window.refinedLag);
+  // The windows measured before the drift line was full are measured again through it, and the
+  // drift is fitted to what they give now, until it settles (a long window at a high drift needs
+  // a few rounds): once when the drift becomes known, and once when its line is full.
+  const bool lineFull = tracking.lineFull();
+  if (!lineFull) {
     tracking.provisional.push_back(&window);
-  } else if (!tracking.provisional.empty()) {
-    // The drift has just become known: the windows measured without it, this one included, are
-    // measured again through it, and the drift is fitted to what they give now.
-    // Twice, since the first fit still rests on values the drift had pulled.
-    tracking.provisional.push_back(&window);
-    for (int round = 0; round < 2; ++round) {
+  }
+  if (tracking.history.size() == VDDelayLine::kMinimumHistory ||
+      (lineFull && !tracking.provisional.empty())) {
+    if (lineFull) {
+      tracking.provisional.push_back(&window);
+    }
+    for (int round = 0; round < kMaximumDriftRounds; ++round) {
+      const double before = tracking.drift;
       for (Window* earlier : tracking.provisional) {
-        tracking.anchor(windowCentre, window.refinedLag);
+        tracking.anchor(centre, window.refinedLag);
         remeasure(tracking, *earlier);
-        const double earlierCentre = static_cast<double>(earlier->start) + (windowLength - 1) / 2.0;
-        for (auto& [centre, delay] : tracking.history) {
-          if (centre == earlierCentre) {
-            delay = earlier->refinedLag;
-          }
-        }
+        tracking.replace(windowCentre(earlier->start), earlier->refinedLag);
       }
       tracking.fitDrift();
+      if (std::fabs(tracking.drift - before) * static_cast<double>(_correlationLength) <
+          kDriftSettled) {
+        break;
+      }
     }
-    tracking.provisional.clear();
-    tracking.anchor(windowCentre, window.refinedLag);
+    for (Window* earlier : tracking.provisional) {
+      if (!(earlier->delayUncertainty <= kMaximumUncertainty)) {
+        earlier->status = WindowStatus::Uncertain;
+      }
+    }
+    if (lineFull) {
+      tracking.provisional.clear();
+    }
+    tracking.anchor(centre, window.refinedLag);
   }
 }
 
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
-  const double windowCentre = static_cast<double>(window.start) + (_correlationLength - 1) / 2.0;
-  const double predicted = tracking.predictedDelay(windowCentre);
+  const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
-  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used) {
+  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used &&
+      std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
     window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
     window.peakCorrelation = peak.correlation;
+    window.peakRatio = peak.ratio;
+    window.delayUncertainty = peak.uncertainty;
   }
 }
 
@@ -632,6 +826,123 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
   // B was read through the drift estimate, centred on the window's centre, so an offset k there
   // stands for k (1 + drift) samples of B's own.
   return predicted + refinedOffset(start, peak.offset, tracking) * (1.0 + tracking.drift);
+}
+
+bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
+  std::optional<SearchHit> hit = searchCoarse(start, tracking);
+  if (!hit) {
+    return false;
+  }
+  // The same search a second later: a first estimate of the drift (a long window at a high
+  // drift sees the delay change by many samples across it, which smears its correlation until B
+  // is read through the drift), and a second opinion where the first match's peak did not stand
+  // far above the others (a sustained note matches at several lags).
+  std::optional<SearchHit> next;
+  const int64_t later = start + secondsInSamples(kFirstDriftSeconds);
+  if (later + tracking.searchLength <= _length) {
+    const int64_t range =
+        kTrackingRadius +
+        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(later - start)));
+    next = searchOffset(later, hit->lag, range, kStepSearchPeakRatio, tracking);
+    if (next && next->polarity != hit->polarity) {
+      next.reset();
+    }
+  }
+  if (!(hit->prominence >= kSearchPeakRatio) && !next) {
+    return false;
+  }
+  tracking.anchor(hit->centre, static_cast<double>(hit->lag));
+  tracking.polarity = hit->polarity;
+  tracking.forgetDrift();
+  if (next) {
+    tracking.drift =
+        std::clamp(static_cast<double>(next->lag - hit->lag) / (next->centre - hit->centre),
+                   -kMaximumDrift, kMaximumDrift);
+  }
+  return true;
+}
+
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchCoarse(
+    int64_t start, Tracking& tracking) const {
+  if (start < tracking.coarseFrom || start >= tracking.coarseUntil) {
+    // The last coarse matches no longer cover this window: a new coarse search, when due.
+    if (start < tracking.nextCoarseSearch) {
+      return std::nullopt;
+    }
+    VDCoarseOffsetSearch& coarse = *tracking.coarse;
+    tracking.coarseLags = coarse.candidates(start, kCoarseCandidates);
+    tracking.coarseStretchStart = coarse.stretchStart(start);
+    tracking.coarseFrom = start;
+    tracking.coarseUntil = tracking.coarseStretchStart + coarse.stretchLength();
+    tracking.nextCoarseSearch = start + tracking.coarseSpacing;
+    tracking.coarseSpacing =
+        std::min(2 * tracking.coarseSpacing, secondsInSamples(kLongestRetrySeconds));
+    if (tracking.coarseLags.empty()) {
+      // A steady sound (a hum, noise, many tones) has no loudness pattern, and a drift smears
+      // the fast flicker it has: then the samples themselves are searched, within +-2 s.
+      return searchOffset(start, 0, secondsInSamples(kWideSearchSeconds), kSearchPeakRatio,
+                          tracking);
+    }
+  }
+  for (int64_t lag : tracking.coarseLags) {
+    // The coarse lag holds for the whole stretch to a block or two; a drift moves the lag at
+    // this window away from it by up to kMaximumDrift of the distance.
+    const int64_t distance =
+        std::abs(start - tracking.coarseStretchStart) + tracking.coarse->stretchLength();
+    const int64_t range =
+        2 * tracking.coarse->blockLength() +
+        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(distance)));
+    if (std::optional<SearchHit> hit =
+            searchOffset(start, lag, range, kSearchPeakRatio, tracking)) {
+      return hit;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchStep(
+    int64_t start, double predicted, bool loud, bool quiet, Tracking& tracking) const {
+  const int64_t around = std::llround(predicted);
+  const auto differs = [&](const std::optional<SearchHit>& hit) {
+    return hit && (std::fabs(static_cast<double>(hit->lag) - predicted) > kPeakTolerance ||
+                   hit->polarity != tracking.polarity);
+  };
+  // Near: dropouts and inserted blocks of up to 50 ms, looked for at once where A is not quiet
+  // just after a measured window, else at most every half second.
+  const bool recent = start - tracking.lastUsedStart <= 2 * _interval;
+  if (loud || (recent && !quiet) || start >= tracking.nextNearSearch) {
+    tracking.nextNearSearch = start + secondsInSamples(kNearSearchSpacingSeconds);
+    std::optional<SearchHit> hit = searchOffset(start, around, secondsInSamples(kNearSearchSeconds),
+                                                kStepSearchPeakRatio, tracking);
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  const int64_t sinceUsed = start - tracking.lastUsedStart;
+  const bool due = loud || sinceUsed >= secondsInSamples(kUnconditionalSearchSeconds);
+  if (due && start >= tracking.nextWideSearch) {
+    tracking.nextWideSearch = start + tracking.wideSpacing;
+    tracking.wideSpacing =
+        std::min(2 * tracking.wideSpacing, secondsInSamples(kLongestRetrySeconds));
+    // A longer stretch: over a second the pitch of speech moves, so that no lag a pitch period
+    // away matches nearly as well as the true one.
+    const int64_t shortStretch = tracking.searchLength;
+    tracking.searchLength =
+        std::min(std::max(shortStretch, secondsInSamples(kWideSearchStretchSeconds)), _length);
+    std::optional<SearchHit> hit = searchOffset(start, around, secondsInSamples(kWideSearchSeconds),
+                                                kStepSearchPeakRatio, tracking);
+    tracking.searchLength = shortStretch;
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  if (due && sinceUsed >= secondsInSamples(kCoarseSearchAfterSeconds)) {
+    std::optional<SearchHit> hit = searchCoarse(start, tracking);
+    if (differs(hit)) {
+      return hit;
+    }
+  }
+  return std::nullopt;
 }
 
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAround(
@@ -662,12 +973,23 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
   tracking.validBegin = static_cast<int64_t>(validBegin);
   tracking.validEnd = static_cast<int64_t>(validEnd);
   const int64_t validCount = tracking.validEnd - tracking.validBegin;
+  // B's matching stretch must hold signal over most of the window too.
+  const int64_t wholeDelay = static_cast<int64_t>(std::floor(predicted));
+  if (4 * nonZeroCount(_channelB, _length, start + wholeDelay + tracking.validBegin, validCount) <
+      windowLength) {
+    return WindowStatus::Silent;
+  }
 
   const double whole = std::floor(predicted);
   const int64_t extendedLength = windowLength + 2 * kLagMargin;
   copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
              predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
              tracking.rawB, tracking.warpedB.data());
+  if (tracking.polarity < 0.0) {
+    for (double& value : tracking.warpedB) {
+      value = -value;
+    }
+  }
   VDFFTCorrelator& forward = *tracking.forwardCorrelator;
   VDFFTCorrelator& backward = *tracking.backwardCorrelator;
   std::fill(forward.reference(), forward.reference() + windowLength, 0.0);
@@ -685,13 +1007,13 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
-  int64_t best = -kTrackingRadius;
-  for (int64_t offset = -kTrackingRadius; offset <= kTrackingRadius; ++offset) {
-    if (tracking.correlation[kLagMargin + offset] > tracking.correlation[kLagMargin + best]) {
-      best = offset;
-    }
-  }
+  const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - kTrackingRadius,
+                                 kTrackingRadius);
+  const int64_t best = judged.best();
   peak.offset = best;
+  peak.ratio = judged.ratio();
+  peak.clear = judged.clear();
+  peak.onEdge = judged.onEdge();
   double energyB = 0.0;
   for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
     const double b = tracking.warpedB[kLagMargin + best + n];
@@ -702,31 +1024,41 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     return WindowStatus::Silent;
   }
   peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
+  // The signal-to-noise ratio shows in the correlation at the true peak, which may lie up to half
+  // a sample from the whole-sample one.
+  peak.uncertainty = VDCorrelationPeak::delayUncertainty(
+      judged.curvature(), peak.correlation * judged.peakGain(), validCount);
   if (!(peak.correlation >= kMinimumPeakCorrelation)) {
     return WindowStatus::Weak;
   }
-  if (best == -kTrackingRadius || best == kTrackingRadius) {
+  if (peak.onEdge) {
     return WindowStatus::Lost;
   }
   return WindowStatus::Used;
 }
 
-std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
-                                                                Tracking& tracking) const {
-  const int64_t range = tracking.searchRange;
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchOffset(
+    int64_t start, int64_t around, int64_t range, double peakRatio, Tracking& tracking) const {
+  // Lags around - range .. around + range of B against a stretch of A from start.
   const int64_t stretch = std::min(tracking.searchLength, _length - start);
-  const int64_t otherLength = stretch + 2 * range;
-  if (tracking.searchCorrelator == nullptr) {
-    tracking.searchCorrelator = std::make_unique<VDFFTCorrelator>(
-        VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range)));
+  if (stretch < 1 || range < 0) {
+    return std::nullopt;
   }
-  VDFFTCorrelator& correlator = *tracking.searchCorrelator;
+  const int64_t otherLength = stretch + 2 * range;
+  const size_t size =
+      VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range));
+  std::unique_ptr<VDFFTCorrelator>& slot = tracking.searchCorrelators[size];
+  if (slot == nullptr) {
+    slot = std::make_unique<VDFFTCorrelator>(size);
+  }
+  VDFFTCorrelator& correlator = *slot;
   double* reference = correlator.reference();
   double* other = correlator.other();
+  const int64_t otherStart = start + around - range;
   // Beyond the stretch the inputs must be zero; an earlier, longer search may have left samples.
   copyZeroExtended(_channelA, _length, start, stretch, reference);
   std::fill(reference + stretch, reference + correlator.size(), 0.0);
-  copyZeroExtended(_channelB, _length, start - range, otherLength, other);
+  copyZeroExtended(_channelB, _length, otherStart, otherLength, other);
   std::fill(other + otherLength, other + correlator.size(), 0.0);
 
   // Energies over any overlap, from running sums of the squares.
@@ -742,27 +1074,29 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
 
   const double* correlation = correlator.correlate();
+  // Scored by magnitude: B upside down matches as well as upright.
   std::vector<double>& scores = tracking.scores;
   scores.assign(static_cast<size_t>(2 * range + 1), -std::numeric_limits<double>::infinity());
   double bestScore = -std::numeric_limits<double>::infinity();
-  int64_t bestLag = 0;
-  for (int64_t lag = -range; lag <= range; ++lag) {
-    // Samples n of the stretch whose partner start + n + lag lies inside channel B.
-    const int64_t first = std::max<int64_t>(0, -(start + lag));
-    const int64_t last = std::min(stretch, _length - start - lag);
+  int64_t bestIndex = 0;
+  for (int64_t index = 0; index <= 2 * range; ++index) {
+    // Samples n of the stretch whose partner otherStart + index + n lies inside channel B.
+    const int64_t bFirst = otherStart + index;
+    const int64_t first = std::max<int64_t>(0, -bFirst);
+    const int64_t last = std::min(stretch, _length - bFirst);
     if (last <= first || 2 * (last - first) < stretch) {
       continue;
     }
     const double energyA = prefixA[last] - prefixA[first];
-    const double energyB = prefixB[last + lag + range] - prefixB[first + lag + range];
+    const double energyB = prefixB[last + index] - prefixB[first + index];
     if (!(energyA > 0.0 && energyB > 0.0)) {
       continue;
     }
-    const double score = correlation[lag + range] / std::sqrt(energyA * energyB);
-    scores[lag + range] = score;
+    const double score = std::fabs(correlation[index]) / std::sqrt(energyA * energyB);
+    scores[index] = score;
     if (score > bestScore) {
       bestScore = score;
-      bestLag = lag;
+      bestIndex = index;
     }
   }
   if (!(bestScore >= kMinimumPeakCorrelation)) {
@@ -770,20 +1104,30 @@ std::optional<int64_t> VDAudioTimeErrorCalculator::searchOffset(int64_t start,
   }
   // The peak must stand clear of every other: a signal that repeats itself (a held note, a
   // rhythm, a few steady tones) matches at several lags, and a wrong lag is worse than none.
-  int64_t lobeBegin = bestLag + range;
-  int64_t lobeEnd = bestLag + range;
+  int64_t lobeBegin = bestIndex;
+  int64_t lobeEnd = bestIndex;
   while (lobeBegin > 0 && scores[lobeBegin - 1] < scores[lobeBegin]) {
     --lobeBegin;
   }
   while (lobeEnd < 2 * range && scores[lobeEnd + 1] < scores[lobeEnd]) {
     ++lobeEnd;
   }
+  double highestOther = 0.0;
   for (int64_t i = 0; i <= 2 * range; ++i) {
-    if ((i < lobeBegin || i > lobeEnd) && !(scores[i] * kSearchPeakRatio < bestScore)) {
-      return std::nullopt;
+    if (i < lobeBegin || i > lobeEnd) {
+      highestOther = std::max(highestOther, scores[i]);
     }
   }
-  return bestLag;
+  if (!(highestOther * peakRatio < bestScore)) {
+    return std::nullopt;
+  }
+  SearchHit hit;
+  hit.prominence =
+      highestOther > 0.0 ? bestScore / highestOther : std::numeric_limits<double>::infinity();
+  hit.lag = around - range + bestIndex;
+  hit.polarity = correlation[bestIndex] < 0.0 ? -1.0 : 1.0;
+  hit.centre = static_cast<double>(start) + static_cast<double>(stretch - 1) / 2.0;
+  return hit;
 }
 
 double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffset,
@@ -880,39 +1224,60 @@ std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {
   return values;
 }
 
+namespace {
+
+void appendFormatted(VDCSVBuffer& buffer, const char* format, double value) {
+  char text[64];
+  std::snprintf(text, sizeof text, format, value);
+  buffer.appendText(text);
+}
+
+}  // namespace
+
 bool VDAudioTimeErrorCalculator::exportTimeErrorToDirectoryURL(
     const std::filesystem::path& directory, const std::string& filename) const {
-  std::FILE* file = std::fopen(VDResultPath::inDirectory(directory, filename).c_str(), "w");
-  if (file == nullptr) {
-    return false;
-  }
-  std::fputs("time,time_error\n", file);
+  VDCSVBuffer buffer;
+  buffer.appendText("time,time_error\n");
   for (const Window& window : _windows) {
     if (window.status == WindowStatus::Used) {
-      std::fprintf(file, "%.9f,%.12f\n", windowCentreSeconds(window), delaySeconds(window));
+      appendFormatted(buffer, "%.9f", windowCentreSeconds(window));
+      buffer.appendSeparator();
+      appendFormatted(buffer, "%.12f", delaySeconds(window));
+      buffer.endRow();
     }
   }
-  return std::fclose(file) == 0;
+  return buffer.writeToFile(VDResultPath::inDirectory(directory, filename));
 }
 
 bool VDAudioTimeErrorCalculator::exportTimeErrorToPath(const std::string& directoryPath) const {
-  const std::filesystem::path path = std::filesystem::path(directoryPath) / kWindowExportFileName;
-  std::FILE* file = std::fopen(path.c_str(), "w");
-  if (file == nullptr) {
-    return false;
-  }
-  std::fputs("window_start,integer_lag,refined_lag,delay,peak_correlation,used,status\n", file);
+  VDCSVBuffer buffer;
+  buffer.appendText(
+      "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
+      "delay_uncertainty,peak_ratio,b_inverted\n");
   for (const Window& window : _windows) {
     const bool used = window.status == WindowStatus::Used;
-    std::fprintf(file, "%lld,%lld,", static_cast<long long>(window.start),
-                 static_cast<long long>(window.integerLag));
+    buffer.appendInteger(window.start);
+    buffer.appendSeparator();
+    buffer.appendInteger(window.integerLag);
+    buffer.appendSeparator();
     if (used) {
-      std::fprintf(file, "%.9f,%.12f,", window.refinedLag, delaySeconds(window));
+      appendFormatted(buffer, "%.9f", window.refinedLag);
+      buffer.appendSeparator();
+      appendFormatted(buffer, "%.12f", delaySeconds(window));
+      buffer.appendSeparator();
     } else {
-      std::fputs("nan,nan,", file);
+      buffer.appendText("nan,nan,");
     }
-    std::fprintf(file, "%.6f,%d,%s\n", window.peakCorrelation, used ? 1 : 0,
-                 statusName(window.status));
+    appendFormatted(buffer, "%.6f", window.peakCorrelation);
+    buffer.appendText(used ? ",1," : ",0,");
+    buffer.appendText(statusName(window.status));
+    buffer.appendSeparator();
+    // The uncertainty in seconds, with three significant digits.
+    appendFormatted(buffer, "%.3g", used ? window.delayUncertainty / _samplingRate : NAN);
+    buffer.appendSeparator();
+    appendFormatted(buffer, "%.3f", window.peakRatio);
+    buffer.appendText(window.bInverted ? ",1" : ",0");
+    buffer.endRow();
   }
-  return std::fclose(file) == 0;
+  return buffer.writeToFile(std::filesystem::path(directoryPath) / kWindowExportFileName);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,34 +35,55 @@
 // sample of the channels. timeErrors() gives timestamp and delay in whole nanoseconds, rounded.
 //
 // How the delay is followed:
-//   - The first window with signal looks for the offset with a wide search: an FFT
-//     cross-correlation of a quarter second of A (or one window, if longer) against B over
-//     +-2 seconds (at most the data's length), scored by the correlation normalised over the
-//     overlapping samples. The best lag must score at least 0.2 and 1.5 times any other peak; a
-//     signal that repeats itself matches at several lags, and then the search waits for a
-//     stretch that does not. Failed searches are repeated at most every half second of data;
-//     once one succeeds, the windows before it are measured backwards from there.
+//   - The first window with signal finds the offset anywhere in the overlap of the recordings:
+//     a coarse search (VDCoarseOffsetSearch) matches ten seconds of A's loudness envelope against
+//     the whole of B's, and a fine search then correlates a quarter second of A's samples with B
+//     within 0.1 s of each coarse match, scored by the magnitude of the correlation normalised over
+//     the overlapping samples, so that B recorded upside down is found too. The best lag must
+//     score at least 0.2 and 1.5 times any other peak, or 1.15 times and be found again by the
+//     same search a second later, which also gives a first estimate of the drift. A steady sound
+//     without a loudness pattern is searched on its samples within +-2 s instead. Failed coarse
+//     searches are repeated after half a second of data, then after twice as long each time (at
+//     most 8 s); once one succeeds, the windows before it are measured backwards from there, as
+//     soon as the drift line is full.
 //   - Every later window is correlated only +-32 samples around the delay predicted from the
-//     windows before it, so a delay that drifts by many windows over the recording is followed.
-//     A window whose peak lies on the edge of that range, or whose correlation is weak, triggers
-//     a new wide search (again at most every half second), which is how jumps are recovered.
+//     windows before it. A window gives a value only when its best peak is clearly the best
+//     (VDCorrelationPeak): within 2 samples of the prediction (plus 2e-5 of the distance to the
+//     last measured window once the drift is known, 1% before), and, while the drift is not
+//     known yet or after a long gap, at least 1.25 times every other peak in range.
+//   - A window that fails while A holds signal looks for a step in the delay: a search of B
+//     +-50 ms around the prediction (at once where A is loud or a value came just before, else at
+//     most every half second of data), then +-2 s (every half second, twice as long after each
+//     failure) and all of B (after two seconds without a value); failing those, a clear peak
+//     elsewhere in range. What it finds is a candidate; when the next window does not fit the old
+//     delay but fits the candidate, the step is taken, both windows get their values, and the
+//     drift line is fitted again from the step on (its last slope standing in until four windows
+//     are in). In a recording with pauses the wider searches wait for A to be loud.
 //   - The drift, a straight line through the delays of the last 16 windows (from 4 on), is
 //     followed inside each window too: B is read through it, so a window measures the delay at
 //     its centre rather than an average weighted by where the signal is loud. The first windows
-//     of a track are measured again once the drift is known.
+//     of a track are measured again, until the drift settles, when it becomes known and when its
+//     line is full.
 //   - The correlation is the sum of A's window against B sliding and B's matching window against
 //     A sliding, each over the part of the window whose neighbourhood lies inside both
 //     recordings. Either direction alone has its peak pulled by whatever differs between its
 //     window's ends (a note starting, a level falling); in the sum the pulls cancel.
 //
 // A window yields no value, but is listed in the diagnostic export, when it is
-//   silent   channel A's window, or B's matching stretch, holds no energy (exact zeros);
-//   weak     its normalised correlation, sum(a b) / sqrt(sum(a^2) sum(b^2)) over the window at the
-//            best whole-sample lag, is below 0.2 (unrelated noise in a 4096-sample window scores
-//            about 0.05, a clean match about 1), or no delay has been found yet;
-//   lost     its peak stayed on the edge of the +-32 sample range even after a wide search;
-//   outside  less than half of it has both channels' neighbourhoods inside the recordings (its
-//            match in B lies beyond B's start or end).
+//   silent     fewer than a quarter of channel A's window samples, or of B's matching stretch,
+//              are non-zero (a few samples at the edge of digital silence say nothing reliable);
+//   weak       its normalised correlation, sum(a b) / sqrt(sum(a^2) sum(b^2)) over the window at
+//              the best whole-sample lag, is below 0.2 (unrelated noise in a 4096-sample window
+//              scores about 0.05, a clean match about 1), or no delay has been found yet;
+//   ambiguous  its best peak is not clearly the best: another peak comes close while the drift
+//              is not known yet, or the best peak lies away from the prediction (a step that the
+//              next window has not confirmed, or a wrong match);
+//   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
+//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds a hundredth of a
+//              sample (208 ns at 48 kHz);
+//   lost       its peak lies on the edge of the +-32 sample range;
+//   outside    less than half of it has both channels' neighbourhoods inside the recordings (its
+//              match in B lies beyond B's start or end).
 //
 // Limits: zero or negative length, interval, correlation length or upscale factor, null channels,
 // a sampling rate that is not a positive finite number, a window longer than the data or than
@@ -72,7 +94,7 @@ class VDAudioTimeErrorCalculator {
  public:
   enum CorrelationType : int64_t { kQuick = 0, kResampler = 1, kPostResampler = 2 };
 
-  enum class WindowStatus { Used, Silent, Weak, Lost, Outside };
+  enum class WindowStatus { Used, Silent, Weak, Ambiguous, Uncertain, Lost, Outside };
 
   // What one window gave; the diagnostic export writes one row per window.
   struct Window {
@@ -81,6 +103,9 @@ class VDAudioTimeErrorCalculator {
                                  // when there is none), samples
     double refinedLag = 0;       // sub-sample lag, samples; meaningful when Used
     double peakCorrelation = 0;  // normalised correlation at the integer peak
+    double peakRatio = 0;        // the highest other peak in range over the best one
+    double delayUncertainty = std::numeric_limits<double>::quiet_NaN();  // standard, samples
+    bool bInverted = false;  // B was measured upside down
     WindowStatus status = WindowStatus::Silent;
   };
 
@@ -95,10 +120,12 @@ class VDAudioTimeErrorCalculator {
   void calculateTimeError();
 
   // Writes kWindowExportFileName into directoryPath, one row per window with the header
-  // "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status": window_start and
-  // integer_lag in samples, refined_lag in samples and delay in seconds (nan when not used),
-  // peak_correlation, used 1 or 0, status one of used, silent, weak, lost, outside.
-  // False when the file could not be written.
+  // "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,delay_uncertainty,
+  // peak_ratio,b_inverted": window_start and integer_lag in samples, refined_lag in samples and
+  // delay in seconds (nan when not used), peak_correlation, used 1 or 0, status one of used,
+  // silent, weak, ambiguous, uncertain, lost, outside, delay_uncertainty the delay's standard
+  // uncertainty in seconds (nan when not used), peak_ratio the highest other peak over the best,
+  // b_inverted 1 when B was measured upside down. False when the file could not be written.
   bool exportTimeErrorToPath(const std::string& directoryPath) const;
 
   // Writes directory/filename: the header "time,time_error" and one row per used window, the
@@ -119,22 +146,49 @@ class VDAudioTimeErrorCalculator {
  private:
   struct Tracking;
 
-  // The best whole-sample offset from the predicted delay and its normalised correlation.
+  // The correlation's best whole-sample offset from the predicted delay and how it was judged.
   struct Peak {
     int64_t offset = 0;
-    double correlation = 0.0;
+    double correlation = 0.0;  // normalised, at the offset
+    double ratio = 1.0;        // highest other peak over the best
+    bool clear = false;
+    bool onEdge = false;
+    double uncertainty = std::numeric_limits<double>::infinity();  // samples
+  };
+
+  // A lag found by a search: the lag at the centre of the stretch of A searched with.
+  struct SearchHit {
+    int64_t lag = 0;
+    double polarity = 1.0;
+    double centre = 0.0;
+    double prominence = 0.0;  // the peak's score over the highest other
   };
 
   bool parametersUsable() const;
   Tracking newTracking() const;
+  int64_t secondsInSamples(double seconds) const;
+  double windowCentre(int64_t start) const;
   double windowCentreSeconds(const Window& window) const;
   double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
+  void measureBackwards(int64_t firstUsed, Tracking& tracking);
+  // Correlates around predicted and judges the peak; may move predicted to where the peak lies.
+  WindowStatus measureAt(int64_t start, double& predicted, double polarity, double tolerance,
+                         bool requireClear, Tracking& tracking, Peak& peak) const;
+  void fillWindow(double predicted, double polarity, const Peak& peak, Window& window) const;
+  void acceptWindow(int64_t start, double predicted, const Peak& peak, Tracking& tracking,
+                    Window& window) const;
+  bool takeStep(int64_t start, Tracking& tracking, Window& window) const;
   void remeasure(Tracking& tracking, Window& window) const;
   WindowStatus correlateAround(int64_t start, double predicted, Tracking& tracking,
                                Peak& peak) const;
   double refinedDelay(int64_t start, double predicted, const Peak& peak, Tracking& tracking) const;
-  std::optional<int64_t> searchOffset(int64_t start, Tracking& tracking) const;
+  bool findFirstOffset(int64_t start, Tracking& tracking) const;
+  std::optional<SearchHit> searchCoarse(int64_t start, Tracking& tracking) const;
+  std::optional<SearchHit> searchStep(int64_t start, double predicted, bool loud, bool quiet,
+                                      Tracking& tracking) const;
+  std::optional<SearchHit> searchOffset(int64_t start, int64_t around, int64_t range,
+                                        double peakRatio, Tracking& tracking) const;
   double refinedOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
   double resampledPeakOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
 

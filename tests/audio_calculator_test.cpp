@@ -345,7 +345,9 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
   }
   const std::vector<VDTimeErrorValue> values = calculator.timeErrors();
   ASSERT_EQ(rows.size(), values.size());
-  ASSERT_EQ(rows.size(), 7u);  // all but the window at 2 s, which lies wholly in the gap
+  // All but the window at 2 s, which lies wholly in the gap, and the one at 2.5 s, which holds
+  // signal only in its last 28 ms (less than a quarter of it).
+  ASSERT_EQ(rows.size(), 6u);
   EXPECT_EQ(rows[0].first, 511.5 / kRate);
   for (size_t i = 0; i < rows.size(); ++i) {
     EXPECT_NEAR(rows[i].first, values[i].timestamp() * 1e-9, 0.5e-9);
@@ -356,7 +358,9 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
   // The diagnostic file: one row per window, silent ones included.
   std::istringstream windows(TestSupport::readFile(dir / Calculator::kWindowExportFileName));
   ASSERT_TRUE(std::getline(windows, line));
-  EXPECT_EQ(line, "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status");
+  EXPECT_EQ(line,
+            "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
+            "delay_uncertainty,peak_ratio,b_inverted");
   std::vector<std::string> lines;
   while (std::getline(windows, line)) {
     lines.push_back(line);
@@ -368,12 +372,19 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
     const Calculator::Window& window = calculator.windows()[i];
     if (window.status == Status::Silent) {
       ++silent;
-      EXPECT_NE(lines[i].find(",nan,nan,0.000000,0,silent"), std::string::npos) << lines[i];
+      EXPECT_NE(lines[i].find(",nan,nan,0.000000,0,silent,nan,"), std::string::npos) << lines[i];
     } else if (window.status == Status::Used) {
-      EXPECT_NE(lines[i].find(",1,used"), std::string::npos) << lines[i];
+      // Clean tones: a standard uncertainty far below a nanosecond; B upright.
+      double uncertainty = 1.0;
+      const size_t used = lines[i].find(",1,used,");
+      ASSERT_NE(used, std::string::npos) << lines[i];
+      ASSERT_EQ(std::sscanf(lines[i].c_str() + used + 8, "%lf", &uncertainty), 1) << lines[i];
+      EXPECT_GT(uncertainty, 0.0);
+      EXPECT_LT(uncertainty, 1e-9);
+      EXPECT_EQ(lines[i].substr(lines[i].size() - 2), ",0") << lines[i];
     }
   }
-  EXPECT_EQ(silent, 1);  // the window at 2 s lies wholly inside the gap
+  EXPECT_EQ(silent, 2);
 
   // An unwritable place is reported, not fatal.
   EXPECT_FALSE(calculator.exportTimeErrorToDirectoryURL(dir / "missing", "x.csv"));

@@ -1,0 +1,45 @@
+#include "VDDelayLine.h"
+
+#include <algorithm>
+#include <cmath>
+
+double VDDelayLine::tolerance(double centre) const {
+  const double driftError = driftKnown() ? kDriftUncertainty : kMaximumDrift;
+  return kPeakTolerance + driftError * std::fabs(centre - anchorCentre);
+}
+
+void VDDelayLine::remember(double centre, double delay) {
+  history.emplace_back(centre, delay);
+  if (history.size() > kHistory) {
+    history.pop_front();
+  }
+  fitDrift();
+}
+
+void VDDelayLine::replace(double centre, double delay) {
+  for (auto& [historyCentre, historyDelay] : history) {
+    if (historyCentre == centre) {
+      historyDelay = delay;
+    }
+  }
+}
+
+void VDDelayLine::fitDrift() {
+  if (!driftKnown()) {
+    return;
+  }
+  double meanX = 0, meanY = 0;
+  for (const auto& [x, y] : history) {
+    meanX += x;
+    meanY += y;
+  }
+  meanX /= static_cast<double>(history.size());
+  meanY /= static_cast<double>(history.size());
+  double sxy = 0, sxx = 0;
+  for (const auto& [x, y] : history) {
+    sxy += (x - meanX) * (y - meanY);
+    sxx += (x - meanX) * (x - meanX);
+  }
+  const double slope = sxy / sxx;
+  drift = std::isfinite(slope) ? std::clamp(slope, -kMaximumDrift, kMaximumDrift) : 0.0;
+}

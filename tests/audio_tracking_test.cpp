@@ -1,0 +1,305 @@
+// How the audio time error calculator finds and follows the delay on recordings with pauses:
+// offsets of many seconds either way, B upside down, steps in the delay (a dropout, an inserted
+// block, a short glitch), digital silence, and the uncertainty it reports.
+//
+// The pairs sample one continuous signal at the instants each channel sees: 120 tones of
+// 50 Hz - 3 kHz at 8 kHz under bursts of 0.1-0.3 s separated by pauses of 0.05-0.5 s (exact
+// zeros), like speech. B's sample n shows the signal at n / rate - delay, where the delay may
+// change at one of B's samples, so the true delay at every window is known exactly.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDAudioTimeErrorCalculator.h"
+
+namespace {
+
+using Calculator = VDAudioTimeErrorCalculator;
+using Status = VDAudioTimeErrorCalculator::WindowStatus;
+
+constexpr double kRate = 8000.0;
+constexpr int64_t kInterval = 800, kLength = 1024;
+
+class BurstSignal {
+ public:
+  explicit BurstSignal(double seconds) {
+    std::mt19937_64 random(7);
+    std::uniform_real_distribution<double> unit(0.0, 1.0);
+    for (int i = 0; i < 120; ++i) {
+      _tones.push_back({50.0 + 2950.0 * unit(random), 2 * M_PI * unit(random)});
+    }
+    for (double t = -100.0; t < seconds + 100.0;) {
+      const double length = 0.1 + 0.2 * unit(random);
+      _bursts.push_back({t, t + length});
+      t += length + 0.05 + 0.45 * unit(random);
+    }
+  }
+
+  double envelope(double t) const {
+    for (const auto& [begin, end] : _bursts) {
+      if (t > begin && t < end) {
+        const double edge = std::min({1.0, (t - begin) / 0.02, (end - t) / 0.02});
+        return 0.5 - 0.5 * std::cos(M_PI * edge);
+      }
+    }
+    return 0.0;
+  }
+
+  // The signal at t0 + n dt for n < count, written to out from index first on.
+  void render(double t0, int64_t first, int64_t count, std::vector<float>& out,
+              double dt = 1.0 / kRate) const {
+    std::vector<double> sum(static_cast<size_t>(count), 0.0);
+    for (const Tone& tone : _tones) {
+      const double cycles = tone.frequency * t0;
+      const double theta = 2 * M_PI * (cycles - std::floor(cycles)) + tone.phase;
+      const double step = 2 * M_PI * tone.frequency * dt;
+      double re = std::cos(theta), im = std::sin(theta);
+      const double c = std::cos(step), s = std::sin(step);
+      for (int64_t n = 0; n < count; ++n) {
+        sum[static_cast<size_t>(n)] += re;
+        const double next = re * c - im * s;
+        im = re * s + im * c;
+        re = next;
+        if (n % 256 == 255) {  // exact phase now and then, against rounding drift
+          const double at = tone.frequency * (t0 + static_cast<double>(n + 1) * dt);
+          const double phase = 2 * M_PI * (at - std::floor(at)) + tone.phase;
+          re = std::cos(phase);
+          im = std::sin(phase);
+        }
+      }
+    }
+    for (int64_t n = 0; n < count; ++n) {
+      const double t = t0 + static_cast<double>(n) * dt;
+      out[static_cast<size_t>(first + n)] =
+          static_cast<float>(0.01 * sum[static_cast<size_t>(n)] * envelope(t));
+    }
+  }
+
+ private:
+  struct Tone {
+    double frequency;
+    double phase;
+  };
+  std::vector<Tone> _tones;
+  std::vector<std::pair<double, double>> _bursts;
+};
+
+struct Pair {
+  std::vector<float> a, b;
+};
+
+// B lags by delayBefore up to its sample stepAt and by delayAfter from there on.
+Pair makePair(double seconds, double delayBefore, double delayAfter = NAN, int64_t stepAt = -1) {
+  static const BurstSignal signal(120.0);
+  const int64_t count = static_cast<int64_t>(seconds * kRate);
+  Pair pair{std::vector<float>(static_cast<size_t>(count)),
+            std::vector<float>(static_cast<size_t>(count))};
+  signal.render(0.0, 0, count, pair.a);
+  const int64_t split = stepAt < 0 ? count : stepAt;
+  signal.render(-delayBefore, 0, split, pair.b);
+  if (split < count) {
+    signal.render(static_cast<double>(split) / kRate - delayAfter, split, count - split, pair.b);
+  }
+  return pair;
+}
+
+double centreSeconds(const Calculator::Window& window) {
+  return (static_cast<double>(window.start) + (kLength - 1) / 2.0) / kRate;
+}
+
+Calculator calculate(const Pair& pair, int64_t length = kLength) {
+  Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
+                        kInterval, length, 16, kRate, Calculator::kPostResampler);
+  calculator.calculateTimeError();
+  return calculator;
+}
+
+TEST(AudioTracking, FindsOffsetsOfManySecondsEitherWayAndInvertedPolarity) {
+  // 40 s of bursts; B started 15 s after A, or 15 s before it, or upside down.
+  struct Case {
+    double delay;
+    bool inverted;
+  };
+  for (const Case& c : {Case{15.0, false}, Case{-15.0, false}, Case{0.0123, true}}) {
+    SCOPED_TRACE(c.delay);
+    Pair pair = makePair(40.0, c.delay);
+    if (c.inverted) {
+      for (float& sample : pair.b) {
+        sample = -sample;
+      }
+    }
+    const Calculator calculator = calculate(pair);
+    int64_t used = 0, overlapping = 0;
+    for (const auto& window : calculator.windows()) {
+      const double inB = centreSeconds(window) + c.delay;
+      overlapping += inB > 0.2 && inB < 39.8 ? 1 : 0;
+      if (window.status == Status::Used) {
+        ++used;
+        EXPECT_NEAR(window.refinedLag / kRate, c.delay, 1e-9) << window.start;
+        EXPECT_EQ(window.bInverted, c.inverted);
+      }
+    }
+    // Windows in the pauses give no value; most of the rest do.
+    EXPECT_GT(used, overlapping / 3);
+    // The diagnostic export says which way up B was measured, in its last column.
+    TestSupport::TempDir dir;
+    ASSERT_TRUE(calculator.exportTimeErrorToPath(dir.path().string()));
+    std::istringstream rows(TestSupport::readFile(dir / Calculator::kWindowExportFileName));
+    std::string row;
+    std::getline(rows, row);
+    int64_t usedRows = 0;
+    while (std::getline(rows, row)) {
+      if (row.find(",1,used,") != std::string::npos) {
+        EXPECT_EQ(row.substr(row.size() - 2), c.inverted ? ",1" : ",0") << row;
+        ++usedRows;
+      }
+    }
+    EXPECT_EQ(usedRows, used);
+  }
+}
+
+TEST(AudioTracking, FollowsStepsInTheDelayWithinTwoWindows) {
+  // A dropout of 300 samples, a block of 0.3 s inserted, and 10 samples inserted, in B at 10 s.
+  constexpr int64_t kStepAt = 80000;
+  for (double change : {-300 / kRate, 0.3, 10 / kRate}) {
+    SCOPED_TRACE(change);
+    const double before = 0.0123;
+    const double after = before + change;
+    const Calculator calculator = calculate(makePair(20.0, before, after, kStepAt));
+    const std::vector<Calculator::Window>& windows = calculator.windows();
+    int64_t lost = 0;
+    for (const auto& window : windows) {
+      const double centre = centreSeconds(window);
+      // Which side of the step B's stretch for this window lies on.
+      const double firstInB = static_cast<double>(window.start) / kRate + before;
+      const double lastInB = static_cast<double>(window.start + kLength) / kRate + after;
+      const bool beforeStep = lastInB * kRate < kStepAt;
+      const bool afterStep = firstInB * kRate > kStepAt;
+      if (window.status == Status::Used) {
+        if (beforeStep) {
+          EXPECT_NEAR(window.refinedLag / kRate, before, 1e-9) << centre;
+        } else if (afterStep) {
+          EXPECT_NEAR(window.refinedLag / kRate, after, 1e-9) << centre;
+        } else {
+          const double lag = window.refinedLag / kRate;
+          EXPECT_TRUE(std::fabs(lag - before) < 1e-9 || std::fabs(lag - after) < 1e-9) << centre;
+        }
+      } else if (std::fabs(centre + before - kStepAt / kRate) < 1.0 &&
+                 window.status != Status::Silent && window.status != Status::Weak) {
+        ++lost;
+      }
+    }
+    EXPECT_LE(lost, 2);
+    // Far from the step, the windows with signal have values on both sides.
+    int64_t usedLate = 0;
+    for (size_t i = windows.size() - 40; i < windows.size(); ++i) {
+      usedLate += windows[i].status == Status::Used ? 1 : 0;
+    }
+    EXPECT_GT(usedLate, 10);
+  }
+}
+
+TEST(AudioTracking, AWindowWhoseBestPeakIsNotTheDelayFollowedGivesNoValue) {
+  // B lags 0.0123 s, except over 880 samples of a burst from B's sample 75300 on, where a glitch
+  // moves it by 7 samples. The window that sees mostly the glitch (starting at 75200) is
+  // ambiguous: its peak lies away from the prediction and the next window does not confirm a
+  // step. Windows that touch the glitch in part may keep a value, pulled by a little; the others
+  // are exact, before and after.
+  const double delay = 0.0123;
+  Pair pair = makePair(20.0, delay);
+  const Pair glitch = makePair(20.0, delay + 7 / kRate);
+  const int64_t glitchBegin = 75300, glitchEnd = 76180;
+  std::copy(glitch.b.begin() + glitchBegin, glitch.b.begin() + glitchEnd,
+            pair.b.begin() + glitchBegin);
+  const Calculator calculator = calculate(pair);
+  int64_t used = 0;
+  for (const auto& window : calculator.windows()) {
+    const double firstInB = static_cast<double>(window.start) + delay * kRate;
+    const bool touches = firstInB + kLength > glitchBegin && firstInB < glitchEnd;
+    if (window.start == 75200) {
+      EXPECT_EQ(window.status, Status::Ambiguous);
+      EXPECT_EQ(window.integerLag, 98 + 7);
+    } else if (window.status == Status::Used) {
+      EXPECT_NEAR(window.refinedLag / kRate, delay, touches ? 0.05 / kRate : 1e-9) << window.start;
+      ++used;
+    }
+  }
+  EXPECT_GT(used, 50);
+  EXPECT_EQ(calculator.windows()[static_cast<size_t>(76800 / kInterval)].status, Status::Used);
+}
+
+TEST(AudioTracking, JudgesAWindowOnThePartThatHoldsSignalAndReportsItsUncertainty) {
+  // B lags 0.0123 s; independent noise at 30 dB on each channel, but exact zeros in the pauses,
+  // as a recorder with a noise gate gives them.
+  const double delay = 0.0123;
+  Pair pair = makePair(30.0, delay);
+  std::mt19937_64 random(3);
+  std::normal_distribution<double> noise(0.0, 0.01 * 0.0316);
+  for (std::vector<float>* channel : {&pair.a, &pair.b}) {
+    for (float& sample : *channel) {
+      if (sample != 0.0f) {
+        sample += static_cast<float>(noise(random));
+      }
+    }
+  }
+  const Calculator calculator = calculate(pair);
+  double sumSquares = 0, sumVariance = 0;
+  int64_t used = 0;
+  for (const auto& window : calculator.windows()) {
+    int64_t nonZero = 0;
+    for (int64_t i = window.start; i < window.start + kLength; ++i) {
+      nonZero += pair.a[static_cast<size_t>(i)] != 0.0f ? 1 : 0;
+    }
+    if (4 * nonZero < kLength) {
+      EXPECT_EQ(window.status, Status::Silent) << window.start;
+    }
+    if (window.status == Status::Used) {
+      const double error = window.refinedLag - delay * kRate;
+      sumSquares += error * error;
+      sumVariance += window.delayUncertainty * window.delayUncertainty;
+      EXPECT_LE(window.delayUncertainty, 0.01);
+      ++used;
+    }
+  }
+  ASSERT_GT(used, 50);
+  // The reported uncertainty matches the scatter it describes, within a factor of two.
+  const double scatter = std::sqrt(sumSquares / static_cast<double>(used));
+  const double reported = std::sqrt(sumVariance / static_cast<double>(used));
+  EXPECT_GT(scatter, reported / 2);
+  EXPECT_LT(scatter, reported * 2);
+}
+
+TEST(AudioTracking, LongWindowsAtAHighDriftStartAsWellAsShortOnes) {
+  // 1000 ppm with 8192-sample windows (a second at 8 kHz): the delay changes by eight samples
+  // across one window; from the first window on each value is within a nanosecond.
+  constexpr double kOffset = 0.0123, kDrift = 0.001;
+  static const BurstSignal signal(120.0);
+  const int64_t count = static_cast<int64_t>(30.0 * kRate);
+  std::vector<float> a(static_cast<size_t>(count)), b(static_cast<size_t>(count));
+  signal.render(0.0, 0, count, a);
+  // B's clock runs slow by the drift: its sample n shows the signal at n (1 - drift) / rate - d.
+  signal.render(-kOffset, 0, count, b, (1.0 - kDrift) / kRate);
+  constexpr int64_t kLong = 8192;
+  Calculator calculator(a.data(), b.data(), count, kInterval, kLong, 16, kRate,
+                        Calculator::kPostResampler);
+  calculator.calculateTimeError();
+  int64_t used = 0;
+  for (const auto& window : calculator.windows()) {
+    if (window.status == Status::Used) {
+      const double t = (static_cast<double>(window.start) + (kLong - 1) / 2.0) / kRate;
+      EXPECT_NEAR(window.refinedLag / kRate, (kOffset + kDrift * t) / (1.0 - kDrift), 1e-9)
+          << window.start;
+      ++used;
+    }
+  }
+  EXPECT_GT(used, static_cast<int64_t>(calculator.windows().size()) / 2);
+}
+
+}  // namespace
