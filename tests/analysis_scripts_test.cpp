@@ -326,7 +326,8 @@ TEST(AnalysisScripts, PlotsRenderFromOneToAMillionPoints) {
     std::string mtie = "window,tau,mtie,terms\n";
     for (int i = 1; i <= count; ++i) {
       const std::string index = std::to_string(i);
-      timeErrors += std::to_string(1000000000ll * i) + "," + std::to_string((i * 7919) % 61) + "\n";
+      timeErrors +=
+          std::to_string(1000000000ll * i) + "," + std::to_string((i * 7919ll) % 61) + "\n";
       const double value = 1e-9 / i;
       adev += index + "," + index + "," + std::to_string(value) + ",10,0,5," +
               std::to_string(value * 0.8) + "," + std::to_string(value * 1.3) + "\n";
