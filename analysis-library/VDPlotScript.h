@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 // VDPlotScript holds the pieces every generated matplotlib script shares: the interpreter line
 // and imports, where the script finds its CSV, and how it saves, shows or closes its figure.
@@ -17,6 +18,9 @@ class VDPlotScript {
   // Curves with more points than this are rasterised in PDF output and get no markers.
   static constexpr int kRasterisedPoints = 20000;
   static constexpr int kMarkedPoints = 100;
+  // Saved figures draw curves longer than this reduced to their extremes per pixel column.
+  static constexpr int kReducedPoints = 8000;
+  static constexpr int kPixelColumns = 3000;
 
   // "#!/usr/bin/python", a blank line and the imports, each on its own line.
   static std::string header();
@@ -30,6 +34,17 @@ class VDPlotScript {
   // single points show; 'None' otherwise) and rasterizeCurve (true beyond kRasterisedPoints)
   // from the length of the named array.
   static std::string curveOptions(const std::string& arrayName);
+  // For a script that saves its figure (reduce): the statements that define shown, the indices
+  // of the points worth drawing. Of curves longer than kReducedPoints, x being finite and
+  // rising, it keeps in each of kPixelColumns columns of the x range (narrower than the saved
+  // figure's pixels; spaced logarithmically on log-log axes) the first and last point and the
+  // lowest and highest of each named series, so the drawing looks the same as with every point
+  // at a fraction of the cost. Empty when not reducing: shown scripts keep every point for
+  // zooming in.
+  static std::string shownPoints(bool reduce, const std::string& xName, bool logAxes,
+                                 const std::vector<std::string>& seriesNames);
+  // The array as drawn: "name[shown]" when reducing, else the name.
+  static std::string drawn(bool reduce, const std::string& arrayName);
   // The keyword arguments of a statistic's curve: colour, line, markerStyle, the legend label,
   // rasterizeCurve, drawn above a band.
   static std::string curveStyle(const std::string& label);

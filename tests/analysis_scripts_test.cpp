@@ -43,6 +43,38 @@ std::string legend(const std::string& array) {
          "[0] > " + array + "[-1] else 'upper left'), fontsize=11, framealpha=0.9)\n";
 }
 
+// What a script that saves its figure draws of a long curve: each pixel column's extremes.
+std::string shownPoints(const std::string& call) {
+  return "# Long curves are drawn from the first, last, lowest and highest point of each of 3000\n"
+         "# columns of the x range (narrower than a pixel): the plot looks the same as with every\n"
+         "# point.\n"
+         "def pixelColumnExtremes(x, logAxes, *series):\n"
+         "    if len(x) <= 8000:\n"
+         "        return slice(None)\n"
+         "    with np.errstate(all='ignore'):\n"
+         "        position = np.log10(x.astype(float)) if logAxes else x.astype(float)\n"
+         "    span = position[-1] - position[0]\n"
+         "    rising = np.all(np.isfinite(position)) and np.all(np.diff(position) >= 0)\n"
+         "    if not (rising and span > 0):\n"
+         "        return slice(None)\n"
+         "    column = ((position - position[0]) * (2999 / span)).astype(np.int64)\n"
+         "    starts = np.flatnonzero(np.diff(column, prepend=-1))\n"
+         "    counts = np.diff(np.append(starts, len(x)))\n"
+         "    kept = [starts, starts + counts - 1]\n"
+         "    for values in series:\n"
+         "        values = values.astype(float)\n"
+         "        if logAxes:\n"
+         "            values[values <= 0] = np.nan\n"
+         "        for extreme in (np.fmin, np.fmax):\n"
+         "            target = np.repeat(extreme.reduceat(values, starts), counts)\n"
+         "            atExtreme = np.flatnonzero(values == target)\n"
+         "            kept.append(atExtreme[np.diff(column[atExtreme], prepend=-1) != 0])\n"
+         "    return np.unique(np.concatenate(kept))\n"
+         "\n"
+         "shown = pixelColumnExtremes(" +
+         call + ")\n\n";
+}
+
 const std::string kDecadeGrid =
     "import matplotlib.ticker\n"
     "for decadeAxis in (ax1.xaxis, ax1.yaxis):\n"
@@ -54,32 +86,36 @@ const std::string kDecadeGrid =
 
 TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
   const VDTimeErrorSequence sequence({});
-  const std::string body =
-      "\n"
-      "time = timeErrorRecords.time\n"
-      "timeError = timeErrorRecords.time_error\n"
-      "\n" +
-      curveOptions("time") +
-      "\n"
-      "f1, ax1 = plt.subplots()\n"
-      "ax1.plot(time, timeError, color='#b03a2e', linestyle='-', linewidth=1.0, "
-      "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n" +
-      legend("timeError") +
-      "ax1.set_xlabel('Time (ns)', fontsize=12)\n"
-      "ax1.set_ylabel('Time Error (ns)', fontsize=12)\n"
-      "ax1.set_title('Time Errors - run 1', fontsize=14)\n"
-      "ax1.tick_params(which='both', labelsize=11)\n"
-      "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n"
-      "\n";
+  const auto body = [](const std::string& shown, const std::string& drawn) {
+    return "\n"
+           "time = timeErrorRecords.time\n"
+           "timeError = timeErrorRecords.time_error\n"
+           "\n" +
+           curveOptions("time") + "\n" + shown +
+           "f1, ax1 = plt.subplots()\n"
+           "ax1.plot(" +
+           drawn +
+           ", color='#b03a2e', linestyle='-', linewidth=1.0, "
+           "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n" +
+           legend("timeError") +
+           "ax1.set_xlabel('Time (ns)', fontsize=12)\n"
+           "ax1.set_ylabel('Time Error (ns)', fontsize=12)\n"
+           "ax1.set_title('Time Errors - run 1', fontsize=14)\n"
+           "ax1.tick_params(which='both', labelsize=11)\n"
+           "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n"
+           "\n";
+  };
+  // Shown scripts draw every point, so zooming in shows them all.
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "run1_time_error.csv",
                                                         "run 1", std::nullopt, true),
             kHeader +
                 "timeErrorRecords = "
                 "mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/run1_time_error.csv')\n" +
-                body + "plt.show()\n");
+                body("", "time, timeError") + "plt.show()\n");
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "run1_time_error.csv", "run 1",
                                                         "/out dir/run1.png", false),
-            kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" + body +
+            kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" +
+                body(shownPoints("time, False, timeError"), "time[shown], timeError[shown]") +
                 "f1.set_size_inches(11.69, 6.58)\n"
                 "f1.tight_layout()\n"
                 "f1.savefig('/out dir/run1.png', dpi=150)\n"
@@ -89,34 +125,39 @@ TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
 
 TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
   const VDAnalysisClass& adev = VDAllanDeviationAnalysis::classObject();
-  const std::string body =
-      "\n"
-      "tau = adevRecords.tau\n"
-      "adev = adevRecords.adev\n"
-      "adevMin = adevRecords.adev_min\n"
-      "adevMax = adevRecords.adev_max\n"
-      "\n" +
-      curveOptions("tau") +
-      "\n"
-      "f1, ax1 = plt.subplots()\n"
-      "l1, = ax1.loglog(tau, adev, color='#1f4e9c', linestyle='-', linewidth=1.5, "
-      "marker=markerStyle, markersize=4, label='ADEV', rasterized=rasterizeCurve, zorder=3)\n"
-      "ax1.fill_between(tau, adevMin, adevMax, color='#1f4e9c', alpha=0.25, linewidth=0, "
-      "zorder=2, label='68.3 % confidence interval', rasterized=rasterizeCurve)\n" +
-      legend("adev") +
-      "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
-      "ax1.set_ylabel('ADEV (dimensionless)', fontsize=12)\n"
-      "ax1.set_title('Allan Deviation - run1', fontsize=14)\n"
-      "ax1.tick_params(which='both', labelsize=11)\n" +
-      kDecadeGrid + "\n";
+  const auto body = [](const std::string& shown, const std::string& suffix) {
+    return "\n"
+           "tau = adevRecords.tau\n"
+           "adev = adevRecords.adev\n"
+           "adevMin = adevRecords.adev_min\n"
+           "adevMax = adevRecords.adev_max\n"
+           "\n" +
+           curveOptions("tau") + "\n" + shown +
+           "f1, ax1 = plt.subplots()\n"
+           "l1, = ax1.loglog(tau" +
+           suffix + ", adev" + suffix +
+           ", color='#1f4e9c', linestyle='-', linewidth=1.5, "
+           "marker=markerStyle, markersize=4, label='ADEV', rasterized=rasterizeCurve, zorder=3)\n"
+           "ax1.fill_between(tau" +
+           suffix + ", adevMin" + suffix + ", adevMax" + suffix +
+           ", color='#1f4e9c', alpha=0.25, linewidth=0, "
+           "zorder=2, label='68.3 % confidence interval', rasterized=rasterizeCurve)\n" +
+           legend("adev") +
+           "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
+           "ax1.set_ylabel('ADEV (dimensionless)', fontsize=12)\n"
+           "ax1.set_title('Allan Deviation - run1', fontsize=14)\n"
+           "ax1.tick_params(which='both', labelsize=11)\n" +
+           kDecadeGrid + "\n";
+  };
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath(std::nullopt, "run1_adev.csv", "run1",
                                                     std::nullopt, true),
             kHeader +
                 "adevRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/run1_adev.csv')\n" +
-                body + "plt.show()\n");
+                body("", "") + "plt.show()\n");
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath("/o", "run1_adev.csv", "run1",
                                                     "/o/run1_adev.pdf", false),
-            kHeader + "adevRecords = mlab.csv2rec('/o/run1_adev.csv')\n" + body +
+            kHeader + "adevRecords = mlab.csv2rec('/o/run1_adev.csv')\n" +
+                body(shownPoints("tau, True, adev, adevMin, adevMax"), "[shown]") +
                 "f1.set_size_inches(11.69, 6.58)\n"
                 "f1.tight_layout()\n"
                 "f1.savefig('/o/run1_adev.pdf', dpi=150)\n"
@@ -221,10 +262,10 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
                 "mtie = mtieRecords.mtie\n"
                 "gPTP1HopMask = vGPTP1HopMTIE(tau)\n"
                 "\n" +
-                curveOptions("tau") +
-                "\n"
+                curveOptions("tau") + "\n" + shownPoints("tau, True, mtie") +
                 "f1, ax1 = plt.subplots()\n"
-                "l1, = ax1.loglog(tau, mtie, color='#1f4e9c', linestyle='-', linewidth=1.5, "
+                "l1, = ax1.loglog(tau[shown], mtie[shown], color='#1f4e9c', linestyle='-', "
+                "linewidth=1.5, "
                 "marker=markerStyle, markersize=4, label='MTIE', rasterized=rasterizeCurve, "
                 "zorder=3)\n" +
                 legend("mtie") +
