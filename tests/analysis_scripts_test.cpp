@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -396,6 +398,82 @@ TEST(AnalysisScripts, PlotsRenderFromOneToAMillionPoints) {
           << plot;
     }
   }
+}
+
+// A figure saved from a long curve draws it reduced, yet each of the figure's pixel columns
+// still reaches every series' highest and lowest value within a pixel (the columns the script
+// reduces to are narrower than a pixel but need not line up with one): a spike one sample wide
+// still shows.
+TEST(AnalysisScripts, ReducedCurvesKeepEachPixelColumnsExtremes) {
+  TestSupport::TempDir dir;
+  const std::string out = dir.path().string();
+  const auto number = [](double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9e", value);
+    return std::string(text);
+  };
+  std::string timeErrors = "time,time_error\n";
+  std::string adev = "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n";
+  for (int64_t i = 1; i <= 200000; ++i) {
+    // Noise with rare one-sample spikes up and down.
+    const int64_t spike = i % 9973 == 0 ? 5000 : (i % 7919 == 0 ? -4000 : 0);
+    timeErrors +=
+        std::to_string(1000000000 * i) + "," + std::to_string((i * 7919) % 61 - 30 + spike) + "\n";
+    if (i <= 100000) {
+      const double wobble = 1 + ((i * 7907) % 53) / 100.0 + (i % 4999 == 0 ? 3 : 0);
+      // A zero, which a log axis cannot show, among the values.
+      const double value = i == 60000 ? 0 : 1e-9 / std::sqrt(i) * wobble;
+      adev += std::to_string(i) + "," + number(0.125 * i) + "," + number(value) + ",10,0,5," +
+              number(value * (i % 3001 == 0 ? 0.1 : 0.8)) + "," + number(value * 1.3) + "\n";
+    }
+  }
+  TestSupport::writeFile(dir / "n_time_error.csv", timeErrors);
+  TestSupport::writeFile(dir / "n_adev.csv", adev);
+  // Exits 3 when the curve was not reduced, 4 when a pixel column lost an extreme.
+  const auto check = [](const std::string& x, const std::string& series, const char* logAxes) {
+    return "\n"
+           "def pixelExtremes(x, y):\n"
+           "    f1.set_dpi(150)\n"
+           "    pixel = ax1.transData.transform(np.column_stack([x, np.ones(len(x))]))[:, 0]\n"
+           "    y = y.astype(float)\n"
+           "    valid = np.isfinite(y) & ((y > 0) if " +
+           std::string(logAxes) +
+           " else True)\n"
+           "    pixel = pixel[valid].astype(np.int64) + 1\n"
+           "    low = np.full(pixel.max() + 2, np.inf)\n"
+           "    high = np.full(pixel.max() + 2, -np.inf)\n"
+           "    np.minimum.at(low, pixel, y[valid])\n"
+           "    np.maximum.at(high, pixel, y[valid])\n"
+           "    return low, high\n"
+           "if len(" +
+           x + "[shown]) * 5 > len(" + x +
+           "):\n"
+           "    sys.exit(3)\n"
+           "for y in (" +
+           series +
+           "):\n"
+           "    low, high = pixelExtremes(" +
+           x +
+           ", y)\n"
+           "    drawnLow, drawnHigh = pixelExtremes(" +
+           x +
+           "[shown], y[shown])\n"
+           "    near = lambda values, pick: pick(pick(values[:-2], values[1:-1]), values[2:])\n"
+           "    if np.any(near(drawnLow, np.minimum) > low[1:-1]) or \\\n"
+           "            np.any(near(drawnHigh, np.maximum) < high[1:-1]):\n"
+           "        sys.exit(4)\n";
+  };
+  const std::string timeScript = VDTimeErrorSequence({}).generatePythonScriptWithOutputPath(
+                                     out, "n_time_error.csv", "n", out + "/t.png", false) +
+                                 check("time", "timeError,", "False");
+  TestSupport::writeFile(dir / "Time.py", timeScript);
+  EXPECT_EQ(runPlotScript(dir / "Time.py"), 0);
+  const std::string adevScript =
+      VDAllanDeviationAnalysis::classObject().generatePythonScriptWithOutputPath(
+          out, "n_adev.csv", "n", out + "/a.png", false) +
+      check("tau", "adev, adevMin, adevMax", "True");
+  TestSupport::writeFile(dir / "Adev.py", adevScript);
+  EXPECT_EQ(runPlotScript(dir / "Adev.py"), 0);
 }
 
 }  // namespace
