@@ -39,21 +39,19 @@ std::string VDAnalysisClass::generatePythonScriptWithOutputPath(
   }
   script += asStatements(additionalScriptRecords());
   script += "\n";
-  script += VDPlotScript::curveOptions("tau");
-  script += "\n";
-  // The hooks and the legend see every point; only the curve and band are drawn reduced.
+  // The hooks and the legend see every point; only the curve and band are drawn reduced, and
+  // whether they get markers or are rasterised depends on what is drawn.
   const bool reduce = plotPath.has_value();
   std::vector<std::string> series{column};
   if (hasConfidenceBand()) {
     series.insert(series.end(), {column + "Min", column + "Max"});
   }
-  const std::string shownPoints = VDPlotScript::shownPoints(reduce, "tau", true, series);
-  if (!shownPoints.empty()) {
-    script += shownPoints + "\n";
-  }
   const auto drawn = [reduce](const std::string& name) {
     return VDPlotScript::drawn(reduce, name);
   };
+  script += VDPlotScript::shownPoints(reduce, "tau", true, series);
+  script += VDPlotScript::curveOptions(drawn("tau"));
+  script += "\n";
   script += "f1, ax1 = plt.subplots()\n";
   script += "l1, = ax1.loglog(" + drawn("tau") + ", " + drawn(column) + ", " +
             VDPlotScript::curveStyle(curveLabel()) + ")\n";

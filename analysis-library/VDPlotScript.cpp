@@ -75,7 +75,7 @@ std::string VDPlotScript::shownPoints(bool reduce, const std::string& xName, boo
   for (const std::string& series : seriesNames) {
     text += ", " + series;
   }
-  return text + ")\n";
+  return text + ")\n\n";
 }
 
 std::string VDPlotScript::drawn(bool reduce, const std::string& arrayName) {

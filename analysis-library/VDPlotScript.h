@@ -32,15 +32,16 @@ class VDPlotScript {
 
   // Statements that set markerStyle ('o' where there are at most kMarkedPoints points, so
   // single points show; 'None' otherwise) and rasterizeCurve (true beyond kRasterisedPoints)
-  // from the length of the named array.
+  // from the length of the named array (the drawn one, so a curve reduced to its pixel
+  // columns' extremes stays vector in a PDF).
   static std::string curveOptions(const std::string& arrayName);
   // For a script that saves its figure (reduce): the statements that define shown, the indices
   // of the points worth drawing. Of curves longer than kReducedPoints, x being finite and
   // rising, it keeps in each of kPixelColumns columns of the x range (narrower than the saved
   // figure's pixels; spaced logarithmically on log-log axes) the first and last point and the
   // lowest and highest of each named series, so the drawing looks the same as with every point
-  // at a fraction of the cost. Empty when not reducing: shown scripts keep every point for
-  // zooming in.
+  // at a fraction of the cost. Ends with a blank line. Empty when not reducing: shown scripts
+  // keep every point for zooming in.
   static std::string shownPoints(bool reduce, const std::string& xName, bool logAxes,
                                  const std::vector<std::string>& seriesNames);
   // The array as drawn: "name[shown]" when reducing, else the name.

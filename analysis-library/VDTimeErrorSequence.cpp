@@ -40,13 +40,10 @@ std::string VDTimeErrorSequence::generatePythonScriptWithOutputPath(
             "time = timeErrorRecords.time\n"
             "timeError = timeErrorRecords.time_error\n"
             "\n";
-  script += VDPlotScript::curveOptions("time");
-  script += "\n";
   const bool reduce = plotPath.has_value();
-  const std::string shownPoints = VDPlotScript::shownPoints(reduce, "time", false, {"timeError"});
-  if (!shownPoints.empty()) {
-    script += shownPoints + "\n";
-  }
+  script += VDPlotScript::shownPoints(reduce, "time", false, {"timeError"});
+  script += VDPlotScript::curveOptions(VDPlotScript::drawn(reduce, "time"));
+  script += "\n";
   script += "f1, ax1 = plt.subplots()\n";
   script += "ax1.plot(" + VDPlotScript::drawn(reduce, "time") + ", " +
             VDPlotScript::drawn(reduce, "timeError") +

@@ -88,12 +88,13 @@ const std::string kDecadeGrid =
 
 TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
   const VDTimeErrorSequence sequence({});
-  const auto body = [](const std::string& shown, const std::string& drawn) {
+  const auto body = [](const std::string& shown, const std::string& drawnTime,
+                       const std::string& drawn) {
     return "\n"
            "time = timeErrorRecords.time\n"
            "timeError = timeErrorRecords.time_error\n"
            "\n" +
-           curveOptions("time") + "\n" + shown +
+           shown + curveOptions(drawnTime) + "\n" +
            "f1, ax1 = plt.subplots()\n"
            "ax1.plot(" +
            drawn +
@@ -113,11 +114,12 @@ TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
             kHeader +
                 "timeErrorRecords = "
                 "mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/run1_time_error.csv')\n" +
-                body("", "time, timeError") + "plt.show()\n");
+                body("", "time", "time, timeError") + "plt.show()\n");
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "run1_time_error.csv", "run 1",
                                                         "/out dir/run1.png", false),
             kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" +
-                body(shownPoints("time, False, timeError"), "time[shown], timeError[shown]") +
+                body(shownPoints("time, False, timeError"), "time[shown]",
+                     "time[shown], timeError[shown]") +
                 "f1.set_size_inches(11.69, 6.58)\n"
                 "f1.tight_layout()\n"
                 "f1.savefig('/out dir/run1.png', dpi=150)\n"
@@ -134,7 +136,7 @@ TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
            "adevMin = adevRecords.adev_min\n"
            "adevMax = adevRecords.adev_max\n"
            "\n" +
-           curveOptions("tau") + "\n" + shown +
+           shown + curveOptions("tau" + suffix) + "\n" +
            "f1, ax1 = plt.subplots()\n"
            "l1, = ax1.loglog(tau" +
            suffix + ", adev" + suffix +
@@ -264,7 +266,7 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
                 "mtie = mtieRecords.mtie\n"
                 "gPTP1HopMask = vGPTP1HopMTIE(tau)\n"
                 "\n" +
-                curveOptions("tau") + "\n" + shownPoints("tau, True, mtie") +
+                shownPoints("tau, True, mtie") + curveOptions("tau[shown]") + "\n" +
                 "f1, ax1 = plt.subplots()\n"
                 "l1, = ax1.loglog(tau[shown], mtie[shown], color='#1f4e9c', linestyle='-', "
                 "linewidth=1.5, "
