@@ -56,7 +56,8 @@ class VDPlotScript {
   static std::string labels(const std::string& xLabel, const std::string& yLabel,
                             const std::string& title);
   // Log-log axes: a major tick and solid grid line at every decade, dotted lines between; an
-  // axis spanning less than two decades also labels some of the ticks between.
+  // axis spanning less than two decades also labels some of the ticks between. Ticks beyond
+  // the axes are not made (matplotlib would make and then hide them).
   static std::string decadeGrid(const std::string& axesName);
 
   // With a plot path: the size statement, the layout, the savefig line (at kDotsPerInch) and a
