@@ -1,5 +1,7 @@
 #include "VDAnalysisClass.h"
 
+#include <vector>
+
 #include "VDPlotScript.h"
 
 namespace {
@@ -37,15 +39,26 @@ std::string VDAnalysisClass::generatePythonScriptWithOutputPath(
   }
   script += asStatements(additionalScriptRecords());
   script += "\n";
-  script += VDPlotScript::curveOptions("tau");
+  // The hooks and the legend see every point; only the curve and band are drawn reduced, and
+  // whether they get markers or are rasterised depends on what is drawn.
+  const bool reduce = plotPath.has_value();
+  std::vector<std::string> series{column};
+  if (hasConfidenceBand()) {
+    series.insert(series.end(), {column + "Min", column + "Max"});
+  }
+  const auto drawn = [reduce](const std::string& name) {
+    return VDPlotScript::drawn(reduce, name);
+  };
+  script += VDPlotScript::shownPoints(reduce, "tau", true, series);
+  script += VDPlotScript::curveOptions(drawn("tau"));
   script += "\n";
   script += "f1, ax1 = plt.subplots()\n";
-  script +=
-      "l1, = ax1.loglog(tau, " + column + ", " + VDPlotScript::curveStyle(curveLabel()) + ")\n";
+  script += "l1, = ax1.loglog(" + drawn("tau") + ", " + drawn(column) + ", " +
+            VDPlotScript::curveStyle(curveLabel()) + ")\n";
   if (hasConfidenceBand()) {
     // Behind the curve (a lower zorder), so the curve stays visible where the band is narrow.
-    script += "ax1.fill_between(tau, " + column + "Min, " + column + "Max, color='" +
-              VDPlotScript::kCurveColour +
+    script += "ax1.fill_between(" + drawn("tau") + ", " + drawn(column + "Min") + ", " +
+              drawn(column + "Max") + ", color='" + VDPlotScript::kCurveColour +
               "', alpha=0.25, linewidth=0, zorder=2, label='68.3 % confidence interval', "
               "rasterized=rasterizeCurve)\n";
   }

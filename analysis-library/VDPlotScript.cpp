@@ -30,6 +30,58 @@ std::string VDPlotScript::curveOptions(const std::string& arrayName) {
          arrayName + ") > " + std::to_string(kRasterisedPoints) + "\n";
 }
 
+std::string VDPlotScript::shownPoints(bool reduce, const std::string& xName, bool logAxes,
+                                      const std::vector<std::string>& seriesNames) {
+  if (!reduce) {
+    return {};
+  }
+  const std::string columns = std::to_string(kPixelColumns);
+  const std::string lastColumn = std::to_string(kPixelColumns - 1);
+  std::string text =
+      "# Long curves are drawn from the first, last, lowest and highest point of each of " +
+      columns +
+      "\n"
+      "# columns of the x range (narrower than a pixel): the plot looks the same as with every\n"
+      "# point.\n"
+      "def pixelColumnExtremes(x, logAxes, *series):\n"
+      "    if len(x) <= " +
+      std::to_string(kReducedPoints) +
+      ":\n"
+      "        return slice(None)\n"
+      "    with np.errstate(all='ignore'):\n"
+      "        position = np.log10(x.astype(float)) if logAxes else x.astype(float)\n"
+      "    span = position[-1] - position[0]\n"
+      "    rising = np.all(np.isfinite(position)) and np.all(np.diff(position) >= 0)\n"
+      "    if not (rising and span > 0):\n"
+      "        return slice(None)\n"
+      "    column = ((position - position[0]) * (" +
+      lastColumn +
+      " / span)).astype(np.int64)\n"
+      "    starts = np.flatnonzero(np.diff(column, prepend=-1))\n"
+      "    counts = np.diff(np.append(starts, len(x)))\n"
+      "    kept = [starts, starts + counts - 1]\n"
+      "    for values in series:\n"
+      "        values = values.astype(float)\n"
+      "        if logAxes:\n"
+      "            values[values <= 0] = np.nan\n"
+      "        for extreme in (np.fmin, np.fmax):\n"
+      "            target = np.repeat(extreme.reduceat(values, starts), counts)\n"
+      "            atExtreme = np.flatnonzero(values == target)\n"
+      "            kept.append(atExtreme[np.diff(column[atExtreme], prepend=-1) != 0])\n"
+      "    return np.unique(np.concatenate(kept))\n"
+      "\n"
+      "shown = pixelColumnExtremes(" +
+      xName + (logAxes ? ", True" : ", False");
+  for (const std::string& series : seriesNames) {
+    text += ", " + series;
+  }
+  return text + ")\n\n";
+}
+
+std::string VDPlotScript::drawn(bool reduce, const std::string& arrayName) {
+  return reduce ? arrayName + "[shown]" : arrayName;
+}
+
 std::string VDPlotScript::curveStyle(const std::string& label) {
   return std::string("color='") + kCurveColour +
          "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" + label +
@@ -51,12 +103,23 @@ std::string VDPlotScript::labels(const std::string& xLabel, const std::string& y
 
 std::string VDPlotScript::decadeGrid(const std::string& axesName) {
   return "import matplotlib.ticker\n"
+         "# Log locators also place ticks a decade or two beyond the axes, which are made but\n"
+         "# never drawn; leaving them out saves much of a plot's time.\n"
+         "def ticksInView(locator):\n"
+         "    allTicks = locator.tick_values\n"
+         "    def inView(vmin, vmax):\n"
+         "        ticks = np.asarray(allTicks(vmin, vmax))\n"
+         "        low, high = sorted((vmin, vmax))\n"
+         "        return ticks[(ticks >= low * (1 - 1e-6)) & (ticks <= high * (1 + 1e-6))]\n"
+         "    locator.tick_values = inView\n"
          "for decadeAxis in (" +
          axesName + ".xaxis, " + axesName +
          ".yaxis):\n"
          "    decadeAxis.set_major_locator(matplotlib.ticker.LogLocator(base=10.0, numticks=40))\n"
          "    decadeAxis.set_minor_formatter(matplotlib.ticker.LogFormatterSciNotation(\n"
-         "        labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n" +
+         "        labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n"
+         "    ticksInView(decadeAxis.get_major_locator())\n"
+         "    ticksInView(decadeAxis.get_minor_locator())\n" +
          axesName + ".grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n" +
          axesName + ".grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
 }

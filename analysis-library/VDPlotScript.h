@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 // VDPlotScript holds the pieces every generated matplotlib script shares: the interpreter line
 // and imports, where the script finds its CSV, and how it saves, shows or closes its figure.
@@ -17,6 +18,9 @@ class VDPlotScript {
   // Curves with more points than this are rasterised in PDF output and get no markers.
   static constexpr int kRasterisedPoints = 20000;
   static constexpr int kMarkedPoints = 100;
+  // Saved figures draw curves longer than this reduced to their extremes per pixel column.
+  static constexpr int kReducedPoints = 8000;
+  static constexpr int kPixelColumns = 3000;
 
   // "#!/usr/bin/python", a blank line and the imports, each on its own line.
   static std::string header();
@@ -28,8 +32,20 @@ class VDPlotScript {
 
   // Statements that set markerStyle ('o' where there are at most kMarkedPoints points, so
   // single points show; 'None' otherwise) and rasterizeCurve (true beyond kRasterisedPoints)
-  // from the length of the named array.
+  // from the length of the named array (the drawn one, so a curve reduced to its pixel
+  // columns' extremes stays vector in a PDF).
   static std::string curveOptions(const std::string& arrayName);
+  // For a script that saves its figure (reduce): the statements that define shown, the indices
+  // of the points worth drawing. Of curves longer than kReducedPoints, x being finite and
+  // rising, it keeps in each of kPixelColumns columns of the x range (narrower than the saved
+  // figure's pixels; spaced logarithmically on log-log axes) the first and last point and the
+  // lowest and highest of each named series, so the drawing looks the same as with every point
+  // at a fraction of the cost. Ends with a blank line. Empty when not reducing: shown scripts
+  // keep every point for zooming in.
+  static std::string shownPoints(bool reduce, const std::string& xName, bool logAxes,
+                                 const std::vector<std::string>& seriesNames);
+  // The array as drawn: "name[shown]" when reducing, else the name.
+  static std::string drawn(bool reduce, const std::string& arrayName);
   // The keyword arguments of a statistic's curve: colour, line, markerStyle, the legend label,
   // rasterizeCurve, drawn above a band.
   static std::string curveStyle(const std::string& label);
@@ -40,7 +56,8 @@ class VDPlotScript {
   static std::string labels(const std::string& xLabel, const std::string& yLabel,
                             const std::string& title);
   // Log-log axes: a major tick and solid grid line at every decade, dotted lines between; an
-  // axis spanning less than two decades also labels some of the ticks between.
+  // axis spanning less than two decades also labels some of the ticks between. Ticks beyond
+  // the axes are not made (matplotlib would make and then hide them).
   static std::string decadeGrid(const std::string& axesName);
 
   // With a plot path: the size statement, the layout, the savefig line (at kDotsPerInch) and a

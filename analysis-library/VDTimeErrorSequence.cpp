@@ -40,12 +40,15 @@ std::string VDTimeErrorSequence::generatePythonScriptWithOutputPath(
             "time = timeErrorRecords.time\n"
             "timeError = timeErrorRecords.time_error\n"
             "\n";
-  script += VDPlotScript::curveOptions("time");
-  script +=
-      "\n"
-      "f1, ax1 = plt.subplots()\n"
-      "ax1.plot(time, timeError, color='#b03a2e', linestyle='-', linewidth=1.0, "
-      "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n";
+  const bool reduce = plotPath.has_value();
+  script += VDPlotScript::shownPoints(reduce, "time", false, {"timeError"});
+  script += VDPlotScript::curveOptions(VDPlotScript::drawn(reduce, "time"));
+  script += "\n";
+  script += "f1, ax1 = plt.subplots()\n";
+  script += "ax1.plot(" + VDPlotScript::drawn(reduce, "time") + ", " +
+            VDPlotScript::drawn(reduce, "timeError") +
+            ", color='#b03a2e', linestyle='-', linewidth=1.0, marker=markerStyle, markersize=4, "
+            "label='Time error', rasterized=rasterizeCurve)\n";
   script += VDPlotScript::legend("timeError");
   script += VDPlotScript::labels("Time (ns)", "Time Error (ns)", "Time Errors - " + titleName);
   script += "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n";

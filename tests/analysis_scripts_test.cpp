@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -43,43 +45,92 @@ std::string legend(const std::string& array) {
          "[0] > " + array + "[-1] else 'upper left'), fontsize=11, framealpha=0.9)\n";
 }
 
+// What a script that saves its figure draws of a long curve: each pixel column's extremes.
+std::string shownPoints(const std::string& call) {
+  return "# Long curves are drawn from the first, last, lowest and highest point of each of 3000\n"
+         "# columns of the x range (narrower than a pixel): the plot looks the same as with every\n"
+         "# point.\n"
+         "def pixelColumnExtremes(x, logAxes, *series):\n"
+         "    if len(x) <= 8000:\n"
+         "        return slice(None)\n"
+         "    with np.errstate(all='ignore'):\n"
+         "        position = np.log10(x.astype(float)) if logAxes else x.astype(float)\n"
+         "    span = position[-1] - position[0]\n"
+         "    rising = np.all(np.isfinite(position)) and np.all(np.diff(position) >= 0)\n"
+         "    if not (rising and span > 0):\n"
+         "        return slice(None)\n"
+         "    column = ((position - position[0]) * (2999 / span)).astype(np.int64)\n"
+         "    starts = np.flatnonzero(np.diff(column, prepend=-1))\n"
+         "    counts = np.diff(np.append(starts, len(x)))\n"
+         "    kept = [starts, starts + counts - 1]\n"
+         "    for values in series:\n"
+         "        values = values.astype(float)\n"
+         "        if logAxes:\n"
+         "            values[values <= 0] = np.nan\n"
+         "        for extreme in (np.fmin, np.fmax):\n"
+         "            target = np.repeat(extreme.reduceat(values, starts), counts)\n"
+         "            atExtreme = np.flatnonzero(values == target)\n"
+         "            kept.append(atExtreme[np.diff(column[atExtreme], prepend=-1) != 0])\n"
+         "    return np.unique(np.concatenate(kept))\n"
+         "\n"
+         "shown = pixelColumnExtremes(" +
+         call + ")\n\n";
+}
+
 const std::string kDecadeGrid =
     "import matplotlib.ticker\n"
+    "# Log locators also place ticks a decade or two beyond the axes, which are made but\n"
+    "# never drawn; leaving them out saves much of a plot's time.\n"
+    "def ticksInView(locator):\n"
+    "    allTicks = locator.tick_values\n"
+    "    def inView(vmin, vmax):\n"
+    "        ticks = np.asarray(allTicks(vmin, vmax))\n"
+    "        low, high = sorted((vmin, vmax))\n"
+    "        return ticks[(ticks >= low * (1 - 1e-6)) & (ticks <= high * (1 + 1e-6))]\n"
+    "    locator.tick_values = inView\n"
     "for decadeAxis in (ax1.xaxis, ax1.yaxis):\n"
     "    decadeAxis.set_major_locator(matplotlib.ticker.LogLocator(base=10.0, numticks=40))\n"
     "    decadeAxis.set_minor_formatter(matplotlib.ticker.LogFormatterSciNotation(\n"
     "        labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n"
+    "    ticksInView(decadeAxis.get_major_locator())\n"
+    "    ticksInView(decadeAxis.get_minor_locator())\n"
     "ax1.grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n"
     "ax1.grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
 
 TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
   const VDTimeErrorSequence sequence({});
-  const std::string body =
-      "\n"
-      "time = timeErrorRecords.time\n"
-      "timeError = timeErrorRecords.time_error\n"
-      "\n" +
-      curveOptions("time") +
-      "\n"
-      "f1, ax1 = plt.subplots()\n"
-      "ax1.plot(time, timeError, color='#b03a2e', linestyle='-', linewidth=1.0, "
-      "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n" +
-      legend("timeError") +
-      "ax1.set_xlabel('Time (ns)', fontsize=12)\n"
-      "ax1.set_ylabel('Time Error (ns)', fontsize=12)\n"
-      "ax1.set_title('Time Errors - run 1', fontsize=14)\n"
-      "ax1.tick_params(which='both', labelsize=11)\n"
-      "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n"
-      "\n";
+  const auto body = [](const std::string& shown, const std::string& drawnTime,
+                       const std::string& drawn) {
+    return "\n"
+           "time = timeErrorRecords.time\n"
+           "timeError = timeErrorRecords.time_error\n"
+           "\n" +
+           shown + curveOptions(drawnTime) + "\n" +
+           "f1, ax1 = plt.subplots()\n"
+           "ax1.plot(" +
+           drawn +
+           ", color='#b03a2e', linestyle='-', linewidth=1.0, "
+           "marker=markerStyle, markersize=4, label='Time error', rasterized=rasterizeCurve)\n" +
+           legend("timeError") +
+           "ax1.set_xlabel('Time (ns)', fontsize=12)\n"
+           "ax1.set_ylabel('Time Error (ns)', fontsize=12)\n"
+           "ax1.set_title('Time Errors - run 1', fontsize=14)\n"
+           "ax1.tick_params(which='both', labelsize=11)\n"
+           "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n"
+           "\n";
+  };
+  // Shown scripts draw every point, so zooming in shows them all.
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "run1_time_error.csv",
                                                         "run 1", std::nullopt, true),
             kHeader +
                 "timeErrorRecords = "
                 "mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/run1_time_error.csv')\n" +
-                body + "plt.show()\n");
+                body("", "time", "time, timeError") + "plt.show()\n");
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "run1_time_error.csv", "run 1",
                                                         "/out dir/run1.png", false),
-            kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" + body +
+            kHeader + "timeErrorRecords = mlab.csv2rec('/out dir/run1_time_error.csv')\n" +
+                body(shownPoints("time, False, timeError"), "time[shown]",
+                     "time[shown], timeError[shown]") +
                 "f1.set_size_inches(11.69, 6.58)\n"
                 "f1.tight_layout()\n"
                 "f1.savefig('/out dir/run1.png', dpi=150)\n"
@@ -89,34 +140,39 @@ TEST(AnalysisScripts, TimeErrorScriptSavedAndPlotRun) {
 
 TEST(AnalysisScripts, StatisticScriptSavedAndPlotRun) {
   const VDAnalysisClass& adev = VDAllanDeviationAnalysis::classObject();
-  const std::string body =
-      "\n"
-      "tau = adevRecords.tau\n"
-      "adev = adevRecords.adev\n"
-      "adevMin = adevRecords.adev_min\n"
-      "adevMax = adevRecords.adev_max\n"
-      "\n" +
-      curveOptions("tau") +
-      "\n"
-      "f1, ax1 = plt.subplots()\n"
-      "l1, = ax1.loglog(tau, adev, color='#1f4e9c', linestyle='-', linewidth=1.5, "
-      "marker=markerStyle, markersize=4, label='ADEV', rasterized=rasterizeCurve, zorder=3)\n"
-      "ax1.fill_between(tau, adevMin, adevMax, color='#1f4e9c', alpha=0.25, linewidth=0, "
-      "zorder=2, label='68.3 % confidence interval', rasterized=rasterizeCurve)\n" +
-      legend("adev") +
-      "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
-      "ax1.set_ylabel('ADEV (dimensionless)', fontsize=12)\n"
-      "ax1.set_title('Allan Deviation - run1', fontsize=14)\n"
-      "ax1.tick_params(which='both', labelsize=11)\n" +
-      kDecadeGrid + "\n";
+  const auto body = [](const std::string& shown, const std::string& suffix) {
+    return "\n"
+           "tau = adevRecords.tau\n"
+           "adev = adevRecords.adev\n"
+           "adevMin = adevRecords.adev_min\n"
+           "adevMax = adevRecords.adev_max\n"
+           "\n" +
+           shown + curveOptions("tau" + suffix) + "\n" +
+           "f1, ax1 = plt.subplots()\n"
+           "l1, = ax1.loglog(tau" +
+           suffix + ", adev" + suffix +
+           ", color='#1f4e9c', linestyle='-', linewidth=1.5, "
+           "marker=markerStyle, markersize=4, label='ADEV', rasterized=rasterizeCurve, zorder=3)\n"
+           "ax1.fill_between(tau" +
+           suffix + ", adevMin" + suffix + ", adevMax" + suffix +
+           ", color='#1f4e9c', alpha=0.25, linewidth=0, "
+           "zorder=2, label='68.3 % confidence interval', rasterized=rasterizeCurve)\n" +
+           legend("adev") +
+           "ax1.set_xlabel('Tau (s)', fontsize=12)\n"
+           "ax1.set_ylabel('ADEV (dimensionless)', fontsize=12)\n"
+           "ax1.set_title('Allan Deviation - run1', fontsize=14)\n"
+           "ax1.tick_params(which='both', labelsize=11)\n" +
+           kDecadeGrid + "\n";
+  };
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath(std::nullopt, "run1_adev.csv", "run1",
                                                     std::nullopt, true),
             kHeader +
                 "adevRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/run1_adev.csv')\n" +
-                body + "plt.show()\n");
+                body("", "") + "plt.show()\n");
   EXPECT_EQ(adev.generatePythonScriptWithOutputPath("/o", "run1_adev.csv", "run1",
                                                     "/o/run1_adev.pdf", false),
-            kHeader + "adevRecords = mlab.csv2rec('/o/run1_adev.csv')\n" + body +
+            kHeader + "adevRecords = mlab.csv2rec('/o/run1_adev.csv')\n" +
+                body(shownPoints("tau, True, adev, adevMin, adevMax"), "[shown]") +
                 "f1.set_size_inches(11.69, 6.58)\n"
                 "f1.tight_layout()\n"
                 "f1.savefig('/o/run1_adev.pdf', dpi=150)\n"
@@ -221,10 +277,10 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
                 "mtie = mtieRecords.mtie\n"
                 "gPTP1HopMask = vGPTP1HopMTIE(tau)\n"
                 "\n" +
-                curveOptions("tau") +
-                "\n"
+                shownPoints("tau, True, mtie") + curveOptions("tau[shown]") + "\n" +
                 "f1, ax1 = plt.subplots()\n"
-                "l1, = ax1.loglog(tau, mtie, color='#1f4e9c', linestyle='-', linewidth=1.5, "
+                "l1, = ax1.loglog(tau[shown], mtie[shown], color='#1f4e9c', linestyle='-', "
+                "linewidth=1.5, "
                 "marker=markerStyle, markersize=4, label='MTIE', rasterized=rasterizeCurve, "
                 "zorder=3)\n" +
                 legend("mtie") +
@@ -356,6 +412,82 @@ TEST(AnalysisScripts, PlotsRenderFromOneToAMillionPoints) {
           << plot;
     }
   }
+}
+
+// A figure saved from a long curve draws it reduced, yet each of the figure's pixel columns
+// still reaches every series' highest and lowest value within a pixel (the columns the script
+// reduces to are narrower than a pixel but need not line up with one): a spike one sample wide
+// still shows.
+TEST(AnalysisScripts, ReducedCurvesKeepEachPixelColumnsExtremes) {
+  TestSupport::TempDir dir;
+  const std::string out = dir.path().string();
+  const auto number = [](double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.9e", value);
+    return std::string(text);
+  };
+  std::string timeErrors = "time,time_error\n";
+  std::string adev = "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n";
+  for (int64_t i = 1; i <= 200000; ++i) {
+    // Noise with rare one-sample spikes up and down.
+    const int64_t spike = i % 9973 == 0 ? 5000 : (i % 7919 == 0 ? -4000 : 0);
+    timeErrors +=
+        std::to_string(1000000000 * i) + "," + std::to_string((i * 7919) % 61 - 30 + spike) + "\n";
+    if (i <= 100000) {
+      const double wobble = 1 + ((i * 7907) % 53) / 100.0 + (i % 4999 == 0 ? 3 : 0);
+      // A zero, which a log axis cannot show, among the values.
+      const double value = i == 60000 ? 0 : 1e-9 / std::sqrt(i) * wobble;
+      adev += std::to_string(i) + "," + number(0.125 * i) + "," + number(value) + ",10,0,5," +
+              number(value * (i % 3001 == 0 ? 0.1 : 0.8)) + "," + number(value * 1.3) + "\n";
+    }
+  }
+  TestSupport::writeFile(dir / "n_time_error.csv", timeErrors);
+  TestSupport::writeFile(dir / "n_adev.csv", adev);
+  // Exits 3 when the curve was not reduced, 4 when a pixel column lost an extreme.
+  const auto check = [](const std::string& x, const std::string& series, const char* logAxes) {
+    return "\n"
+           "def pixelExtremes(x, y):\n"
+           "    f1.set_dpi(150)\n"
+           "    pixel = ax1.transData.transform(np.column_stack([x, np.ones(len(x))]))[:, 0]\n"
+           "    y = y.astype(float)\n"
+           "    valid = np.isfinite(y) & ((y > 0) if " +
+           std::string(logAxes) +
+           " else True)\n"
+           "    pixel = pixel[valid].astype(np.int64) + 1\n"
+           "    low = np.full(pixel.max() + 2, np.inf)\n"
+           "    high = np.full(pixel.max() + 2, -np.inf)\n"
+           "    np.minimum.at(low, pixel, y[valid])\n"
+           "    np.maximum.at(high, pixel, y[valid])\n"
+           "    return low, high\n"
+           "if len(" +
+           x + "[shown]) * 5 > len(" + x +
+           "):\n"
+           "    sys.exit(3)\n"
+           "for y in (" +
+           series +
+           "):\n"
+           "    low, high = pixelExtremes(" +
+           x +
+           ", y)\n"
+           "    drawnLow, drawnHigh = pixelExtremes(" +
+           x +
+           "[shown], y[shown])\n"
+           "    near = lambda values, pick: pick(pick(values[:-2], values[1:-1]), values[2:])\n"
+           "    if np.any(near(drawnLow, np.minimum) > low[1:-1]) or \\\n"
+           "            np.any(near(drawnHigh, np.maximum) < high[1:-1]):\n"
+           "        sys.exit(4)\n";
+  };
+  const std::string timeScript = VDTimeErrorSequence({}).generatePythonScriptWithOutputPath(
+                                     out, "n_time_error.csv", "n", out + "/t.png", false) +
+                                 check("time", "timeError,", "False");
+  TestSupport::writeFile(dir / "Time.py", timeScript);
+  EXPECT_EQ(runPlotScript(dir / "Time.py"), 0);
+  const std::string adevScript =
+      VDAllanDeviationAnalysis::classObject().generatePythonScriptWithOutputPath(
+          out, "n_adev.csv", "n", out + "/a.png", false) +
+      check("tau", "adev, adevMin, adevMax", "True");
+  TestSupport::writeFile(dir / "Adev.py", adevScript);
+  EXPECT_EQ(runPlotScript(dir / "Adev.py"), 0);
 }
 
 }  // namespace
