@@ -134,7 +134,6 @@ def _replace_atomically(save, path):
     """Calls save with a temporary path beside path, which keeps path's extension (it chooses
     the file type), then renames the temporary file over path: a failed save (a full disk)
     leaves the earlier file as it was and removes the temporary one."""
-    import os
     import tempfile
     directory, name = os.path.split(path)
     extension = os.path.splitext(name)[1]
@@ -161,7 +160,6 @@ def _atomic_savefig(savefig):
     complete. File objects, and paths without an extension (matplotlib adds one to those), are
     passed through unchanged."""
     import functools
-    import os
 
     @functools.wraps(savefig)
     def atomic_savefig(figure, fname, *args, **kwargs):
