@@ -46,12 +46,21 @@ std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum> computeModifiedSums(
   std::vector<int64_t> prefixSums = VDPhaseData::prefixSums(VDPhaseData::withoutDrift(errors));
   const VDLaggedDifferenceSums thirdDifferences(std::move(prefixSums), 3);
   const std::vector<double> totals = thirdDifferences.sumsOfSquares(windows, windowsDone);
+  // The bounds of a deviation of 1 at each window are the factors of any deviation's bounds.
+  std::vector<VDStatisticPoint> unitBounds;
+  unitBounds.reserve(windows.count());
+  for (uint64_t index = 0; index < windows.count(); ++index) {
+    unitBounds.push_back({windows.at(index), 0.0, 1.0, 0});
+  }
+  VDConfidenceInterval::addToPoints(unitBounds, errors,
+                                    VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan);
   std::vector<VDModifiedAllanDeviationAnalysis::ModifiedSum> sums;
   sums.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
-    const int64_t m = windows.at(index);
-    sums.push_back(
-        {m, VDModifiedAllanDeviationAnalysis::modifiedTerms(sampleCount, m), totals[index]});
+    const VDStatisticPoint& bounds = unitBounds[index];
+    const int64_t m = bounds.windowSize;
+    sums.push_back({m, VDModifiedAllanDeviationAnalysis::modifiedTerms(sampleCount, m),
+                    totals[index], bounds.alpha, bounds.edf, bounds.minimum, bounds.maximum});
   }
   return sums;
 }
@@ -93,9 +102,7 @@ std::vector<VDStatisticPoint> VDModifiedAllanDeviationAnalysis::evaluateWindows(
     const double deviation =
         std::sqrt(modified.sum / (2.0 * window * window * static_cast<double>(modified.terms))) *
         1e-9 / tau;
-    points.push_back({modified.windowSize, tau, deviation, static_cast<uint64_t>(modified.terms)});
+    points.push_back(modified.point(tau, deviation));
   }
-  VDConfidenceInterval::addToPoints(points, _errors,
-                                    VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan);
   return points;
 }

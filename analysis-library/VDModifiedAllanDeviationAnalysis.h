@@ -13,17 +13,35 @@ class VDModifiedAllanDeviationAnalysis : public VDStatisticAnalysis {
   static const VDAnalysisClass& classObject();
   const VDAnalysisClass& analysisClass() const override { return classObject(); }
 
-  // The numerator the modified Allan and time deviations share, for each window m:
-  // sum_j (sum_{i=j}^{j+m-1} x[i+2m] - 2x[i+m] + x[i])^2 with x in ns, over N-3m+1 terms.
+  // What the modified Allan and time deviations share, for each window m: the numerator
+  // sum_j (sum_{i=j}^{j+m-1} x[i+2m] - 2x[i+m] + x[i])^2 with x in ns, over N-3m+1 terms, and
+  // the noise type, EDF and confidence bounds of the modified variance (the bounds as factors of
+  // the deviation, so both deviations scale them alike).
   struct ModifiedSum {
     int64_t windowSize;
     int64_t terms;
     double sum;
+    int alpha;
+    double edf;
+    double lowerFactor;
+    double upperFactor;
+
+    // The result for this window with the given tau and deviation.
+    VDStatisticPoint point(double tau, double deviation) const {
+      return {windowSize,
+              tau,
+              deviation,
+              static_cast<uint64_t>(terms),
+              alpha,
+              edf,
+              deviation * lowerFactor,
+              deviation * upperFactor};
+    }
   };
-  // The sums for windows; windowsDone (may be empty) hears of the windows finished. The result
-  // is also kept until the next call, which takes it instead of computing it again when it asks
-  // for the same errors and windows: a time deviation that follows a modified Allan deviation
-  // of the same series costs nothing more.
+  // The sums and bounds for windows; windowsDone (may be empty) hears of the windows finished.
+  // The result is also kept until the next call, which takes it instead of computing it again
+  // when it asks for the same errors and windows: a time deviation that follows a modified
+  // Allan deviation of the same series costs nothing more.
   static std::vector<ModifiedSum> modifiedSums(const std::vector<int64_t>& errors,
                                                const VDWindowRange& windows,
                                                const std::function<void(uint64_t)>& windowsDone);

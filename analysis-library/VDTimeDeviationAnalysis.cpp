@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "VDConfidenceInterval.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
 
 const VDAnalysisClass& VDTimeDeviationAnalysis::classObject() {
@@ -29,10 +28,7 @@ std::vector<VDStatisticPoint> VDTimeDeviationAnalysis::evaluateWindows(
     // the taus cancel: sigma_x^2 = sum / (6 m^2 (N-3m+1)) ns^2.
     const double deviation =
         std::sqrt(modified.sum / (6.0 * window * window * static_cast<double>(modified.terms)));
-    points.push_back({modified.windowSize, tauOfWindow(modified.windowSize), deviation,
-                      static_cast<uint64_t>(modified.terms)});
+    points.push_back(modified.point(tauOfWindow(modified.windowSize), deviation));
   }
-  VDConfidenceInterval::addToPoints(points, _errors,
-                                    VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan);
   return points;
 }
