@@ -12,9 +12,10 @@
 // - n >= 30: the lag-1 autocorrelation method (W. J. Riley and C. A. Greenhall, "Power law noise
 //   identification using the lag 1 autocorrelation", EFTF 2004): difference the series d = 0, 1,
 //   2 times until delta = r1 / (1 + r1) < 0.25 (or d = 2), then alpha = 2 - 2d - round(2 delta).
-// - 4 <= n < 30: the B1 bias ratio of the n-1 averaged frequencies (standard variance over Allan
-//   variance) against its expected values for each noise, and, where B1 cannot tell white from
-//   flicker PM, the ratio R(n) of the modified to the Allan variance (NIST SP 1065, sec. 5.6).
+// - 4 <= n < 30: the B1 bias ratio (the standard variance of the frequencies averaged over
+//   consecutive windows over the overlapping Allan variance) against its expected values for each
+//   noise, and, where B1 cannot tell white from flicker PM, the ratio R(n) of the modified to the
+//   Allan variance (NIST SP 1065, sec. 5.6).
 // - n < 4: no estimate is meaningful (B1 of two frequencies is 1 for every noise); these windows
 //   take the noise identified at the longest window with n >= 4, or white FM (0) when the series
 //   has fewer than 4 samples.
