@@ -542,14 +542,15 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   const int64_t windowCount = (_length - _correlationLength) / _interval + 1;
   _windows.resize(static_cast<size_t>(windowCount));
   // The first window with a value, while the windows before it wait to be measured backwards
-  // from it; that waits until the drift is known, so that they are read through it.
+  // from it; that waits until the drift is known, so that they are read through it. The window
+  // where the delay was found may itself give no value (a search stretch beside a pause).
   int64_t firstUsed = -1;
+  bool anyUsed = false;
   for (int64_t index = 0; index < windowCount; ++index) {
-    const bool hadDelay = tracking.haveDelay;
     measureWindow(index * _interval, tracking, _windows[static_cast<size_t>(index)]);
-    if (!hadDelay && tracking.haveDelay && index > 0 &&
-        _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
-      firstUsed = index;
+    if (!anyUsed && _windows[static_cast<size_t>(index)].status == WindowStatus::Used) {
+      anyUsed = true;
+      firstUsed = index > 0 ? index : -1;
     }
     if (firstUsed > 0 && (tracking.lineFull() || index + 1 == windowCount)) {
       measureBackwards(firstUsed, tracking);
