@@ -135,7 +135,6 @@ std::string VDPlotScript::decadeGrid(const std::string& axesName) {
          "    decadeAxis.set_minor_formatter(PlainLogFormatter(labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n" +
          axesName + ".grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n" +
          axesName + ".grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
-
 }
 
 std::string VDPlotScript::ending(const std::string& plotSizeStatement,
