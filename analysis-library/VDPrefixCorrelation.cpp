@@ -34,6 +34,27 @@ VD_CLONES int64_t dotProduct(const int64_t* a, const int64_t* b, size_t count) {
   return sum;
 }
 
+// Values below 2^42 split into 21-bit limbs, v = high 2^21 + low with 0 <= low < 2^21: the
+// limb products stay below 2^43, so 2^16 of them add up in int64 with room to spare, and the
+// 32-bit multiplies vectorise where 64-bit ones by 64-bit ones do not.
+constexpr int kLimbBits = 21;
+constexpr size_t kLimbTermsPerChunk = size_t{1} << 16;
+
+VD_CLONES void addLimbProducts(const int32_t* aHigh, const int32_t* aLow, const int32_t* bHigh,
+                               const int32_t* bLow, size_t count, int64_t& high, int64_t& middle,
+                               int64_t& low) {
+  int64_t sumHigh = 0, sumMiddle = 0, sumLow = 0;
+  for (size_t k = 0; k < count; ++k) {
+    sumHigh += static_cast<int64_t>(aHigh[k]) * bHigh[k];
+    sumMiddle +=
+        static_cast<int64_t>(aHigh[k]) * bLow[k] + static_cast<int64_t>(aLow[k]) * bHigh[k];
+    sumLow += static_cast<int64_t>(aLow[k]) * bLow[k];
+  }
+  high = sumHigh;
+  middle = sumMiddle;
+  low = sumLow;
+}
+
 template <uint32_t Prime>
 void reduce(std::vector<uint64_t>& sums) {
   for (uint64_t& sum : sums) {
@@ -52,10 +73,14 @@ std::optional<VDPrefixCorrelation> VDPrefixCorrelation::of(std::vector<int64_t> 
 
 VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
     : _sequence(std::move(sequence)) {
+  _high.reserve(_sequence.size());
+  _low.reserve(_sequence.size());
   for (const int64_t value : _sequence) {
     // Below 2^42 (holdsEverySum), so the square fits.
     const auto magnitude = static_cast<uint64_t>(value < 0 ? -value : value);
     _largestSquare = std::max(_largestSquare, magnitude * magnitude);
+    _high.push_back(static_cast<int32_t>(value >> kLimbBits));  // arithmetic shift: floor
+    _low.push_back(static_cast<int32_t>(value & ((int64_t{1} << kLimbBits) - 1)));
   }
   _blockCount = (_sequence.size() + kBlock - 1) / kBlock;
   transformBlocks<NTT::kPrime1>(0);
@@ -120,6 +145,19 @@ void VDPrefixCorrelation::sumWholeBlocks(const VDNumberTheoreticTransform::Plan<
   }
 }
 
+__int128 VDPrefixCorrelation::limbDotProduct(size_t a, size_t b, size_t count) const {
+  __int128 sum = 0;
+  for (size_t done = 0; done < count; done += kLimbTermsPerChunk) {
+    const size_t chunk = std::min(kLimbTermsPerChunk, count - done);
+    int64_t high = 0, middle = 0, low = 0;
+    addLimbProducts(_high.data() + a + done, _low.data() + a + done, _high.data() + b + done,
+                    _low.data() + b + done, chunk, high, middle, low);
+    constexpr __int128 kLimb = __int128{1} << kLimbBits;
+    sum += (static_cast<__int128>(high) * kLimb + middle) * kLimb + low;
+  }
+  return sum;
+}
+
 std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
   std::vector<__int128> results(queries.size(), 0);
   const NTT::Plan<NTT::kPrime1> plan1(kTransformSize);
@@ -153,9 +191,7 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
                            (static_cast<unsigned __int128>(1) << 63)) {
         rest = dotProduct(_sequence.data() + from, _sequence.data() + from + lag, to - from);
       } else {
-        for (size_t j = from; j < to; ++j) {
-          rest += static_cast<__int128>(_sequence[j]) * _sequence[j + lag];
-        }
+        rest = limbDotProduct(from, from + lag, to > from ? to - from : 0);
       }
       results[q] =
           rest +

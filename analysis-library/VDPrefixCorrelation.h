@@ -35,7 +35,11 @@ class VDPrefixCorrelation {
                       const std::vector<Query>& queries, size_t first, size_t end,
                       uint64_t wholeBlocks, std::vector<uint32_t>& residues) const;
 
+  // sequence[a] sequence[b] + ... over count terms, exactly, from the limbs below.
+  __int128 limbDotProduct(size_t a, size_t b, size_t count) const;
+
   std::vector<int64_t> _sequence;
+  std::vector<int32_t> _high, _low;  // each value as high 2^21 + low, 0 <= low < 2^21
   uint64_t _largestSquare = 0;
   size_t _blockCount = 0;
   // Per prime, block b's transform (zero-padded to two blocks, index negated) and the transform

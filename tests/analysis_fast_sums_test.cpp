@@ -19,6 +19,7 @@
 #include "VDLaggedDifferenceSums.h"
 #include "VDMaximumTimeIntervalErrorAnalysis.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
+#include "VDPrefixCorrelation.h"
 #include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
 #include "VDTimeDeviationAnalysis.h"
 
@@ -287,6 +288,35 @@ TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
   expectProgressReported<VDRootMeanSquaredTimeIntervalErrorAnalysis>("RMS TIE", 3000, true);
   // MTIE finishes every window at once.
   expectProgressReported<VDMaximumTimeIntervalErrorAnalysis>("MTIE", 3000, false);
+}
+
+TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
+  // Values whose products overflow int64 partial sums, both signs: 9000 up to 2^30 (sums of
+  // many blocks, and remainders longer than a block), and four near the largest magnitude taken.
+  const int64_t largest = (int64_t{1} << 41) - 1;
+  for (const std::vector<int64_t>& u :
+       {randomIntegers(9000, int64_t{1} << 30, 31), {largest, -largest, largest - 1, -largest}}) {
+    const auto correlation = VDPrefixCorrelation::of(u);
+    ASSERT_TRUE(correlation.has_value());
+    const auto count = static_cast<int64_t>(u.size());
+    std::vector<VDPrefixCorrelation::Query> queries;
+    for (int64_t lag = 0; lag < count; lag += 1 + lag / 3) {
+      for (int64_t starts : {int64_t{1}, (count - lag) / 2, count - lag}) {
+        if (starts >= 1 && (queries.empty() || queries.back().lag != lag ||
+                            queries.back().starts < starts)) {
+          queries.push_back({lag, starts});
+        }
+      }
+    }
+    const std::vector<__int128> sums = correlation->sums(queries);
+    for (size_t q = 0; q < queries.size(); ++q) {
+      __int128 exact = 0;
+      for (int64_t j = 0; j < queries[q].starts; ++j) {
+        exact += static_cast<__int128>(u[j]) * u[j + queries[q].lag];
+      }
+      ASSERT_TRUE(sums[q] == exact) << "lag " << queries[q].lag << " starts " << queries[q].starts;
+    }
+  }
 }
 
 }  // namespace
