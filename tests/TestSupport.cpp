@@ -46,6 +46,15 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(_path, ignored);
 }
 
+std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors, uint64_t interval,
+                                              uint64_t start) {
+  std::vector<VDTimeErrorValue> values;
+  for (size_t i = 0; i < errors.size(); ++i) {
+    values.emplace_back(start + interval * i, errors[i]);
+  }
+  return values;
+}
+
 std::string readFile(const std::filesystem::path& path) {
   std::ifstream stream(path, std::ios::binary);
   std::ostringstream content;

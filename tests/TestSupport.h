@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "VDTimeErrorValue.h"
+
 // Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
 namespace TestSupport {
 
@@ -33,6 +35,10 @@ class TempDir {
  private:
   std::filesystem::path _path;
 };
+
+// Time error values interval ns apart from start, one per error, in order.
+std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors,
+                                              uint64_t interval = 1000000000, uint64_t start = 0);
 
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);

@@ -95,11 +95,7 @@ class DualLinkProcessorTest : public ::testing::Test {
 
   // The verdict lines printed for these errors (one per second), MTIE switched on or off.
   std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
-    std::vector<VDTimeErrorValue> values;
-    for (size_t i = 0; i < errors.size(); ++i) {
-      values.emplace_back(1000000000ull * i, errors[i]);
-    }
-    const VDPDualLinkTimeErrorSequence sequence(std::move(values));
+    const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
     VDPProcessDualLinkTimeError processor(dir.path().string(), "n", false, false, false, false,
                                           mtie, 2, std::numeric_limits<int64_t>::max(), 1);
     testing::internal::CaptureStdout();
