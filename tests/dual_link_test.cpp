@@ -211,12 +211,14 @@ std::string convergedTimeErrors(const std::string& lines) {
 
 TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
   // One nanosecond early is out, exactly 60 s is in, and a later line with a smaller timestamp
-  // is out: the threshold compares timestamps, not positions in the file.
+  // is out: the threshold compares timestamps, not positions in the file. A short line is no
+  // sample at all.
   EXPECT_EQ(convergedTimeErrors("1000000000,0,1,0,0\n"
                                 "60999999999,1,2,0,0\n"
                                 "61000000000,2,3,0,0\n"
                                 "30000000000,3,4,0,0\n"
-                                "70000000000,4,5,0,0\n"),
+                                "70000000000,4,5,0,0\n"
+                                "80000000000,5,6,0\n"),
             "time,time_error\n61000000000,3\n70000000000,5\n");
   // A first timestamp within 60 s of the top of the range: the threshold wraps past zero, so
   // the first sample itself and every timestamp from 30 s on count as converged.
