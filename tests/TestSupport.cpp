@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -53,6 +55,39 @@ std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors
     values.emplace_back(start + interval * i, errors[i]);
   }
   return values;
+}
+
+Multitone::Multitone(uint64_t seed) {
+  std::mt19937_64 random(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (int i = 0; i < 120; ++i) {
+    const double frequency = 50.0 + 2950.0 * unit(random);
+    _tones.emplace_back(frequency, 2 * M_PI * unit(random));
+  }
+}
+
+std::vector<double> Multitone::render(double t0, double dt, int64_t count) const {
+  std::vector<double> sum(static_cast<size_t>(count), 0.0);
+  constexpr int64_t kBlock = 256;
+  for (const auto& [frequency, phase] : _tones) {
+    for (int64_t start = 0; start < count; start += kBlock) {
+      // Exact phase at each block start, then rotation within the block.
+      const double cycles = frequency * (t0 + static_cast<double>(start) * dt);
+      const double theta = 2 * M_PI * (cycles - std::floor(cycles)) + phase;
+      const double step = 2 * M_PI * frequency * dt;
+      double re = std::cos(theta);
+      double im = std::sin(theta);
+      const double c = std::cos(step);
+      const double s = std::sin(step);
+      for (int64_t n = start; n < std::min(count, start + kBlock); ++n) {
+        sum[static_cast<size_t>(n)] += re;
+        const double next = re * c - im * s;
+        im = re * s + im * c;
+        re = next;
+      }
+    }
+  }
+  return sum;
 }
 
 std::string readFile(const std::filesystem::path& path) {

@@ -40,6 +40,18 @@ class TempDir {
 std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors,
                                               uint64_t interval = 1000000000, uint64_t start = 0);
 
+// A sum of 120 tones of 50 Hz - 3 kHz with phases drawn from seed: a test signal whose value
+// is known at any instant, so two channels can sample it with a delay known exactly.
+class Multitone {
+ public:
+  explicit Multitone(uint64_t seed);
+  // The sum at t0 + n dt for n < count (RMS about sqrt(60)), in double.
+  std::vector<double> render(double t0, double dt, int64_t count) const;
+
+ private:
+  std::vector<std::pair<double, double>> _tones;  // frequency in Hz, phase in radians
+};
+
 std::string readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
