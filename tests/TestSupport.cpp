@@ -22,6 +22,11 @@ std::string banner() { return std::string("veridaneprobe ") + VDP_VERSION + "\n\
 const std::vector<std::string> kNoStatistics = {"--no-adev", "--no-madev", "--no-tdev",
                                                 "--no-rmstie", "--no-mtie"};
 
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(), kNoStatistics.begin(), kNoStatistics.end());
+  return arguments;
+}
+
 const std::string kAllStatisticsProgress =
     "Running Allan Deviation Analysis...\n"
     "Running Modified Allan Deviation Analysis...\n"

@@ -15,6 +15,8 @@ namespace TestSupport {
 std::string banner();
 // The options that switch every statistic off, for runs that test something else.
 extern const std::vector<std::string> kNoStatistics;
+// The arguments followed by those options.
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments);
 
 // The processor's progress lines with every statistic on, ending with "Analysis Done".
 extern const std::string kAllStatisticsProgress;

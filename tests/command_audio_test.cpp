@@ -125,9 +125,7 @@ class AudioLoadingTest : public AudioCommandTest {
                                           "--output",    "out", "--interval",  "48000",
                                           "--length",    "4096"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                     TestSupport::kNoStatistics.end());
-    return audio(arguments);
+    return audio(TestSupport::withoutStatistics(arguments));
   }
 };
 
@@ -265,22 +263,12 @@ TEST(AudioRun, TheOutputNameIsTextAppendedToTheOutputDirectory) {
   TempDir dir;
   const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
   fs::create_directories(dir / "out" / "nested");
-  std::vector<std::string> arguments = {"audio",
-                                        "--channel-a",
-                                        (examples / "channel-a.flac").string(),
-                                        "--channel-b",
-                                        (examples / "channel-b.flac").string(),
-                                        "--output",
-                                        "out",
-                                        "--name",
-                                        "/nested/run",
-                                        "--interval",
-                                        "48000",
-                                        "--length",
-                                        "4096"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  const ToolRun run = runTool(arguments, dir.path());
+  const ToolRun run =
+      runTool(TestSupport::withoutStatistics(
+                  {"audio", "--channel-a", (examples / "channel-a.flac").string(), "--channel-b",
+                   (examples / "channel-b.flac").string(), "--output", "out", "--name",
+                   "/nested/run", "--interval", "48000", "--length", "4096"}),
+              dir.path());
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "");
   for (const char* file : {"run_audio_time_error.csv", "run_audio_time_error.png",

@@ -24,10 +24,8 @@ const std::string kLoading = "Loading time errors into memory...\n";
 
 ToolRun runCommand(const TempDir& dir, const std::string& command, const std::string& data) {
   TestSupport::writeFile(dir / "data.csv", data);
-  std::vector<std::string> arguments = {command, "--data", "data.csv", "--output", "out"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  return runTool(arguments, dir.path());
+  return runTool(TestSupport::withoutStatistics({command, "--data", "data.csv", "--output", "out"}),
+                 dir.path());
 }
 
 TEST(CommandsRun, DualCheckPrintsTheErrorRangeAfterTheAnalysis) {
