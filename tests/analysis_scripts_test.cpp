@@ -1,6 +1,7 @@
 // The plot scripts: what every script must say (its header and imports, where it finds its CSV,
 // its title, whether it saves or shows its figure), where the class-level hooks a subclass
-// supplies go, and real runs of the scripts through the plotting wrapper to PNG and PDF files.
+// supplies go, and real runs of the scripts through the plotting wrapper to PNG and PDF files,
+// from one point to a million.
 // The styling in between is the library's own and is checked by running it, not by its text.
 
 #include <gtest/gtest.h>
@@ -9,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -118,7 +118,8 @@ TEST(AnalysisScripts, EveryScriptInItsSavedAndPlotRunForms) {
   }
 }
 
-// A subclass's hooks, as Python that needs what the hooks may rely on (np, tau, ax1, f1).
+// A subclass's hooks, using what the hooks may rely on (np, tau, ax1, f1). The tool's own hooked
+// script is run in the dual-link tests, and every script of a whole run in the time-error run.
 class HookedMTIEClass : public VDMaximumTimeIntervalErrorAnalysisClass {
  public:
   std::string additionalScriptInitialization() const override { return "hookScale = np.sqrt(4)"; }
@@ -184,47 +185,6 @@ int runPlotScript(const std::filesystem::path& script) {
 
 bool isPng(const std::filesystem::path& path) {
   return std::filesystem::exists(path) && TestSupport::readFile(path).rfind("\x89PNG", 0) == 0;
-}
-
-TEST(AnalysisScripts, ScriptsRunAndDrawTheirPlots) {
-  TestSupport::TempDir dir;
-  std::vector<VDTimeErrorValue> values;
-  int64_t phase = 0;
-  for (uint64_t i = 0; i < 400; ++i) {
-    phase += static_cast<int64_t>((i * 7919) % 61) - 30;
-    values.emplace_back(1700000000000000000ull + 125000000ull * i, phase);
-  }
-  const std::string out = dir.path().string();
-  const VDTimeErrorSequence sequence(values);
-  ASSERT_TRUE(sequence.exportTimeErrorsToDirectoryURL(dir.path(), "n_time_error.csv"));
-  TestSupport::writeFile(dir / "PlotTimeError.py",
-                         sequence.generatePythonScriptWithOutputPath(
-                             out, "n_time_error.csv", "n", out + "/n_time_error.png", false));
-  EXPECT_EQ(runPlotScript(dir / "PlotTimeError.py"), 0);
-  EXPECT_TRUE(isPng(dir / "n_time_error.png"));
-
-  constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
-  VDAllanDeviationAnalysis adev(values);
-  HookedMTIEAnalysis mtie(values);
-  for (VDStatisticAnalysis* analysis :
-       {static_cast<VDStatisticAnalysis*>(&adev), static_cast<VDStatisticAnalysis*>(&mtie)}) {
-    const std::string column = analysis->analysisClass().valueColumn();
-    analysis->performAnalysisFromStartWindowSize(1, kMax, 1);
-    ASSERT_TRUE(
-        analysis->exportAnalysisToDirectoryURL(dir.path(), "n_" + column + ".csv", 1, kMax, 1));
-    TestSupport::writeFile(
-        dir / ("Plot" + column + ".py"),
-        analysis->analysisClass().generatePythonScriptWithOutputPath(
-            out, "n_" + column + ".csv", "n", out + "/n_" + column + ".png", false));
-    EXPECT_EQ(runPlotScript(dir / ("Plot" + column + ".py")), 0) << column;
-    EXPECT_TRUE(isPng(dir / ("n_" + column + ".png"))) << column;
-  }
-
-  // The saved form finds its CSV beside itself wherever it is run from.
-  TestSupport::writeFile(dir / "Saved.py",
-                         adev.analysisClass().generatePythonScriptWithOutputPath(
-                             std::nullopt, "n_adev.csv", "n", std::nullopt, true));
-  EXPECT_EQ(runPlotScript(dir / "Saved.py"), 0);
 }
 
 // The time error, a deviation with its band and MTIE render to PNG and PDF whether the CSVs hold
