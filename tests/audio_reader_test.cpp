@@ -299,38 +299,24 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAtTheFilesOwnRate) {
   EXPECT_EQ(readFrames(reader, 1, &sample, &delivered), kAudioFileReaderErrorNoClientFormat);
 
   const StreamFormat good = clientFormat(44100);
-  struct Refusal {
+  // Rate, format, flags, bytes per packet, frames per packet, bytes per frame, channels, bits.
+  constexpr uint32_t kPCM = kAudioFormatLinearPCM;
+  constexpr uint32_t kInteger = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  const struct {
     const char* what;
     StreamFormat format;
+  } refusals[] = {
+      {"other rate", {48000, kPCM, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"rate off by a little", {44100.0001, kPCM, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"integer samples", {44100, kPCM, kInteger, 4, 1, 4, 1, 32, 0}},
+      {"16-bit integer", {44100, kPCM, kInteger, 2, 1, 2, 1, 16, 0}},
+      {"two channels", {44100, kPCM, 0x31, 8, 1, 8, 2, 32, 0}},
+      {"doubles", {44100, kPCM, 0x31, 8, 1, 8, 1, 64, 0}},
+      {"big-endian flag", {44100, kPCM, 0x33, 4, 1, 4, 1, 32, 0}},
+      {"not linear PCM", {44100, 0x61616320, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"two frames per packet", {44100, kPCM, 0x31, 4, 2, 4, 1, 32, 0}},
   };
-  std::vector<Refusal> refusals;
-  const auto variant = [&](const char* what, auto change) {
-    StreamFormat format = good;
-    change(format);
-    refusals.push_back({what, format});
-  };
-  variant("other rate", [](StreamFormat& f) { f.mSampleRate = 48000; });
-  variant("rate off by a little", [](StreamFormat& f) { f.mSampleRate = 44100.0001; });
-  variant("integer samples", [](StreamFormat& f) {
-    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-  });
-  variant("16-bit integer", [](StreamFormat& f) {
-    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-    f.mBitsPerChannel = 16;
-    f.mBytesPerFrame = f.mBytesPerPacket = 2;
-  });
-  variant("two channels", [](StreamFormat& f) {
-    f.mChannelsPerFrame = 2;
-    f.mBytesPerFrame = f.mBytesPerPacket = 8;
-  });
-  variant("doubles", [](StreamFormat& f) {
-    f.mBitsPerChannel = 64;
-    f.mBytesPerFrame = f.mBytesPerPacket = 8;
-  });
-  variant("big-endian flag", [](StreamFormat& f) { f.mFormatFlags |= 0x2; });
-  variant("not linear PCM", [](StreamFormat& f) { f.mFormatID = 0x61616320; });
-  variant("two frames per packet", [](StreamFormat& f) { f.mFramesPerPacket = 2; });
-  for (const Refusal& refusal : refusals) {
+  for (const auto& refusal : refusals) {
     EXPECT_EQ(setClientFormat(reader, refusal.format), kAudioFileReaderErrorUnsupportedClientFormat)
         << refusal.what;
   }
