@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -19,6 +21,11 @@ std::string banner() { return std::string("veridaneprobe ") + VDP_VERSION + "\n\
 
 const std::vector<std::string> kNoStatistics = {"--no-adev", "--no-madev", "--no-tdev",
                                                 "--no-rmstie", "--no-mtie"};
+
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
+  arguments.insert(arguments.end(), kNoStatistics.begin(), kNoStatistics.end());
+  return arguments;
+}
 
 const std::string kAllStatisticsProgress =
     "Running Allan Deviation Analysis...\n"
@@ -44,6 +51,48 @@ TempDir::~TempDir() {
   std::filesystem::permissions(_path, std::filesystem::perms::owner_all,
                                std::filesystem::perm_options::add, ignored);
   std::filesystem::remove_all(_path, ignored);
+}
+
+std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors, uint64_t interval,
+                                              uint64_t start) {
+  std::vector<VDTimeErrorValue> values;
+  for (size_t i = 0; i < errors.size(); ++i) {
+    values.emplace_back(start + interval * i, errors[i]);
+  }
+  return values;
+}
+
+Multitone::Multitone(uint64_t seed) {
+  std::mt19937_64 random(seed);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  for (int i = 0; i < 120; ++i) {
+    const double frequency = 50.0 + 2950.0 * unit(random);
+    _tones.emplace_back(frequency, 2 * M_PI * unit(random));
+  }
+}
+
+std::vector<double> Multitone::render(double t0, double dt, int64_t count) const {
+  std::vector<double> sum(static_cast<size_t>(count), 0.0);
+  constexpr int64_t kBlock = 256;
+  for (const auto& [frequency, phase] : _tones) {
+    for (int64_t start = 0; start < count; start += kBlock) {
+      // Exact phase at each block start, then rotation within the block.
+      const double cycles = frequency * (t0 + static_cast<double>(start) * dt);
+      const double theta = 2 * M_PI * (cycles - std::floor(cycles)) + phase;
+      const double step = 2 * M_PI * frequency * dt;
+      double re = std::cos(theta);
+      double im = std::sin(theta);
+      const double c = std::cos(step);
+      const double s = std::sin(step);
+      for (int64_t n = start; n < std::min(count, start + kBlock); ++n) {
+        sum[static_cast<size_t>(n)] += re;
+        const double next = re * c - im * s;
+        im = re * s + im * c;
+        re = next;
+      }
+    }
+  }
+  return sum;
 }
 
 std::string readFile(const std::filesystem::path& path) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "VDTimeErrorValue.h"
+
 // Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
 namespace TestSupport {
 
@@ -13,6 +15,8 @@ namespace TestSupport {
 std::string banner();
 // The options that switch every statistic off, for runs that test something else.
 extern const std::vector<std::string> kNoStatistics;
+// The arguments followed by those options.
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments);
 
 // The processor's progress lines with every statistic on, ending with "Analysis Done".
 extern const std::string kAllStatisticsProgress;
@@ -32,6 +36,22 @@ class TempDir {
 
  private:
   std::filesystem::path _path;
+};
+
+// Time error values interval ns apart from start, one per error, in order.
+std::vector<VDTimeErrorValue> timeErrorValues(const std::vector<int64_t>& errors,
+                                              uint64_t interval = 1000000000, uint64_t start = 0);
+
+// A sum of 120 tones of 50 Hz - 3 kHz with phases drawn from seed: a test signal whose value
+// is known at any instant, so two channels can sample it with a delay known exactly.
+class Multitone {
+ public:
+  explicit Multitone(uint64_t seed);
+  // The sum at t0 + n dt for n < count (RMS about sqrt(60)), in double.
+  std::vector<double> render(double t0, double dt, int64_t count) const;
+
+ private:
+  std::vector<std::pair<double, double>> _tones;  // frequency in Hz, phase in radians
 };
 
 std::string readFile(const std::filesystem::path& path);

@@ -33,13 +33,7 @@ namespace {
 constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 using Variance = VDEquivalentDegreesOfFreedom::Variance;
 
-std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors) {
-  std::vector<VDTimeErrorValue> values;
-  for (size_t i = 0; i < errors.size(); ++i) {
-    values.emplace_back(1000000000ull * i, errors[i]);
-  }
-  return values;
-}
+using TestSupport::timeErrorValues;
 
 // ---- The plain-loop reference -------------------------------------------------------------
 
@@ -334,7 +328,7 @@ TEST(AnalysisConfidence, PublishedResultsOnPhaseDat) {
       {8, 1.0570e-01, 1.0038e-01, 1.1198e-01, 0},  {16, 6.1915e-02, 5.7696e-02, 6.7217e-02, 0},
       {32, 4.8082e-02, 4.3654e-02, 5.4202e-02, 0}, {64, 3.6237e-02, 3.1755e-02, 4.3377e-02, 0},
       {128, 2.7674e-02, 2.3045e-02, 3.7027e-02, 0}};
-  VDAllanDeviationAnalysis adev(valuesOf(errors));
+  VDAllanDeviationAnalysis adev(timeErrorValues(errors));
   adev.performAnalysisFromStartWindowSize(1, kMax, 1);
   for (const auto& row : published) {
     const VDStatisticPoint& point = adev.points()[row.window - 1];
@@ -351,11 +345,11 @@ TEST(AnalysisConfidence, FiveNoiseTypesAgainstThePlainLoops) {
   for (int alpha = 2; alpha >= -2; --alpha) {
     SCOPED_TRACE("generated alpha " + std::to_string(alpha));
     const std::vector<int64_t> errors = powerLawPhase(alpha, 4096, 1000 + alpha);
-    VDAllanDeviationAnalysis adev(valuesOf(errors));
+    VDAllanDeviationAnalysis adev(timeErrorValues(errors));
     adev.performAnalysisFromStartWindowSize(1, kMax, 1);
-    VDModifiedAllanDeviationAnalysis mdev(valuesOf(errors));
+    VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
     mdev.performAnalysisFromStartWindowSize(1, kMax, 1);
-    VDTimeDeviationAnalysis tdev(valuesOf(errors));
+    VDTimeDeviationAnalysis tdev(timeErrorValues(errors));
     tdev.performAnalysisFromStartWindowSize(1, kMax, 1);
     // A long series identifies its own noise type at short windows.
     for (int64_t window : {1, 2, 4, 8}) {
@@ -408,9 +402,9 @@ TEST(AnalysisConfidence, DegenerateSeriesGiveFiniteNumbers) {
   const std::vector<std::vector<int64_t>> cases = {ramp, constant, {1, 2, 3},
                                                    {5},  {},       {4, 9, 2, 7}};
   for (const std::vector<int64_t>& errors : cases) {
-    VDAllanDeviationAnalysis adev(valuesOf(errors));
-    VDModifiedAllanDeviationAnalysis mdev(valuesOf(errors));
-    VDTimeDeviationAnalysis tdev(valuesOf(errors));
+    VDAllanDeviationAnalysis adev(timeErrorValues(errors));
+    VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
+    VDTimeDeviationAnalysis tdev(timeErrorValues(errors));
     for (VDStatisticAnalysis* analysis :
          {static_cast<VDStatisticAnalysis*>(&adev), static_cast<VDStatisticAnalysis*>(&mdev),
           static_cast<VDStatisticAnalysis*>(&tdev)}) {
@@ -436,28 +430,22 @@ TEST(AnalysisConfidence, DegenerateSeriesGiveFiniteNumbers) {
 // The one-week caesium clock against hydrogen maser recording, in picoseconds, when the
 // directory named by VDP_REFERENCE_DATA holds it.
 std::vector<int64_t> weekOfPhase() {
-  std::vector<std::filesystem::path> candidates;
-  if (const char* directory = std::getenv("VDP_REFERENCE_DATA")) {
-    candidates.emplace_back(directory);
-  }
   std::vector<int64_t> picoseconds;
-  for (const auto& directory : candidates) {
-    const auto path = directory / "cs-clock-vs-maser-1pps-phase.txt.gz";
-    if (!std::filesystem::exists(path)) {
-      continue;
+  const char* directory = std::getenv("VDP_REFERENCE_DATA");
+  const std::filesystem::path path = std::filesystem::path(directory == nullptr ? "" : directory) /
+                                     "cs-clock-vs-maser-1pps-phase.txt.gz";
+  if (directory == nullptr || !std::filesystem::exists(path)) {
+    return picoseconds;
+  }
+  FILE* pipe = popen(("gzip -dc '" + path.string() + "'").c_str(), "r");
+  char line[256];
+  while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
+    if (line[0] != '#') {
+      picoseconds.push_back(std::llround(std::strtod(line, nullptr) * 1e12));
     }
-    const std::string command = "gzip -dc '" + path.string() + "'";
-    FILE* pipe = popen(command.c_str(), "r");
-    char line[256];
-    while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
-      if (line[0] != '#') {
-        picoseconds.push_back(std::llround(std::strtod(line, nullptr) * 1e12));
-      }
-    }
-    if (pipe != nullptr) {
-      pclose(pipe);
-    }
-    break;
+  }
+  if (pipe != nullptr) {
+    pclose(pipe);
   }
   return picoseconds;
 }
@@ -469,12 +457,12 @@ TEST(AnalysisConfidence, OneWeekRecordingAgainstThePlainLoops) {
   }
   ASSERT_EQ(errors.size(), 556990u);
   // Windows across the whole range, the last ones (fewest terms) included.
-  VDAllanDeviationAnalysis adev(valuesOf(errors));
+  VDAllanDeviationAnalysis adev(timeErrorValues(errors));
   adev.performAnalysisFromStartWindowSize(1, kMax, 9973);
   expectMatchesReference(adev, errors, false);
   adev.performAnalysisFromStartWindowSize(278400, kMax, 1);
   expectMatchesReference(adev, errors, false);
-  VDModifiedAllanDeviationAnalysis mdev(valuesOf(errors));
+  VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
   mdev.performAnalysisFromStartWindowSize(1, kMax, 9973);
   expectMatchesReference(mdev, errors, true);
   mdev.performAnalysisFromStartWindowSize(185600, kMax, 1);

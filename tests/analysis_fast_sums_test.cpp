@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "TestSupport.h"
 #include "VDAllanDeviationAnalysis.h"
 #include "VDExactAutocorrelation.h"
 #include "VDLaggedDifferenceSums.h"
@@ -50,13 +51,7 @@ std::vector<int64_t> wanderingPhase(size_t count, uint64_t seed, double drift = 
   return values;
 }
 
-std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors) {
-  std::vector<VDTimeErrorValue> values;
-  for (size_t i = 0; i < errors.size(); ++i) {
-    values.emplace_back(1000000000ull * i, errors[i]);
-  }
-  return values;
-}
+using TestSupport::timeErrorValues;
 
 __int128 bruteForceCorrelation(const std::vector<int64_t>& y, size_t lag) {
   __int128 sum = 0;
@@ -91,7 +86,7 @@ TEST(AnalysisFastSums, ExactAutocorrelationEqualsTheIntegerSumsAtEveryLag) {
 TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
   // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
   const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
-  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(valuesOf(errors));
+  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
   analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
   ASSERT_EQ(analysis.points().size(), errors.size() - 1);
   for (const VDStatisticPoint& point : analysis.points()) {
@@ -195,7 +190,7 @@ std::vector<double> valuesOfPoints(const VDStatisticAnalysis& analysis) {
 
 template <typename Analysis>
 std::vector<double> analysed(const std::vector<int64_t>& errors, int64_t step) {
-  Analysis analysis(valuesOf(errors));
+  Analysis analysis(timeErrorValues(errors));
   analysis.performAnalysisFromStartWindowSize(1, kMax, step);
   return valuesOfPoints(analysis);
 }
@@ -259,7 +254,7 @@ class RecordingObserver : public VDAnalysisProgress {
 template <typename Analysis>
 void expectProgressReported(const std::string& name, uint64_t windows, bool reportsWindows) {
   const std::vector<int64_t> errors = wanderingPhase(3001, 9);
-  Analysis analysis(valuesOf(errors));
+  Analysis analysis(timeErrorValues(errors));
   RecordingObserver observer;
   analysis.setProgressObserver(&observer);
   analysis.performAnalysisFromStartWindowSize(1, kMax, 1);

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "TestSupport.h"
 #include "VDAllanDeviationAnalysis.h"
 #include "VDMaximumTimeIntervalErrorAnalysis.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
@@ -63,14 +64,10 @@ std::vector<int64_t> noise(Noise kind, int64_t count, int64_t offset, uint64_t s
   return errors;
 }
 
-// Values one second apart, the first at an arbitrary time.
+// Values one second apart (unless told), the first at an arbitrary time.
 std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors,
                                        uint64_t interval = 1000000000ull) {
-  std::vector<VDTimeErrorValue> values;
-  for (size_t i = 0; i < errors.size(); ++i) {
-    values.emplace_back(1600000000000000000ull + interval * i, errors[i]);
-  }
-  return values;
+  return TestSupport::timeErrorValues(errors, interval, 1600000000000000000ull);
 }
 
 // Exact differences first (in 128-bit), then long double.
@@ -346,11 +343,8 @@ TEST(AnalysisStatistics, MtieIsExactForTheWidestIntegerSpread) {
 TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
   const std::vector<int64_t> errors = noise(Noise::kWhite, 50, 0, 8);
   // 125 ms apart, starting before the epoch: the timestamps arrive wrapped.
-  std::vector<VDTimeErrorValue> values;
-  for (size_t i = 0; i < errors.size(); ++i) {
-    values.emplace_back(static_cast<uint64_t>(-1000000000) + 125000000ull * i, errors[i]);
-  }
-  VDAllanDeviationAnalysis adev(values);
+  VDAllanDeviationAnalysis adev(
+      TestSupport::timeErrorValues(errors, 125000000, static_cast<uint64_t>(-1000000000)));
   adev.performAnalysisFromStartWindowSize(1, 3, 1);
   ASSERT_EQ(adev.points().size(), 3u);
   for (const VDStatisticPoint& point : adev.points()) {

@@ -30,54 +30,21 @@ using Status = VDAudioTimeErrorCalculator::WindowStatus;
 constexpr double kRate = 8000.0;
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
 
-class Multitone {
- public:
-  Multitone() {
-    std::mt19937_64 random(42);
-    std::uniform_real_distribution<double> frequency(50.0, 3000.0), phase(0.0, 2 * M_PI);
-    for (int i = 0; i < 120; ++i) {
-      _tones.push_back({frequency(random), phase(random)});
-    }
+// The signal at t0 + n dt for n < count, scaled to an RMS near 0.1; zero inside the silent
+// stretch [silenceBegin, silenceEnd) of signal time.
+std::vector<float> render(double t0, double dt, int64_t count, double silenceBegin,
+                          double silenceEnd) {
+  static const TestSupport::Multitone signal(42);
+  const std::vector<double> sum = signal.render(t0, dt, count);
+  std::vector<float> out(static_cast<size_t>(count));
+  for (int64_t n = 0; n < count; ++n) {
+    const double t = t0 + static_cast<double>(n) * dt;
+    out[n] = t >= silenceBegin && t < silenceEnd
+                 ? 0.0f
+                 : static_cast<float>(sum[n] * (0.1 / std::sqrt(60.0)));
   }
-
-  // The signal at t0 + n dt for n < count, scaled to an RMS near 0.1; zero inside the silent
-  // stretch [silenceBegin, silenceEnd) of signal time.
-  std::vector<float> render(double t0, double dt, int64_t count, double silenceBegin = 0,
-                            double silenceEnd = 0) const {
-    std::vector<double> sum(static_cast<size_t>(count), 0.0);
-    constexpr int64_t kBlock = 256;
-    for (const Tone& tone : _tones) {
-      for (int64_t start = 0; start < count; start += kBlock) {
-        // Exact phase at each block start, then rotation within the block.
-        const double cycles = tone.frequency * (t0 + static_cast<double>(start) * dt);
-        const double theta = 2 * M_PI * (cycles - std::floor(cycles)) + tone.phase;
-        const double step = 2 * M_PI * tone.frequency * dt;
-        double re = std::cos(theta), im = std::sin(theta);
-        const double c = std::cos(step), s = std::sin(step);
-        for (int64_t n = start; n < std::min(count, start + kBlock); ++n) {
-          sum[n] += re;
-          const double next = re * c - im * s;
-          im = re * s + im * c;
-          re = next;
-        }
-      }
-    }
-    std::vector<float> out(static_cast<size_t>(count));
-    const double scale = 0.1 / std::sqrt(_tones.size() / 2.0);
-    for (int64_t n = 0; n < count; ++n) {
-      const double t = t0 + static_cast<double>(n) * dt;
-      out[n] = t >= silenceBegin && t < silenceEnd ? 0.0f : static_cast<float>(sum[n] * scale);
-    }
-    return out;
-  }
-
- private:
-  struct Tone {
-    double frequency;
-    double phase;
-  };
-  std::vector<Tone> _tones;
-};
+  return out;
+}
 
 struct Pair {
   std::vector<float> a, b;
@@ -85,11 +52,10 @@ struct Pair {
 
 Pair makePair(double seconds, double offsetSeconds, double drift = 0.0, double silenceBegin = 0,
               double silenceEnd = 0) {
-  static const Multitone signal;
   const int64_t count = static_cast<int64_t>(seconds * kRate);
-  return {signal.render(0.0, 1.0 / kRate, count, silenceBegin, silenceEnd),
-          signal.render(-offsetSeconds / (1.0 + drift), 1.0 / (kRate * (1.0 + drift)), count,
-                        silenceBegin, silenceEnd)};
+  return {render(0.0, 1.0 / kRate, count, silenceBegin, silenceEnd),
+          render(-offsetSeconds / (1.0 + drift), 1.0 / (kRate * (1.0 + drift)), count, silenceBegin,
+                 silenceEnd)};
 }
 
 double centreSeconds(const Calculator::Window& window, int64_t length) {

@@ -130,6 +130,8 @@ TEST(AudioFileReader, ReadsEveryLosslessContainerAndSampleFormatExactly) {
        kSignedPacked},
       {"wavfloat.wav", AudioFileContainer::WAV, AudioSampleEncoding::Float32, 2, 96000, 32,
        kFloatPacked},
+      {"wav6float.wav", AudioFileContainer::WAV, AudioSampleEncoding::Float32, 6, 8000, 32,
+       kFloatPacked},
       {"aiff16stereo.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM16, 2, 48000, 16,
        kSignedPacked},
       {"aiff24mono.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM24, 1, 32000, 24,
@@ -144,6 +146,7 @@ TEST(AudioFileReader, ReadsEveryLosslessContainerAndSampleFormatExactly) {
       {"rf64.rf64", AudioFileContainer::RF64, AudioSampleEncoding::PCM16, 2, 48000, 16,
        kSignedPacked},
   };
+  // Several passes of the reader's 4096-frame scratch buffer.
   constexpr int64_t kFrames = 10007;
   TempDir dir;
   for (const LosslessCase& c : cases) {
@@ -279,21 +282,6 @@ TEST(AudioFileReader, SeeksByFrameAndReadsShortAtTheEnd) {
   EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
 }
 
-TEST(AudioFileReader, MixesManyChannelsAcrossItsScratchBuffer) {
-  // 6 channels and more frames than one pass of the scratch buffer holds.
-  TempDir dir;
-  constexpr int64_t kFrames = 3 * 4096 + 123;
-  const std::vector<float> written = testSignal(kFrames, 6);
-  writeRecording(dir / "six.wav", {AudioFileContainer::WAV, AudioSampleEncoding::Float32, 8000, 6},
-                 written);
-  const std::vector<float> mono = readWhole(dir / "six.wav");
-  const std::vector<float> expected = mixdown(written, 6);
-  ASSERT_EQ(mono.size(), expected.size());
-  for (size_t n = 0; n < mono.size(); ++n) {
-    ASSERT_FLOAT_EQ(mono[n], expected[n]) << n;
-  }
-}
-
 TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAtTheFilesOwnRate) {
   TempDir dir;
   writeRecording(dir / "s.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 44100, 2},
@@ -311,38 +299,24 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAtTheFilesOwnRate) {
   EXPECT_EQ(readFrames(reader, 1, &sample, &delivered), kAudioFileReaderErrorNoClientFormat);
 
   const StreamFormat good = clientFormat(44100);
-  struct Refusal {
+  // Rate, format, flags, bytes per packet, frames per packet, bytes per frame, channels, bits.
+  constexpr uint32_t kPCM = kAudioFormatLinearPCM;
+  constexpr uint32_t kInteger = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  const struct {
     const char* what;
     StreamFormat format;
+  } refusals[] = {
+      {"other rate", {48000, kPCM, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"rate off by a little", {44100.0001, kPCM, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"integer samples", {44100, kPCM, kInteger, 4, 1, 4, 1, 32, 0}},
+      {"16-bit integer", {44100, kPCM, kInteger, 2, 1, 2, 1, 16, 0}},
+      {"two channels", {44100, kPCM, 0x31, 8, 1, 8, 2, 32, 0}},
+      {"doubles", {44100, kPCM, 0x31, 8, 1, 8, 1, 64, 0}},
+      {"big-endian flag", {44100, kPCM, 0x33, 4, 1, 4, 1, 32, 0}},
+      {"not linear PCM", {44100, 0x61616320, 0x31, 4, 1, 4, 1, 32, 0}},
+      {"two frames per packet", {44100, kPCM, 0x31, 4, 2, 4, 1, 32, 0}},
   };
-  std::vector<Refusal> refusals;
-  const auto variant = [&](const char* what, auto change) {
-    StreamFormat format = good;
-    change(format);
-    refusals.push_back({what, format});
-  };
-  variant("other rate", [](StreamFormat& f) { f.mSampleRate = 48000; });
-  variant("rate off by a little", [](StreamFormat& f) { f.mSampleRate = 44100.0001; });
-  variant("integer samples", [](StreamFormat& f) {
-    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-  });
-  variant("16-bit integer", [](StreamFormat& f) {
-    f.mFormatFlags = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-    f.mBitsPerChannel = 16;
-    f.mBytesPerFrame = f.mBytesPerPacket = 2;
-  });
-  variant("two channels", [](StreamFormat& f) {
-    f.mChannelsPerFrame = 2;
-    f.mBytesPerFrame = f.mBytesPerPacket = 8;
-  });
-  variant("doubles", [](StreamFormat& f) {
-    f.mBitsPerChannel = 64;
-    f.mBytesPerFrame = f.mBytesPerPacket = 8;
-  });
-  variant("big-endian flag", [](StreamFormat& f) { f.mFormatFlags |= 0x2; });
-  variant("not linear PCM", [](StreamFormat& f) { f.mFormatID = 0x61616320; });
-  variant("two frames per packet", [](StreamFormat& f) { f.mFramesPerPacket = 2; });
-  for (const Refusal& refusal : refusals) {
+  for (const auto& refusal : refusals) {
     EXPECT_EQ(setClientFormat(reader, refusal.format), kAudioFileReaderErrorUnsupportedClientFormat)
         << refusal.what;
   }
@@ -556,24 +530,6 @@ TEST(AudioFileReader, ReportsMisuseWithItsOwnStatus) {
   EXPECT_EQ(AudioFileReaderRead(reader, &count, &fine), kAudioFileReaderNoError);
   EXPECT_EQ(count, 4u);
   EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
-
-  // The status codes are distinct, and only success is zero.
-  const int32_t codes[] = {kAudioFileReaderErrorOpen,
-                           kAudioFileReaderErrorInvalidReader,
-                           kAudioFileReaderErrorBadArgument,
-                           kAudioFileReaderErrorBadProperty,
-                           kAudioFileReaderErrorBadPropertySize,
-                           kAudioFileReaderErrorUnsupportedClientFormat,
-                           kAudioFileReaderErrorNoClientFormat,
-                           kAudioFileReaderErrorBadBuffer,
-                           kAudioFileReaderErrorRead,
-                           kAudioFileReaderErrorSeek};
-  for (size_t i = 0; i < std::size(codes); ++i) {
-    EXPECT_NE(codes[i], kAudioFileReaderNoError);
-    for (size_t j = i + 1; j < std::size(codes); ++j) {
-      EXPECT_NE(codes[i], codes[j]);
-    }
-  }
 }
 
 TEST(AudioFileWriter, RefusesFormatsItsContainerCannotHoldAndReportsMisuse) {

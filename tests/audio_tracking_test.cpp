@@ -27,14 +27,14 @@ using Status = VDAudioTimeErrorCalculator::WindowStatus;
 constexpr double kRate = 8000.0;
 constexpr int64_t kInterval = 800, kLength = 1024;
 
+// The tones under bursts of 0.1-0.3 s separated by pauses of 0.05-0.5 s.
 class BurstSignal {
  public:
-  explicit BurstSignal(double seconds) {
+  explicit BurstSignal(double seconds) : _tones(7) {
+    // The bursts come from the same draws as ever: those after the 240 that made the tones.
     std::mt19937_64 random(7);
+    random.discard(240);
     std::uniform_real_distribution<double> unit(0.0, 1.0);
-    for (int i = 0; i < 120; ++i) {
-      _tones.push_back({50.0 + 2950.0 * unit(random), 2 * M_PI * unit(random)});
-    }
     for (double t = -100.0; t < seconds + 100.0;) {
       const double length = 0.1 + 0.2 * unit(random);
       _bursts.push_back({t, t + length});
@@ -55,26 +55,7 @@ class BurstSignal {
   // The signal at t0 + n dt for n < count, written to out from index first on.
   void render(double t0, int64_t first, int64_t count, std::vector<float>& out,
               double dt = 1.0 / kRate) const {
-    std::vector<double> sum(static_cast<size_t>(count), 0.0);
-    for (const Tone& tone : _tones) {
-      const double cycles = tone.frequency * t0;
-      const double theta = 2 * M_PI * (cycles - std::floor(cycles)) + tone.phase;
-      const double step = 2 * M_PI * tone.frequency * dt;
-      double re = std::cos(theta), im = std::sin(theta);
-      const double c = std::cos(step), s = std::sin(step);
-      for (int64_t n = 0; n < count; ++n) {
-        sum[static_cast<size_t>(n)] += re;
-        const double next = re * c - im * s;
-        im = re * s + im * c;
-        re = next;
-        if (n % 256 == 255) {  // exact phase now and then, against rounding drift
-          const double at = tone.frequency * (t0 + static_cast<double>(n + 1) * dt);
-          const double phase = 2 * M_PI * (at - std::floor(at)) + tone.phase;
-          re = std::cos(phase);
-          im = std::sin(phase);
-        }
-      }
-    }
+    const std::vector<double> sum = _tones.render(t0, dt, count);
     for (int64_t n = 0; n < count; ++n) {
       const double t = t0 + static_cast<double>(n) * dt;
       out[static_cast<size_t>(first + n)] =
@@ -83,11 +64,7 @@ class BurstSignal {
   }
 
  private:
-  struct Tone {
-    double frequency;
-    double phase;
-  };
-  std::vector<Tone> _tones;
+  TestSupport::Multitone _tones;
   std::vector<std::pair<double, double>> _bursts;
 };
 

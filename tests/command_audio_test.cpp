@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "AudioFileReader.h"
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAudioPlotScripts.h"
@@ -36,11 +35,11 @@ std::string assertion(const char* form, const char* condition, int line) {
          " at line " + std::to_string(line) + " goto Bail. ";
 }
 
-// A mono WAV of seconds of a 997 Hz tone at rate.
-void writeTone(const fs::path& path, uint32_t rate, double seconds) {
+// A mono 16-bit WAV (or other container) of seconds of a 997 Hz tone at rate.
+void writeTone(const fs::path& path, uint32_t rate, double seconds,
+               AudioFileContainer container = AudioFileContainer::WAV) {
   AudioFileWriterRef writer = nullptr;
-  ASSERT_EQ(AudioFileWriterCreate(
-                path, {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, rate, 1}, &writer),
+  ASSERT_EQ(AudioFileWriterCreate(path, {container, AudioSampleEncoding::PCM16, rate, 1}, &writer),
             kAudioFileWriterNoError);
   std::vector<float> samples(static_cast<size_t>(seconds * rate));
   for (size_t i = 0; i < samples.size(); ++i) {
@@ -126,9 +125,7 @@ class AudioLoadingTest : public AudioCommandTest {
                                           "--output",    "out", "--interval",  "48000",
                                           "--length",    "4096"};
     arguments.insert(arguments.end(), more.begin(), more.end());
-    arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                     TestSupport::kNoStatistics.end());
-    return audio(arguments);
+    return audio(TestSupport::withoutStatistics(arguments));
   }
 };
 
@@ -198,26 +195,10 @@ TEST_F(AudioLoadingTest, FilesThatCannotBeUsed) {
   EXPECT_EQ(run.status, 0);
 }
 
-// A FLAC copy of the three-second WAV at wav whose stream information claims claimedFrames frames
-// (36 bits from bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
-void writeFlacClaiming(const fs::path& wav, const fs::path& flac, uint64_t claimedFrames) {
-  AudioFileReaderRef reader = nullptr;
-  ASSERT_EQ(AudioFileReaderOpen(wav, &reader), kAudioFileReaderNoError);
-  const StreamFormat client{48000, kAudioFormatLinearPCM, 0x31, 4, 1, 4, 1, 32, 0};
-  ASSERT_EQ(AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat,
-                                       sizeof client, &client),
-            kAudioFileReaderNoError);
-  std::vector<float> samples(3 * 48000);
-  auto frames = static_cast<uint32_t>(samples.size());
-  AudioBufferList list{1, {{1, frames * 4, samples.data()}}};
-  ASSERT_EQ(AudioFileReaderRead(reader, &frames, &list), kAudioFileReaderNoError);
-  AudioFileReaderDispose(reader);
-  AudioFileWriterRef writer = nullptr;
-  ASSERT_EQ(AudioFileWriterCreate(
-                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
-            kAudioFileWriterNoError);
-  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), frames), kAudioFileWriterNoError);
-  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+// A three-second FLAC tone whose stream information claims claimedFrames frames (36 bits from
+// bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
+void writeFlacClaiming(const fs::path& flac, uint64_t claimedFrames) {
+  writeTone(flac, 48000, 3, AudioFileContainer::FLAC);
   std::string bytes = TestSupport::readFile(flac);
   bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (claimedFrames >> 32));
   for (int i = 0; i < 4; ++i) {
@@ -229,9 +210,8 @@ void writeFlacClaiming(const fs::path& wav, const fs::path& flac, uint64_t claim
 TEST_F(AudioLoadingTest, FlacLengthsAreWhatTheDataHolds) {
   // Three seconds each: a header claiming a billion frames would have the command allocate 8 GB,
   // and one claiming nothing, the largest count.
-  writeTone(dir / "tone.wav", 48000, 3);
-  writeFlacClaiming(dir / "tone.wav", dir / "billion.flac", 1000000000);
-  writeFlacClaiming(dir / "tone.wav", dir / "unknown.flac", 0);
+  writeFlacClaiming(dir / "billion.flac", 1000000000);
+  writeFlacClaiming(dir / "unknown.flac", 0);
   const ToolRun run = load("billion.flac", "unknown.flac");
   EXPECT_EQ(run.out.substr(0, run.out.find("Analysis Done")),
             kBanner +
@@ -283,22 +263,12 @@ TEST(AudioRun, TheOutputNameIsTextAppendedToTheOutputDirectory) {
   TempDir dir;
   const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
   fs::create_directories(dir / "out" / "nested");
-  std::vector<std::string> arguments = {"audio",
-                                        "--channel-a",
-                                        (examples / "channel-a.flac").string(),
-                                        "--channel-b",
-                                        (examples / "channel-b.flac").string(),
-                                        "--output",
-                                        "out",
-                                        "--name",
-                                        "/nested/run",
-                                        "--interval",
-                                        "48000",
-                                        "--length",
-                                        "4096"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  const ToolRun run = runTool(arguments, dir.path());
+  const ToolRun run =
+      runTool(TestSupport::withoutStatistics(
+                  {"audio", "--channel-a", (examples / "channel-a.flac").string(), "--channel-b",
+                   (examples / "channel-b.flac").string(), "--output", "out", "--name",
+                   "/nested/run", "--interval", "48000", "--length", "4096"}),
+              dir.path());
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "");
   for (const char* file : {"run_audio_time_error.csv", "run_audio_time_error.png",

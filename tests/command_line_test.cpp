@@ -132,11 +132,9 @@ TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
   std::filesystem::create_directory(dir / "elsewhere");
   // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
   // output directory is made there, with redundant components removed.
-  std::vector<std::string> arguments = {"marten", "--data", "./sub/../data.csv", "--output",
-                                        "out//x/"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  const ToolRun run = runTool(arguments, dir / "elsewhere", {{"PWD", dir.path().string()}});
+  const ToolRun run = runTool(TestSupport::withoutStatistics(
+                                  {"marten", "--data", "./sub/../data.csv", "--output", "out//x/"}),
+                              dir / "elsewhere", {{"PWD", dir.path().string()}});
   EXPECT_EQ(run.status, 1);
   EXPECT_TRUE(std::filesystem::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
   const ToolRun missing =
@@ -220,11 +218,8 @@ TEST_F(CommandLineTest, TheOutputNameIsTextAppendedToTheOutputDirectory) {
   // directory (here into its subdirectory "nested"), never into /nested.
   TestSupport::writeFile(dir / "data.csv", "index,time,error\n0,0.0,1e-9\n1,0.5,3e-9\n");
   std::filesystem::create_directories(dir / "out" / "nested");
-  std::vector<std::string> arguments = {"time-error", "--data", data(),       "--output",
-                                        output(),     "--name", "/nested/run"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  const ToolRun run = runTool(arguments);
+  const ToolRun run = runTool(TestSupport::withoutStatistics(
+      {"time-error", "--data", data(), "--output", output(), "--name", "/nested/run"}));
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "");
   for (const char* file : {"run_time_error.csv", "run_time_error.png", "run_time_error.pdf"}) {

@@ -24,17 +24,15 @@ const std::string kLoading = "Loading time errors into memory...\n";
 
 ToolRun runCommand(const TempDir& dir, const std::string& command, const std::string& data) {
   TestSupport::writeFile(dir / "data.csv", data);
-  std::vector<std::string> arguments = {command, "--data", "data.csv", "--output", "out"};
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  return runTool(arguments, dir.path());
+  return runTool(TestSupport::withoutStatistics({command, "--data", "data.csv", "--output", "out"}),
+                 dir.path());
 }
 
 TEST(CommandsRun, DualCheckPrintsTheErrorRangeAfterTheAnalysis) {
   TempDir dir;
   ToolRun run = runCommand(dir, "dual-check",
                            "index,seq,time,corr,error\n0,5,1000,7,-3\n0,5,1000,7\n1,5,2000,7,4\n"
-                           "2,5,2.5,7,99\n3,5,3000,7,1000");
+                           "2,5,2.5,7,99\n0,-5,1000,7,99\n3,5,3000,7,1000");
   EXPECT_EQ(run.out, kBanner + kLoading + "Analysis Done\nError range -3 to 4\n");
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(readFile(dir / "out" / "dual_check_analysis_time_error.csv"),
@@ -51,7 +49,7 @@ TEST(CommandsRun, MartenTakesTimestampAndErrorAsTheyStand) {
   TempDir dir;
   const ToolRun run = runCommand(dir, "marten",
                                  "timestamp,seq,error,delay,flags\n1000,0,-25,0,0\n"
-                                 "1000,0,-25,0\n2000,1,30,0,0,7\n");
+                                 "1000,0,-25,0\n2000,1,30,0,0,7\n3000,2,99,0,-1\n");
   EXPECT_EQ(run.out, kBanner + kLoading + "Analysis Done\n");
   EXPECT_EQ(readFile(dir / "out" / "marten_analysis_time_error.csv"),
             "time,time_error\n1000,-25\n2000,30\n");

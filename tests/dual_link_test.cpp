@@ -95,11 +95,7 @@ class DualLinkProcessorTest : public ::testing::Test {
 
   // The verdict lines printed for these errors (one per second), MTIE switched on or off.
   std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
-    std::vector<VDTimeErrorValue> values;
-    for (size_t i = 0; i < errors.size(); ++i) {
-      values.emplace_back(1000000000ull * i, errors[i]);
-    }
-    const VDPDualLinkTimeErrorSequence sequence(std::move(values));
+    const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
     VDPProcessDualLinkTimeError processor(dir.path().string(), "n", false, false, false, false,
                                           mtie, 2, std::numeric_limits<int64_t>::max(), 1);
     testing::internal::CaptureStdout();
@@ -215,12 +211,14 @@ std::string convergedTimeErrors(const std::string& lines) {
 
 TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
   // One nanosecond early is out, exactly 60 s is in, and a later line with a smaller timestamp
-  // is out: the threshold compares timestamps, not positions in the file.
+  // is out: the threshold compares timestamps, not positions in the file. A short line is no
+  // sample at all.
   EXPECT_EQ(convergedTimeErrors("1000000000,0,1,0,0\n"
                                 "60999999999,1,2,0,0\n"
                                 "61000000000,2,3,0,0\n"
                                 "30000000000,3,4,0,0\n"
-                                "70000000000,4,5,0,0\n"),
+                                "70000000000,4,5,0,0\n"
+                                "80000000000,5,6,0\n"),
             "time,time_error\n61000000000,3\n70000000000,5\n");
   // A first timestamp within 60 s of the top of the range: the threshold wraps past zero, so
   // the first sample itself and every timestamp from 30 s on count as converged.

@@ -122,11 +122,7 @@ class BackgroundRun {
   uint64_t _peakResidentBytes = 0;
 };
 
-std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
-  arguments.insert(arguments.end(), TestSupport::kNoStatistics.begin(),
-                   TestSupport::kNoStatistics.end());
-  return arguments;
-}
+using TestSupport::withoutStatistics;
 
 // A marten file of count samples.
 std::string martenData(int count) {

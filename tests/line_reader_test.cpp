@@ -1,5 +1,6 @@
 // The streaming line reader and the text scanner under the commands' line grammars: block
-// boundaries, unterminated and over-long lines, invalid UTF-8, and what each layout accepts.
+// boundaries, unterminated and over-long lines, invalid UTF-8, and what the time-error layout
+// accepts (the other layouts are checked through whole runs of their commands).
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -10,10 +11,6 @@
 #include <vector>
 
 #include "TestSupport.h"
-#include "VDPAnalyseDualCheck.h"
-#include "VDPAnalyseDualLink.h"
-#include "VDPAnalyseMarten.h"
-#include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
 #include "VDPLineReader.h"
 #include "VDPTextScanner.h"
@@ -166,65 +163,6 @@ TEST(LineGrammar, TimeError) {
   EXPECT_EQ(values[0].error(), 2);
   EXPECT_EQ(values[1].timestamp(), 2000000000u);
   EXPECT_EQ(values[1].error(), -1);
-}
-
-TEST(LineGrammar, DualCheckKeepsTheRangeOfTakenLines) {
-  std::vector<VDTimeErrorValue> values;
-  VDPAnalyseDualCheck::ErrorRange range;
-  EXPECT_TRUE(VDPAnalyseDualCheck::parseLine("0,5,1000,7,-3", values, range));
-  EXPECT_TRUE(VDPAnalyseDualCheck::parseLine("1,5,2000,7,4", values, range));
-  for (const char* bad : {"0,5,1000,7", "0,5,1.5,7,3", "0,-5,1000,7,99", "i,a,b,c,d"}) {
-    EXPECT_FALSE(VDPAnalyseDualCheck::parseLine(bad, values, range)) << bad;
-  }
-  ASSERT_EQ(values.size(), 2u);
-  EXPECT_EQ(values[1].timestamp(), 2000u);
-  EXPECT_EQ(range.minimum, -3);
-  EXPECT_EQ(range.maximum, 4);
-}
-
-TEST(LineGrammar, Marten) {
-  std::vector<VDTimeErrorValue> values;
-  EXPECT_TRUE(VDPAnalyseMarten::parseLine("1000,0,-25,0,0", values));
-  EXPECT_TRUE(VDPAnalyseMarten::parseLine("1000,0,-25,0,0,7", values));
-  EXPECT_FALSE(VDPAnalyseMarten::parseLine("1000,0,-25,0", values));
-  EXPECT_FALSE(VDPAnalyseMarten::parseLine("1000,0,-25,0,-1", values));
-  ASSERT_EQ(values.size(), 2u);
-  EXPECT_EQ(values[0].timestamp(), 1000u);
-  EXPECT_EQ(values[0].error(), -25);
-}
-
-TEST(LineGrammar, OspreySplitsOneLineIntoThreeSlaves) {
-  VDPAnalyseOsprey::SlaveValues values;
-  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", values));
-  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0", values));
-  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("100,0,1,0,2", values));
-  for (size_t slave = 0; slave < 3; ++slave) {
-    ASSERT_EQ(values[slave].size(), 1u);
-    EXPECT_EQ(values[slave][0].timestamp(), 100u);
-    EXPECT_EQ(values[slave][0].error(), static_cast<int64_t>(slave + 1));
-  }
-}
-
-TEST(LineGrammar, DualLinkConvergesSixtySecondsAfterTheFirstGoodLine) {
-  VDPAnalyseDualLink::Selection selection;
-  EXPECT_FALSE(VDPAnalyseDualLink::parseLine("timestamp,seq,error,delay,flags", selection));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("1000,0,5,0,0", selection));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("60000000999,0,6,0,0", selection));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("60000001000,0,7,0,0", selection));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("500,0,8,0,0", selection));  // earlier: left out
-  EXPECT_FALSE(VDPAnalyseDualLink::parseLine("70000000000,0,9,0", selection));
-  EXPECT_EQ(selection.full.size(), 4u);
-  ASSERT_EQ(selection.converged.size(), 1u);
-  EXPECT_EQ(selection.converged[0].error(), 7);
-
-  // Near the top of the range the threshold wraps and every sample qualifies.
-  VDPAnalyseDualLink::Selection wrapped;
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("18446744073709551000,0,1,0,0", wrapped));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("59999999383,0,2,0,0", wrapped));
-  EXPECT_TRUE(VDPAnalyseDualLink::parseLine("59999999384,0,3,0,0", wrapped));
-  ASSERT_EQ(wrapped.converged.size(), 2u);
-  EXPECT_EQ(wrapped.converged[0].error(), 1);
-  EXPECT_EQ(wrapped.converged[1].error(), 3);
 }
 
 }  // namespace

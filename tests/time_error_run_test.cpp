@@ -44,12 +44,6 @@ bool isPdf(const fs::path& path) {
          bytes.find("%%EOF", bytes.size() - 16) != std::string::npos;
 }
 
-std::vector<std::string> withArguments(std::vector<std::string> arguments,
-                                       const std::vector<std::string>& more) {
-  arguments.insert(arguments.end(), more.begin(), more.end());
-  return arguments;
-}
-
 TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
   TempDir dir;
   // 300 samples at 8 per second: a header, then index, seconds, seconds.
@@ -126,10 +120,9 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
   fs::create_directory(dir / "directory");
   for (const std::string& input :
        std::vector<std::string>{"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
-    const ToolRun run =
-        runTool(withArguments({"time-error", "--data", input, "--output", "out-" + input},
-                              TestSupport::kNoStatistics),
-                dir.path());
+    const ToolRun run = runTool(
+        TestSupport::withoutStatistics({"time-error", "--data", input, "--output", "out-" + input}),
+        dir.path());
     EXPECT_EQ(run.status, 1) << input << run.err;
     EXPECT_EQ(run.out, kBanner + "Loading time errors into memory...\nAnalysis Done\n") << input;
     EXPECT_TRUE(fs::exists(dir / ("out-" + input) / "time-error_analysis_time_error.csv"));
