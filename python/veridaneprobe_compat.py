@@ -204,6 +204,30 @@ def _share_mathtext_layouts():
     mathtext.MathTextParser._parse_cached = parse_cached
 
 
+def _import_font_subsetter_lazily():
+    """matplotlib's PDF backend imports fontTools.subset when it is loaded, a tenth of a second,
+    but needs it only to embed TrueType fonts, which the plots' default Type 3 fonts are not:
+    the module is loaded when first used instead."""
+    import importlib.util
+    import sys
+    if 'fontTools.subset' in sys.modules:
+        return
+    try:
+        import fontTools
+    except ImportError:
+        return
+    spec = importlib.util.find_spec('fontTools.subset')
+    if spec is None or spec.loader is None:
+        return
+    spec.loader = importlib.util.LazyLoader(spec.loader)
+    module = importlib.util.module_from_spec(spec)
+    sys.modules['fontTools.subset'] = module
+    spec.loader.exec_module(module)
+    # As the package's attribute, 'from fontTools import subset' takes it without looking at it
+    # (the import system's look at a module in sys.modules would load it).
+    fontTools.subset = module
+
+
 def install(backend=None):
     import matplotlib
     if backend:
@@ -221,3 +245,4 @@ def install(backend=None):
     # pyplot.savefig saves through Figure.savefig, so this covers both.
     _install_atomic_savefig()
     _share_mathtext_layouts()
+    _import_font_subsetter_lazily()

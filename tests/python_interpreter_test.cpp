@@ -1,6 +1,6 @@
 // The embedded interpreter: console order across the hand-over when standard output is a file,
-// errors that print a traceback without stopping the run, and the classic matplotlib API that
-// the compatibility layer supplies.
+// errors that print a traceback without stopping the run, the classic matplotlib API that the
+// compatibility layer supplies, and the font subsetter it imports only when a PDF needs it.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -92,6 +92,23 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
             "[1.0, 1.5, 2.0, 2.5], [2, 3, 4, 5], "
             "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
             "[1700000000000000001, 18446744073709551615], [1.0, 1.0])");
+}
+
+TEST_F(PythonInterpreterTest, PdfWithTrueTypeFontsLoadsTheFontSubsetterWhenNeeded) {
+  // The subsetter is imported lazily; a PDF that embeds TrueType fonts still gets them.
+  const std::string pdf = (dir / "fonts.pdf").string();
+  VDPPythonInterpreter::runScript(
+      "import sys, matplotlib, matplotlib.pyplot as plt\n"
+      "import matplotlib.backends.backend_pdf\n"
+      "assert type(sys.modules['fontTools.subset']).__name__ == '_LazyModule'\n"
+      "matplotlib.rcParams['pdf.fonttype'] = 42\n"
+      "f, ax = plt.subplots()\n"
+      "ax.set_title('Allan Deviation')\n"
+      "f.savefig('" +
+      pdf + "')\n");
+  const std::string text = TestSupport::readFile(pdf);
+  EXPECT_EQ(text.substr(0, 5), "%PDF-");
+  EXPECT_NE(text.find("/FontFile2"), std::string::npos);
 }
 
 }  // namespace
