@@ -204,6 +204,25 @@ def _share_mathtext_layouts():
     mathtext.MathTextParser._parse_cached = parse_cached
 
 
+def _install_fast_png():
+    """PNGs compressed at zlib's fastest level: about a quarter larger, and a twelfth of a
+    second less for each plot."""
+    import functools
+    from matplotlib.backends.backend_agg import FigureCanvasAgg
+    print_png = FigureCanvasAgg.print_png
+    if getattr(print_png, 'veridaneprobe_fast', False):
+        return
+
+    @functools.wraps(print_png)
+    def fast_print_png(canvas, *args, pil_kwargs=None, **kwargs):
+        pil_kwargs = dict(pil_kwargs or {})
+        pil_kwargs.setdefault('compress_level', 1)
+        return print_png(canvas, *args, pil_kwargs=pil_kwargs, **kwargs)
+
+    fast_print_png.veridaneprobe_fast = True
+    FigureCanvasAgg.print_png = fast_print_png
+
+
 def _import_font_subsetter_lazily():
     """matplotlib's PDF backend imports fontTools.subset when it is loaded, a tenth of a second,
     but needs it only to embed TrueType fonts, which the plots' default Type 3 fonts are not:
@@ -246,3 +265,4 @@ def install(backend=None):
     _install_atomic_savefig()
     _share_mathtext_layouts()
     _import_font_subsetter_lazily()
+    _install_fast_png()
