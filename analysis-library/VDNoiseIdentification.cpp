@@ -143,8 +143,8 @@ int VDNoiseIdentification::biasRatioAlpha(int64_t window, int64_t points) const 
     steps += second * second;
     ++terms;
   }
-  const double allanVariance =
-      steps / (2.0 * static_cast<double>(terms) * static_cast<double>(window) * static_cast<double>(window));
+  const double allanVariance = steps / (2.0 * static_cast<double>(terms) *
+                                        static_cast<double>(window) * static_cast<double>(window));
   if (!(allanVariance > 0)) {
     return 2;
   }

@@ -103,12 +103,13 @@ std::string VDPlotScript::labels(const std::string& xLabel, const std::string& y
 
 std::string VDPlotScript::decadeGrid(const std::string& axesName) {
   return "import matplotlib.ticker\n"
-         "# Log ticks only inside the axes (the stock locator also makes ticks a decade or two beyond\n"
-         "# them, which are never drawn), and minor ticks at 2 and 5 of each decade on axes spanning\n"
-         "# more than two decades, at 2 to 9 on narrower ones: every tick costs a plot noticeable time.\n"
+         "# Log ticks only inside the axes (the stock locator also makes ticks a decade or two\n"
+         "# beyond them, never drawn), minor ticks at 2 and 5 of each decade on axes wider than\n"
+         "# two decades, at 2 to 9 on narrower ones: every tick costs a plot noticeable time.\n"
          "class InViewLogLocator(matplotlib.ticker.LogLocator):\n"
          "    def __init__(self, minor):\n"
-         "        matplotlib.ticker.LogLocator.__init__(self, base=10.0, subs='auto' if minor else (1.0,), numticks=40)\n"
+         "        subs = 'auto' if minor else (1.0,)\n"
+         "        matplotlib.ticker.LogLocator.__init__(self, base=10.0, subs=subs, numticks=40)\n"
          "        self.minorTicks = minor\n"
          "    def tick_values(self, vmin, vmax):\n"
          "        low, high = sorted((vmin, vmax))\n"
@@ -116,15 +117,19 @@ std::string VDPlotScript::decadeGrid(const std::string& axesName) {
          "            self.set_params(subs=(2.0, 5.0) if 0 < 100 * low < high else 'auto')\n"
          "        ticks = np.asarray(matplotlib.ticker.LogLocator.tick_values(self, vmin, vmax))\n"
          "        return ticks[(ticks >= low * (1 - 1e-6)) & (ticks <= high * (1 + 1e-6))]\n"
-         "# Tick labels as plain text (0.4, 2, 10⁻³, 2×10⁻³), which lays out much faster than math text.\n"
+         "# Tick labels as plain text, faster to lay out than math text: decades as 10⁻³ (but 1),\n"
+         "# values between them as 0.02, 90 or 2000, smaller or larger ones as 2×10⁻³.\n"
          "class PlainLogFormatter(matplotlib.ticker.LogFormatterSciNotation):\n"
          "    superscripts = str.maketrans('0123456789-', '⁰¹²³⁴⁵⁶⁷⁸⁹⁻')\n"
          "    def __call__(self, value, position=None):\n"
-         "        label = matplotlib.ticker.LogFormatterSciNotation.__call__(self, value, position)\n"
-         "        if label and 0.1 < value < 10:\n"
+         "        sciNotation = matplotlib.ticker.LogFormatterSciNotation\n"
+         "        label = sciNotation.__call__(self, value, position)\n"
+         "        between = '\\\\times' in label and 0.01 <= value < 1e4\n"
+         "        if between or label and value == 1:\n"
          "            return '%g' % value\n"
          "        if label.startswith('$\\\\mathdefault{') and label.endswith('}$'):\n"
-         "            mantissa, caret, exponent = label[14:-2].replace('\\\\times', '×').partition('^{')\n"
+         "            label = label[14:-2].replace('\\\\times', '×')\n"
+         "            mantissa, caret, exponent = label.partition('^{')\n"
          "            label = mantissa + exponent.rstrip('}').translate(self.superscripts)\n"
          "        return label\n"
          "for decadeAxis in (" +
@@ -133,7 +138,8 @@ std::string VDPlotScript::decadeGrid(const std::string& axesName) {
          "    decadeAxis.set_major_locator(InViewLogLocator(minor=False))\n"
          "    decadeAxis.set_minor_locator(InViewLogLocator(minor=True))\n"
          "    decadeAxis.set_major_formatter(PlainLogFormatter())\n"
-         "    decadeAxis.set_minor_formatter(PlainLogFormatter(labelOnlyBase=False, minor_thresholds=(2, 0.5)))\n" +
+         "    minorFormatter = PlainLogFormatter(labelOnlyBase=False, minor_thresholds=(2, 0.5))\n"
+         "    decadeAxis.set_minor_formatter(minorFormatter)\n" +
          axesName + ".grid(True, which='major', linestyle='-', linewidth=0.8, alpha=0.6)\n" +
          axesName + ".grid(True, which='minor', linestyle=':', linewidth=0.6, alpha=0.4)\n";
 }

@@ -297,8 +297,8 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
     std::vector<VDPrefixCorrelation::Query> queries;
     for (int64_t lag = 0; lag < count; lag += 1 + lag / 3) {
       for (int64_t starts : {int64_t{1}, (count - lag) / 2, count - lag}) {
-        if (starts >= 1 && (queries.empty() || queries.back().lag != lag ||
-                            queries.back().starts < starts)) {
+        if (starts >= 1 &&
+            (queries.empty() || queries.back().lag != lag || queries.back().starts < starts)) {
           queries.push_back({lag, starts});
         }
       }
