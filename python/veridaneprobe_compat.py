@@ -223,6 +223,46 @@ def _install_fast_png():
     FigureCanvasAgg.print_png = fast_print_png
 
 
+def _read_fonts_from_memory():
+    """FreeType reads a font through the Python file object that matplotlib's ft2font opens for
+    it, with a seek and a read system call for almost every glyph (tens of thousands in a run).
+    ft2font opens the file with the built-in open; while a font is being made, that open gives
+    font files as in-memory copies, read from disk once."""
+    import builtins
+    import functools
+    import io
+    from matplotlib import font_manager
+    make = getattr(font_manager, '_get_font', None)
+    if not hasattr(make, '__wrapped__') or getattr(make, 'veridaneprobe_memory', False):
+        return
+    contents = {}
+    disk_open = builtins.open
+
+    def open_in_memory(file, mode='r', *args, **kwargs):
+        if mode != 'rb' or args or kwargs or not isinstance(file, (str, bytes, os.PathLike)):
+            return disk_open(file, mode, *args, **kwargs)
+        if file not in contents:
+            with disk_open(file, 'rb') as stream:
+                contents[file] = stream.read()
+        memory = io.BytesIO(contents[file])
+        memory.name = file  # what ft2font reports as the font's file name
+        return memory
+
+    @functools.lru_cache(64)
+    def get_font(*args, **kwargs):
+        builtins.open = open_in_memory
+        try:
+            return make.__wrapped__(*args, **kwargs)
+        finally:
+            builtins.open = disk_open
+
+    get_font.veridaneprobe_memory = True
+    font_manager._get_font = get_font
+    # Fonts cannot be shared with a forked child, as matplotlib's own cache knows.
+    if hasattr(os, 'register_at_fork'):
+        os.register_at_fork(after_in_child=get_font.cache_clear)
+
+
 def _import_font_subsetter_lazily():
     """matplotlib's PDF backend imports fontTools.subset when it is loaded, a tenth of a second,
     but needs it only to embed TrueType fonts, which the plots' default Type 3 fonts are not:
@@ -266,3 +306,4 @@ def install(backend=None):
     _share_mathtext_layouts()
     _import_font_subsetter_lazily()
     _install_fast_png()
+    _read_fonts_from_memory()

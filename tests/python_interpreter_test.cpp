@@ -1,6 +1,7 @@
 // The embedded interpreter: console order across the hand-over when standard output is a file,
 // errors that print a traceback without stopping the run, the classic matplotlib API that the
-// compatibility layer supplies, and the font subsetter it imports only when a PDF needs it.
+// compatibility layer supplies, and its fonts read from memory with a font subsetter imported
+// only when a PDF needs it.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -94,13 +95,17 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
             "[1700000000000000001, 18446744073709551615], [1.0, 1.0])");
 }
 
-TEST_F(PythonInterpreterTest, PdfWithTrueTypeFontsLoadsTheFontSubsetterWhenNeeded) {
-  // The subsetter is imported lazily; a PDF that embeds TrueType fonts still gets them.
+TEST_F(PythonInterpreterTest, FontsReadFromMemoryStillEmbedInPdf) {
+  // Fonts are handed to FreeType from memory, under their file's name; the font subsetter is
+  // imported lazily. A PDF that embeds TrueType fonts still gets them.
   const std::string pdf = (dir / "fonts.pdf").string();
   VDPPythonInterpreter::runScript(
       "import sys, matplotlib, matplotlib.pyplot as plt\n"
+      "from matplotlib import font_manager\n"
       "import matplotlib.backends.backend_pdf\n"
       "assert type(sys.modules['fontTools.subset']).__name__ == '_LazyModule'\n"
+      "path = font_manager.findfont('DejaVu Sans')\n"
+      "assert font_manager.get_font(path).fname == path\n"
       "matplotlib.rcParams['pdf.fonttype'] = 42\n"
       "f, ax = plt.subplots()\n"
       "ax.set_title('Allan Deviation')\n"
