@@ -8,28 +8,13 @@ matplotlib.pyplot to be imported and then adds csv2rec and hold from veridanepro
 each only where matplotlib lacks it. Removing the .pth file switches the hook off.
 """
 
-import os
 import sys
-
-
-def _csv2rec_beside_script(fname, *args, **kwargs):
-    """csv2rec that also serves a script started as `python3 PlotADEV.py`.
-
-    A saved script finds its CSV with os.path.split(sys.argv[0])[0] + '/' + name. Started with
-    a bare file name, the directory part is empty and the path points into the root directory,
-    although the script, and so its CSV, lies in the current directory."""
-    from veridaneprobe_compat import csv2rec
-    argv = getattr(sys, 'argv', None)  # an embedding program may leave it unset
-    started_by_bare_name = bool(argv) and os.path.split(argv[0])[0] == ''
-    if (started_by_bare_name and isinstance(fname, str) and os.path.dirname(fname) == '/'
-            and not os.path.exists(fname)):
-        fname = fname[1:]
-    return csv2rec(fname, *args, **kwargs)
 
 
 def _add_csv2rec(mlab):
     if not hasattr(mlab, 'csv2rec'):
-        mlab.csv2rec = _csv2rec_beside_script
+        from veridaneprobe_compat import csv2rec
+        mlab.csv2rec = csv2rec
 
 
 def _add_hold(pyplot):

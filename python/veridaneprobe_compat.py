@@ -7,6 +7,7 @@ veridaneprobe and by hand through veridaneprobe-plot.
 
 import os
 import re
+import sys
 import warnings
 
 import numpy as np
@@ -100,12 +101,25 @@ def _columns(fname, count, skiprows, comments, delimiter, first_row=''):
 _last_read = (None, None)
 
 
+def _beside_script(fname):
+    """A saved script finds its CSV with os.path.split(sys.argv[0])[0] + '/' + name. Started by
+    a bare file name (python3 PlotADEV.py), the directory part is empty and the path points into
+    the root directory, although the script, and so its CSV, lies in the current directory."""
+    argv = getattr(sys, 'argv', None)  # an embedding program may leave it unset
+    started_by_bare_name = bool(argv) and os.path.split(argv[0])[0] == ''
+    if (started_by_bare_name and isinstance(fname, str) and os.path.dirname(fname) == '/'
+            and not os.path.exists(fname)):
+        return fname[1:]
+    return fname
+
+
 def csv2rec(fname, comments='#', skiprows=0, checkrows=0, delimiter=',', **ignored):
     """Reads a CSV with a header row into a record array whose field names are the header's
     names, lower-cased, with blanks turned into underscores. Like the classic function, a
     column is an integer column only when every one of its values is an integer; otherwise it
     is a float column."""
     global _last_read
+    fname = _beside_script(fname)
     status = os.stat(fname)
     key = (os.path.abspath(fname), status.st_ino, status.st_size, status.st_mtime_ns, comments,
            skiprows, delimiter)
@@ -178,32 +192,6 @@ def _install_atomic_savefig():
         matplotlib.figure.Figure.savefig = _atomic_savefig(matplotlib.figure.Figure.savefig)
 
 
-def _share_mathtext_layouts():
-    """Every figure's renderer makes its own math text parser, whose cache therefore starts
-    empty for each plot, and laying out the log axes' tick labels ($10^{3}$) then takes a
-    third of a plot's time. One cache shared by all parsers of an output type lays out each
-    label once per interpreter. Left as it is where matplotlib's internals differ."""
-    import functools
-    from matplotlib import mathtext
-    cached = getattr(mathtext.MathTextParser, '_parse_cached', None)
-    parse = getattr(cached, '__wrapped__', None)
-    if parse is None or getattr(cached, 'veridaneprobe_shared', False):
-        return
-    parsers = {}
-
-    @functools.lru_cache(1000)
-    def shared_parse(output_type, s, dpi, prop):
-        return parse(parsers[output_type], s, dpi, prop)
-
-    def parse_cached(self, s, dpi, prop):
-        output_type = getattr(self, '_output_type', None)
-        parsers.setdefault(output_type, self)
-        return shared_parse(output_type, s, dpi, prop)
-
-    parse_cached.veridaneprobe_shared = True
-    mathtext.MathTextParser._parse_cached = parse_cached
-
-
 def _install_fast_png():
     """PNGs compressed at zlib's fastest level: about a quarter larger, and a twelfth of a
     second less for each plot."""
@@ -268,7 +256,6 @@ def _import_font_subsetter_lazily():
     but needs it only to embed TrueType fonts, which the plots' default Type 3 fonts are not:
     the module is loaded when first used instead."""
     import importlib.util
-    import sys
     if 'fontTools.subset' in sys.modules:
         return
     try:
@@ -303,7 +290,6 @@ def install(backend=None):
     matplotlib.rcParams['path.simplify'] = True
     # pyplot.savefig saves through Figure.savefig, so this covers both.
     _install_atomic_savefig()
-    _share_mathtext_layouts()
     _import_font_subsetter_lazily()
     _install_fast_png()
     _read_fonts_from_memory()

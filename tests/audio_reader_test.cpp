@@ -110,6 +110,13 @@ std::vector<float> readWhole(const std::filesystem::path& path) {
   return samples;
 }
 
+// A file name and the format it is written in.
+struct FileFormat {
+  const char* name;
+  AudioFileContainer container;
+  AudioSampleEncoding encoding;
+};
+
 struct LosslessCase {
   const char* name;
   AudioFileContainer container;
@@ -173,12 +180,7 @@ TEST(AudioFileReader, ReadsEveryLosslessContainerAndSampleFormatExactly) {
 }
 
 TEST(AudioFileReader, DecodesLossyCodecsToTheSameWaveform) {
-  struct LossyCase {
-    const char* name;
-    AudioFileContainer container;
-    AudioSampleEncoding encoding;
-  };
-  const LossyCase cases[] = {
+  const FileFormat cases[] = {
       {"vorbis.ogg", AudioFileContainer::Ogg, AudioSampleEncoding::Vorbis},
       {"opus.opus", AudioFileContainer::Ogg, AudioSampleEncoding::Opus},
       {"layer3.mp3", AudioFileContainer::MPEG, AudioSampleEncoding::MPEGLayer3},
@@ -192,7 +194,7 @@ TEST(AudioFileReader, DecodesLossyCodecsToTheSameWaveform) {
         0.5f * static_cast<float>(std::sin(2.0 * M_PI * 440.0 * n / 48000.0));
   }
   TempDir dir;
-  for (const LossyCase& c : cases) {
+  for (const FileFormat& c : cases) {
     SCOPED_TRACE(c.name);
     writeRecording(dir / c.name, {c.container, c.encoding, 48000, 2}, written);
     AudioFileReaderRef reader = nullptr;
@@ -438,12 +440,7 @@ TEST(AudioFileReader, TheLengthIsWhatTheDataHoldsNotWhatTheHeaderClaims) {
   // open at all: the decoder library refuses one whose last page is missing.)
   constexpr int64_t kLongFrames = 96000;
   const std::vector<float> longer = testSignal(kLongFrames, 2);
-  struct CutCase {
-    const char* name;
-    AudioFileContainer container;
-    AudioSampleEncoding encoding;
-  };
-  const CutCase cases[] = {
+  const FileFormat cases[] = {
       {"cut.wav", AudioFileContainer::WAV, AudioSampleEncoding::PCM24},
       {"cut.aiff", AudioFileContainer::AIFF, AudioSampleEncoding::PCM16},
       {"cut.w64", AudioFileContainer::W64, AudioSampleEncoding::Float32},
@@ -451,7 +448,7 @@ TEST(AudioFileReader, TheLengthIsWhatTheDataHoldsNotWhatTheHeaderClaims) {
       {"cut.ogg", AudioFileContainer::Ogg, AudioSampleEncoding::Vorbis},
       {"cut.mp3", AudioFileContainer::MPEG, AudioSampleEncoding::MPEGLayer3},
   };
-  for (const CutCase& c : cases) {
+  for (const FileFormat& c : cases) {
     SCOPED_TRACE(c.name);
     writeRecording(dir / "full", {c.container, c.encoding, 48000, 2}, longer);
     const std::string bytes = TestSupport::readFile(dir / "full");

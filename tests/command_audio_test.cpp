@@ -127,17 +127,23 @@ class AudioLoadingTest : public AudioCommandTest {
     arguments.insert(arguments.end(), more.begin(), more.end());
     return audio(TestSupport::withoutStatistics(arguments));
   }
+
+  // What a run prints before "Analysis Done", given its "Using ..." line.
+  static std::string loaded(const std::string& usingLine) {
+    return kBanner + usingLine +
+           "Loading audio into memory...\n"
+           "Running Audio Time Error Calculation...\n";
+  }
+  static std::string untilDone(const ToolRun& run) {
+    return run.out.substr(0, run.out.find("Analysis Done"));
+  }
 };
 
 TEST_F(AudioLoadingTest, TheStretchIsClampedToTheShorterFile) {
   writeTone(dir / "ten.wav", 48000, 10);
   writeTone(dir / "twelve.wav", 48000, 12);
   const ToolRun run = load("ten.wav", "twelve.wav");
-  EXPECT_EQ(run.out.substr(0, run.out.find("Analysis Done")),
-            kBanner +
-                "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
-                "Loading audio into memory...\n"
-                "Running Audio Time Error Calculation...\n");
+  EXPECT_EQ(untilDone(run), loaded("Using 480000 samples of audio from 0.00 to 10.00 seconds\n"));
   EXPECT_EQ(run.status, 1);
   for (const char* file : {"audio_analysis_audio_time_error.csv",
                            "audio_analysis_audio_time_error.png", "audio_analysis_time_error.csv",
@@ -213,11 +219,7 @@ TEST_F(AudioLoadingTest, FlacLengthsAreWhatTheDataHolds) {
   writeFlacClaiming(dir / "billion.flac", 1000000000);
   writeFlacClaiming(dir / "unknown.flac", 0);
   const ToolRun run = load("billion.flac", "unknown.flac");
-  EXPECT_EQ(run.out.substr(0, run.out.find("Analysis Done")),
-            kBanner +
-                "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
-                "Loading audio into memory...\n"
-                "Running Audio Time Error Calculation...\n");
+  EXPECT_EQ(untilDone(run), loaded("Using 144000 samples of audio from 0.00 to 3.00 seconds\n"));
   EXPECT_EQ(run.status, 1);
 }
 
