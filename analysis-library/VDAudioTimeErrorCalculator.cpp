@@ -614,7 +614,7 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
       !tracking.driftKnown() || tracking.tolerance(centre) > 2 * kPeakTolerance, tracking, peak);
   fillWindow(predicted, tracking.polarity, peak, window);
   if (status == WindowStatus::Used) {
-    acceptWindow(start, predicted, peak, tracking, window);
+    acceptWindow(start, predicted, peak, meanSquare, tracking, window);
     return;
   }
   window.status = status;
@@ -624,7 +624,7 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
     return;
   }
   if (tracking.candidate && tracking.candidate->window != &window &&
-      takeStep(start, tracking, window)) {
+      takeStep(start, meanSquare, tracking, window)) {
     return;
   }
   tracking.candidate.reset();
@@ -669,15 +669,14 @@ void VDAudioTimeErrorCalculator::fillWindow(double predicted, double polarity, c
   window.bInverted = polarity < 0.0;
 }
 
-bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Window& window) const {
+bool VDAudioTimeErrorCalculator::takeStep(int64_t start, double meanSquare, Tracking& tracking,
+                                          Window& window) const {
   // The delay followed failed again: if the candidate holds here as well, the step is real.
   const Tracking::Candidate candidate = *tracking.candidate;
   tracking.candidate.reset();
   const double centre = windowCentre(start);
   double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
-  const double allowed =
-      kPeakTolerance + (tracking.driftKnown() ? VDDelayLine::kDriftUncertainty : kMaximumDrift) *
-                           std::fabs(centre - candidate.centre);
+  const double allowed = tracking.toleranceOver(std::fabs(centre - candidate.centre));
   Peak peak;
   if (measureAt(start, predicted, candidate.polarity, allowed, true, tracking, peak) !=
       WindowStatus::Used) {
@@ -687,7 +686,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
   tracking.polarity = candidate.polarity;
   tracking.restartLine();
   fillWindow(predicted, candidate.polarity, peak, window);
-  acceptWindow(start, predicted, peak, tracking, window);
+  acceptWindow(start, predicted, peak, meanSquare, tracking, window);
   // The window that first showed the step is measured again on the new delay.
   if (Window* earlier = candidate.window) {
     const double earlierCentre = windowCentre(earlier->start);
@@ -713,9 +712,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, Tracking& tracking, Win
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     int64_t start, double& predicted, double polarity, double tolerance, bool requireClear,
     Tracking& tracking, Peak& peak) const {
-  const double kept = tracking.polarity;
-  tracking.polarity = polarity;
-  WindowStatus status = correlateAround(start, predicted, tracking, peak);
+  WindowStatus status = correlateAround(start, predicted, polarity, tracking, peak);
   if (status == WindowStatus::Used &&
       (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear))) {
     status = WindowStatus::Ambiguous;
@@ -732,7 +729,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     const double centred =
         predicted + static_cast<double>(peak.offset) + parabolicOffset(c[-1], c[0], c[1]);
     Peak again;
-    if (correlateAround(start, centred, tracking, again) == WindowStatus::Used &&
+    if (correlateAround(start, centred, polarity, tracking, again) == WindowStatus::Used &&
         again.offset == 0) {
       predicted = centred;
       peak = again;
@@ -741,12 +738,12 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
       status = WindowStatus::Uncertain;
     }
   }
-  tracking.polarity = kept;
   return status;
 }
 
 void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, const Peak& peak,
-                                              Tracking& tracking, Window& window) const {
+                                              double meanSquare, Tracking& tracking,
+                                              Window& window) const {
   const double centre = windowCentre(start);
   window.status = WindowStatus::Used;
   window.refinedLag = refinedDelay(start, predicted, peak, tracking);
@@ -757,8 +754,6 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   // The first failing window after a value may search widely at once: a step shows there.
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.nextWideSearch = start;
-  const double meanSquare = energy(_channelA, _length, start, _correlationLength) /
-                            static_cast<double>(_correlationLength);
   tracking.usedEnergy =
       tracking.usedEnergy == 0.0
           ? meanSquare
@@ -812,7 +807,8 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
   const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
-  if (correlateAround(window.start, predicted, tracking, peak) == WindowStatus::Used &&
+  if (correlateAround(window.start, predicted, tracking.polarity, tracking, peak) ==
+          WindowStatus::Used &&
       std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
     window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
@@ -947,7 +943,7 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
 }
 
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAround(
-    int64_t start, double predicted, Tracking& tracking, Peak& peak) const {
+    int64_t start, double predicted, double polarity, Tracking& tracking, Peak& peak) const {
   // Correlates around the predicted delay, with both windows on the matched stretch: A's window
   // against B sliding plus B's window against A sliding. Either alone has its peak pulled by
   // whatever differs between its window's two ends (a note starting, a level falling); in the
@@ -986,7 +982,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
   copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
              predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
              tracking.rawB, tracking.warpedB.data());
-  if (tracking.polarity < 0.0) {
+  if (polarity < 0.0) {
     for (double& value : tracking.warpedB) {
       value = -value;
     }
@@ -1206,8 +1202,7 @@ double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t pe
 }
 
 double VDAudioTimeErrorCalculator::windowCentreSeconds(const Window& window) const {
-  return (static_cast<double>(window.start) + static_cast<double>(_correlationLength - 1) / 2.0) /
-         _samplingRate;
+  return windowCentre(window.start) / _samplingRate;
 }
 
 double VDAudioTimeErrorCalculator::delaySeconds(const Window& window) const {

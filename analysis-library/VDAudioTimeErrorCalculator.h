@@ -176,11 +176,13 @@ class VDAudioTimeErrorCalculator {
   WindowStatus measureAt(int64_t start, double& predicted, double polarity, double tolerance,
                          bool requireClear, Tracking& tracking, Peak& peak) const;
   void fillWindow(double predicted, double polarity, const Peak& peak, Window& window) const;
-  void acceptWindow(int64_t start, double predicted, const Peak& peak, Tracking& tracking,
-                    Window& window) const;
-  bool takeStep(int64_t start, Tracking& tracking, Window& window) const;
+  // meanSquare: of A over the window.
+  void acceptWindow(int64_t start, double predicted, const Peak& peak, double meanSquare,
+                    Tracking& tracking, Window& window) const;
+  bool takeStep(int64_t start, double meanSquare, Tracking& tracking, Window& window) const;
   void remeasure(Tracking& tracking, Window& window) const;
-  WindowStatus correlateAround(int64_t start, double predicted, Tracking& tracking,
+  // B is taken upside down where polarity is negative.
+  WindowStatus correlateAround(int64_t start, double predicted, double polarity, Tracking& tracking,
                                Peak& peak) const;
   double refinedDelay(int64_t start, double predicted, const Peak& peak, Tracking& tracking) const;
   bool findFirstOffset(int64_t start, Tracking& tracking) const;

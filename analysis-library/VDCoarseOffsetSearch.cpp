@@ -17,7 +17,7 @@ constexpr double kStretchSeconds = 10.0;
 
 VDCoarseOffsetSearch::VDCoarseOffsetSearch(const float* channelA, const float* channelB,
                                            int64_t length, double samplingRate)
-    : _channelA(channelA), _channelB(channelB), _length(length) {
+    : _channelA(channelA), _channelB(channelB) {
   _block = std::max<int64_t>(1, std::llround(kBlockSeconds * samplingRate));
   _blockCount = length / _block;
   _stretchBlocks = std::clamp<int64_t>(std::llround(kStretchSeconds * samplingRate) / _block, 1,
@@ -27,28 +27,31 @@ VDCoarseOffsetSearch::VDCoarseOffsetSearch(const float* channelA, const float* c
 VDCoarseOffsetSearch::~VDCoarseOffsetSearch() = default;
 
 void VDCoarseOffsetSearch::computeEnvelopes() {
-  const auto envelope = [this](const float* samples, std::vector<double>& out) {
-    out.resize(static_cast<size_t>(_blockCount));
+  const auto envelope = [this](const float* samples, double* out) {
     for (int64_t k = 0; k < _blockCount; ++k) {
       double sum = 0.0;
       const float* block = samples + k * _block;
       for (int64_t i = 0; i < _block; ++i) {
         sum += static_cast<double>(block[i]) * block[i];
       }
-      out[static_cast<size_t>(k)] = std::sqrt(sum / static_cast<double>(_block));
+      out[k] = std::sqrt(sum / static_cast<double>(_block));
     }
   };
-  envelope(_channelA, _envelopeA);
-  envelope(_channelB, _envelopeB);
+  _envelopeA.resize(static_cast<size_t>(_blockCount));
+  envelope(_channelA, _envelopeA.data());
+  // B's envelope is the correlator's other input for every search (the rest of it stays zero),
+  // and the reference is zero beyond the stretch that each search writes.
+  _correlator = std::make_unique<VDFFTCorrelator>(
+      VDFFTCorrelator::fastSize(static_cast<size_t>(_blockCount + _stretchBlocks)));
+  const double* envelopeB = _correlator->other();
+  envelope(_channelB, _correlator->other());
   _prefixB.assign(static_cast<size_t>(_blockCount + 1), 0.0);
   _prefixSquaresB.assign(static_cast<size_t>(_blockCount + 1), 0.0);
   for (int64_t k = 0; k < _blockCount; ++k) {
-    const double v = _envelopeB[static_cast<size_t>(k)];
+    const double v = envelopeB[k];
     _prefixB[static_cast<size_t>(k + 1)] = _prefixB[static_cast<size_t>(k)] + v;
     _prefixSquaresB[static_cast<size_t>(k + 1)] = _prefixSquaresB[static_cast<size_t>(k)] + v * v;
   }
-  _correlator = std::make_unique<VDFFTCorrelator>(
-      VDFFTCorrelator::fastSize(static_cast<size_t>(_blockCount + _stretchBlocks)));
 }
 
 int64_t VDCoarseOffsetSearch::stretchStart(int64_t start) const {
@@ -58,7 +61,7 @@ int64_t VDCoarseOffsetSearch::stretchStart(int64_t start) const {
 
 std::vector<int64_t> VDCoarseOffsetSearch::candidates(int64_t start, size_t maximumCount) {
   std::vector<int64_t> lags;
-  if (_blockCount < 2 || _stretchBlocks < 1 || _blockCount < _stretchBlocks) {
+  if (_blockCount < 2) {
     return lags;
   }
   if (_correlator == nullptr) {
@@ -75,7 +78,6 @@ std::vector<int64_t> VDCoarseOffsetSearch::candidates(int64_t start, size_t maxi
   mean /= static_cast<double>(count);
   double varianceA = 0.0;
   double* reference = _correlator->reference();
-  std::fill(reference, reference + _correlator->size(), 0.0);
   for (int64_t k = 0; k < count; ++k) {
     reference[k] = _envelopeA[static_cast<size_t>(first + k)] - mean;
     varianceA += reference[k] * reference[k];
@@ -83,9 +85,6 @@ std::vector<int64_t> VDCoarseOffsetSearch::candidates(int64_t start, size_t maxi
   if (!(varianceA > 0.0)) {
     return lags;
   }
-  double* other = _correlator->other();
-  std::copy(_envelopeB.begin(), _envelopeB.end(), other);
-  std::fill(other + _blockCount, other + _correlator->size(), 0.0);
   const double* correlation = _correlator->correlate();
 
   // Correlation coefficient at every block position p of the stretch inside B (lag p - first).

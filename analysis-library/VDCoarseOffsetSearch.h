@@ -41,11 +41,10 @@ class VDCoarseOffsetSearch {
 
   const float* _channelA;
   const float* _channelB;
-  int64_t _length;
   int64_t _block;
   int64_t _blockCount;
   int64_t _stretchBlocks;
-  std::vector<double> _envelopeA, _envelopeB;
+  std::vector<double> _envelopeA;
   std::vector<double> _prefixB, _prefixSquaresB;
   std::unique_ptr<VDFFTCorrelator> _correlator;
 };

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 
-double VDDelayLine::tolerance(double centre) const {
+double VDDelayLine::toleranceOver(double distance) const {
   const double driftError = driftKnown() ? kDriftUncertainty : kMaximumDrift;
-  return kPeakTolerance + driftError * std::fabs(centre - anchorCentre);
+  return kPeakTolerance + driftError * distance;
 }
 
 void VDDelayLine::remember(double centre, double delay) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <deque>
 #include <utility>
@@ -35,7 +36,9 @@ class VDDelayLine {
   bool lineFull() const { return history.size() >= kHistory; }
 
   // How far from the prediction at centre a peak may lie and still be the delay followed.
-  double tolerance(double centre) const;
+  double tolerance(double centre) const { return toleranceOver(std::fabs(centre - anchorCentre)); }
+  // The same for a prediction distance samples from where the delay was measured.
+  double toleranceOver(double distance) const;
 
   void anchor(double centre, double delay) {
     haveDelay = true;

@@ -139,8 +139,7 @@ int32_t AudioFileReaderSeek(AudioFileReaderRef reader, int64_t frameOffset) {
   if (reader == nullptr) {
     return kAudioFileReaderErrorInvalidReader;
   }
-  if (frameOffset < 0 || frameOffset > reader->file->layout().frames ||
-      !reader->file->seek(frameOffset)) {
+  if (!reader->file->seek(frameOffset)) {
     return kAudioFileReaderErrorSeek;
   }
   return kAudioFileReaderNoError;
