@@ -29,9 +29,6 @@ std::map<Family, std::vector<__int128>> prefixSums(
     const VDWindowRange& lags, uint64_t first, uint64_t end) {
   std::map<Family, std::vector<__int128>> sums;
   for (const Family& family : families) {
-    if (sums.count(family) > 0) {
-      continue;
-    }
     std::vector<VDPrefixCorrelation::Query> queries;
     queries.reserve(end - first);
     for (uint64_t index = first; index < end; ++index) {

@@ -135,16 +135,10 @@ int VDNoiseIdentification::biasRatioAlpha(int64_t window, int64_t points) const 
   const double standardVariance = deviations / (n - 1);
   // The overlapping Allan variance (the estimate ADEV reports), from 16 evenly spaced starts per
   // window: nearly all of its precision at O(N/m) cost.
-  const int64_t stride = (window + 15) / 16;
-  double steps = 0;
-  int64_t terms = 0;
-  for (int64_t i = 0; i + 2 * window < count; i += stride) {
-    const double second = _phase[i + 2 * window] - 2 * _phase[i + window] + _phase[i];
-    steps += second * second;
-    ++terms;
-  }
-  const double allanVariance = steps / (2.0 * static_cast<double>(terms) *
-                                        static_cast<double>(window) * static_cast<double>(window));
+  const SquareSum steps = secondDifferenceSquares(window, (window + 15) / 16);
+  const double allanVariance =
+      steps.sum / (2.0 * static_cast<double>(steps.terms) * static_cast<double>(window) *
+                   static_cast<double>(window));
   if (!(allanVariance > 0)) {
     return 2;
   }
@@ -162,12 +156,24 @@ int VDNoiseIdentification::biasRatioAlpha(int64_t window, int64_t points) const 
     }
   }
   if (chosen == 0) {
-    return whiteOrFlickerPhase(window, points);
+    return whiteOrFlickerPhase(window);
   }
   return 1 - chosen;  // mu -1, 0, 1 is alpha 0, -1, -2
 }
 
-int VDNoiseIdentification::whiteOrFlickerPhase(int64_t window, int64_t points) const {
+VDNoiseIdentification::SquareSum VDNoiseIdentification::secondDifferenceSquares(
+    int64_t window, int64_t stride) const {
+  const auto count = static_cast<int64_t>(_phase.size());
+  SquareSum result;
+  for (int64_t i = 0; i + 2 * window < count; i += stride) {
+    const double second = _phase[i + 2 * window] - 2 * _phase[i + window] + _phase[i];
+    result.sum += second * second;
+    ++result.terms;
+  }
+  return result;
+}
+
+int VDNoiseIdentification::whiteOrFlickerPhase(int64_t window) const {
   // R(n) = Mod sigma^2 / sigma^2 at this window, both from non-overlapping terms: the inner sums
   // of the modified variance are third differences of the prefix sums.
   const auto count = static_cast<int64_t>(_phase.size());
@@ -182,19 +188,12 @@ int VDNoiseIdentification::whiteOrFlickerPhase(int64_t window, int64_t points) c
     modified += average * average;
     ++modifiedTerms;
   }
-  double allan = 0;
-  int64_t allanTerms = 0;
-  for (int64_t k = 0; k + 2 < points; ++k) {
-    const double second =
-        _phase[(k + 2) * window] - 2 * _phase[(k + 1) * window] + _phase[k * window];
-    allan += second * second;
-    ++allanTerms;
-  }
-  if (modifiedTerms == 0 || !(allan > 0)) {
+  const SquareSum allan = secondDifferenceSquares(window, window);
+  if (modifiedTerms == 0 || !(allan.sum > 0)) {
     return 2;
   }
-  const double ratio =
-      (modified / static_cast<double>(modifiedTerms)) / (allan / static_cast<double>(allanTerms));
+  const double ratio = (modified / static_cast<double>(modifiedTerms)) /
+                       (allan.sum / static_cast<double>(allan.terms));
   // Expected R(n): 1/m for white PM; for flicker PM with the bandwidth at the Nyquist
   // frequency, 3 ln(256/27) / (2 (1.038 + 3 ln(pi m))) (NIST SP 1065, sec. 5.2.3 and table 4).
   const auto m = static_cast<double>(window);

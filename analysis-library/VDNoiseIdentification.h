@@ -33,7 +33,14 @@ class VDNoiseIdentification {
  private:
   int lagOneAlpha(int64_t window, int64_t points) const;
   int biasRatioAlpha(int64_t window, int64_t points) const;
-  int whiteOrFlickerPhase(int64_t window, int64_t points) const;
+  int whiteOrFlickerPhase(int64_t window) const;
+  // The sum of squared second differences x[i+2m] - 2x[i+m] + x[i] over the starts i = 0,
+  // stride, 2 stride, ..., and how many there are.
+  struct SquareSum {
+    double sum = 0;
+    int64_t terms = 0;
+  };
+  SquareSum secondDifferenceSquares(int64_t window, int64_t stride) const;
 
   std::vector<double> _phase;        // ns, without its mean frequency offset
   std::vector<int64_t> _prefixSums;  // of that phase, for the averages of the modified variance

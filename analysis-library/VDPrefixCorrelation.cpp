@@ -72,7 +72,10 @@ std::optional<VDPrefixCorrelation> VDPrefixCorrelation::of(std::vector<int64_t> 
 }
 
 VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
-    : _sequence(std::move(sequence)) {
+    : _sequence(std::move(sequence)),
+      _plan1(kTransformSize),
+      _plan2(kTransformSize),
+      _plan3(kTransformSize) {
   _high.reserve(_sequence.size());
   _low.reserve(_sequence.size());
   for (const int64_t value : _sequence) {
@@ -94,27 +97,30 @@ void VDPrefixCorrelation::transformBlocks(int primeIndex) {
   std::vector<uint32_t>& pairs = _pairTransforms[primeIndex];
   blocks.resize(_blockCount * kTransformSize);
   pairs.resize(_blockCount * kTransformSize);
-  const NTT::Plan<Prime> plan(kTransformSize);
+  const NTT::Plan<Prime>& plan = planFor<Prime>();
+  // Each block is transformed once, last first. The two blocks from b on are block b plus block
+  // b+1 shifted by half the transform, whose transform is block b+1's times (-1)^k.
   std::vector<uint32_t> values(kTransformSize);
-  for (size_t block = 0; block < _blockCount; ++block) {
+  std::vector<uint32_t> next(kTransformSize, 0);  // block b+1's transform; none past the end
+  for (size_t block = _blockCount; block-- > 0;) {
     const size_t start = block * kBlock;
-    for (size_t i = 0; i < kTransformSize; ++i) {
-      const bool inBlocks = start + i < _sequence.size();
-      values[i] = inBlocks ? NTT::residue<Prime>(_sequence[start + i]) : 0;
-    }
-    plan.forward(values);
-    std::copy(values.begin(), values.end(), pairs.begin() + block * kTransformSize);
     for (size_t i = 0; i < kTransformSize; ++i) {
       values[i] = i < kBlock && start + i < _sequence.size()
                       ? NTT::residue<Prime>(_sequence[start + i])
                       : 0;
     }
     plan.forward(values);
+    uint32_t* pair = pairs.data() + block * kTransformSize;
+    for (size_t k = 0; k < kTransformSize; k += 2) {
+      pair[k] = (values[k] + next[k]) % Prime;
+      pair[k + 1] = (values[k + 1] + Prime - next[k + 1]) % Prime;
+    }
     // The correlation's transform is X[-k] Y[k]: the block's is stored at negated index.
     uint32_t* negated = blocks.data() + block * kTransformSize;
     for (size_t k = 0; k < kTransformSize; ++k) {
       negated[k] = values[(kTransformSize - k) & (kTransformSize - 1)];
     }
+    std::swap(values, next);
   }
 }
 
@@ -160,9 +166,6 @@ __int128 VDPrefixCorrelation::limbDotProduct(size_t a, size_t b, size_t count) c
 
 std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
   std::vector<__int128> results(queries.size(), 0);
-  const NTT::Plan<NTT::kPrime1> plan1(kTransformSize);
-  const NTT::Plan<NTT::kPrime2> plan2(kTransformSize);
-  const NTT::Plan<NTT::kPrime3> plan3(kTransformSize);
   std::vector<uint32_t> residues[3];
   for (std::vector<uint32_t>& residue : residues) {
     residue.assign(queries.size(), 0);
@@ -178,9 +181,9 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
     }
     const uint64_t wholeBlocks = static_cast<uint64_t>(queries[first].starts) / kBlock;
     if (wholeBlocks > 0) {
-      sumWholeBlocks<NTT::kPrime1>(plan1, 0, queries, first, end, wholeBlocks, residues[0]);
-      sumWholeBlocks<NTT::kPrime2>(plan2, 1, queries, first, end, wholeBlocks, residues[1]);
-      sumWholeBlocks<NTT::kPrime3>(plan3, 2, queries, first, end, wholeBlocks, residues[2]);
+      sumWholeBlocks<NTT::kPrime1>(_plan1, 0, queries, first, end, wholeBlocks, residues[0]);
+      sumWholeBlocks<NTT::kPrime2>(_plan2, 1, queries, first, end, wholeBlocks, residues[1]);
+      sumWholeBlocks<NTT::kPrime3>(_plan3, 2, queries, first, end, wholeBlocks, residues[2]);
     }
     for (size_t q = first; q < end; ++q) {
       const size_t from = wholeBlocks * kBlock;

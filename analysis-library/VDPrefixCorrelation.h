@@ -31,6 +31,16 @@ class VDPrefixCorrelation {
   template <uint32_t Prime>
   void transformBlocks(int primeIndex);
   template <uint32_t Prime>
+  const VDNumberTheoreticTransform::Plan<Prime>& planFor() const {
+    if constexpr (Prime == VDNumberTheoreticTransform::kPrime1) {
+      return _plan1;
+    } else if constexpr (Prime == VDNumberTheoreticTransform::kPrime2) {
+      return _plan2;
+    } else {
+      return _plan3;
+    }
+  }
+  template <uint32_t Prime>
   void sumWholeBlocks(const VDNumberTheoreticTransform::Plan<Prime>& plan, int primeIndex,
                       const std::vector<Query>& queries, size_t first, size_t end,
                       uint64_t wholeBlocks, std::vector<uint32_t>& residues) const;
@@ -39,6 +49,10 @@ class VDPrefixCorrelation {
   __int128 limbDotProduct(size_t a, size_t b, size_t count) const;
 
   std::vector<int64_t> _sequence;
+  // The transforms of two blocks' length, made once.
+  VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime1> _plan1;
+  VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime2> _plan2;
+  VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime3> _plan3;
   std::vector<int32_t> _high, _low;  // each value as high 2^21 + low, 0 <= low < 2^21
   uint64_t _largestSquare = 0;
   size_t _blockCount = 0;
