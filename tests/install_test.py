@@ -30,6 +30,7 @@ INSTALLED_FILES = {
     SITE_DIR + '/veridaneprobe_compat.py',
     'share/doc/veridaneprobe/README.md',
     'share/man/man1/veridaneprobe.1',
+    'share/veridaneprobe/masks.txt',
 }
 
 # Python start-up for the scripts: the installed site directory is read as a site directory

@@ -10,6 +10,7 @@
 void VDPProcessDualLinkTimeError::processTimeErrorFromTimeErrors(
     const VDTimeErrorSequence& timeErrors) {
   VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(timeErrors);
+  const double limit = VDMTIEMask::gPTP1HopTimeErrorLimit();  // ns, magnitude
   bool conforms = true;
   int64_t minimum = std::numeric_limits<int64_t>::max();
   int64_t maximum = std::numeric_limits<int64_t>::min();
@@ -19,7 +20,7 @@ void VDPProcessDualLinkTimeError::processTimeErrorFromTimeErrors(
     // counts as within the limit.
     const auto magnitude =
         error >= 0 ? error : static_cast<int64_t>(0 - static_cast<uint64_t>(error));
-    if (magnitude > kTimeErrorLimit) {
+    if (static_cast<double>(magnitude) > limit) {
       conforms = false;
     }
     minimum = std::min(minimum, error);

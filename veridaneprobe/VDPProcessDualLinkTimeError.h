@@ -13,8 +13,6 @@ class VDPProcessDualLinkTimeError : public VDPProcessSingleTimeError {
  public:
   using VDPProcessSingleTimeError::VDPProcessSingleTimeError;
 
-  static constexpr int64_t kTimeErrorLimit = 80;  // ns, magnitude
-
   void processTimeErrorFromTimeErrors(const VDTimeErrorSequence& timeErrors) override;
   std::unique_ptr<VDMaximumTimeIntervalErrorAnalysis> processMTIEFromTimeErrors(
       const VDTimeErrorSequence& timeErrors) override;

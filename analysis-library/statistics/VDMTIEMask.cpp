@@ -1,13 +1,24 @@
 #include "VDMTIEMask.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include "VDCSVBuffer.h"
+#include "VDMaskTable.h"
 
 VDMTIEMask VDMTIEMask::gPTP1Hop() {
-  // IEEE 802.1AS one-hop budget: a flat 160 ns at every observation interval.
-  return VDMTIEMask(160.0);
+  return VDMTIEMask(*VDMaskTable::builtIn().find("gptp-one-hop", "mtie"));
 }
 
-double VDMTIEMask::limitAtTau(double) const { return _flatLimit; }
+double VDMTIEMask::gPTP1HopTimeErrorLimit() {
+  return VDMaskTable::builtIn().find("gptp-one-hop", "max_abs_te")->limitAtTau(0).value();
+}
+
+double VDMTIEMask::limitAtTau(double tau) const {
+  const double clamped = std::clamp(tau, std::nextafter(_mask.domainLower(), _mask.domainUpper()),
+                                    _mask.domainUpper());
+  return _mask.limitAtTau(clamped).value();
+}
 
 bool VDMTIEMask::mtieConformsToMask(const std::vector<VDStatisticPoint>& mtie,
                                     std::optional<std::string>* error) const {

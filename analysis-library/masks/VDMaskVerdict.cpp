@@ -1,0 +1,79 @@
+#include "VDMaskVerdict.h"
+
+#include <cmath>
+
+#include "VDCSVBuffer.h"
+
+namespace {
+
+// Adds one evaluation; a NaN value counts as exceeding and as the least margin.
+void add(VDMaskVerdict& verdict, double value, double limit, std::optional<double> tau) {
+  const double margin = limit - value;
+  const bool exceeds = !(value <= limit);
+  if (verdict.evaluated == 0 || margin < verdict.margin ||
+      (std::isnan(margin) && !std::isnan(verdict.margin))) {
+    verdict.value = value;
+    verdict.limit = limit;
+    verdict.margin = margin;
+    verdict.atTau = tau;
+  }
+  verdict.exceeding += exceeds ? 1 : 0;
+  verdict.evaluated += 1;
+  verdict.outcome =
+      verdict.exceeding > 0 ? VDMaskVerdict::Outcome::fail : VDMaskVerdict::Outcome::pass;
+}
+
+}  // namespace
+
+VDMaskVerdict VDMaskVerdict::ofValue(const VDMask& mask, double value) {
+  VDMaskVerdict verdict;
+  add(verdict, value, mask.segments.front().limitAt(0), std::nullopt);
+  return verdict;
+}
+
+VDMaskVerdict VDMaskVerdict::ofCurve(const VDMask& mask, const std::vector<CurvePoint>& points,
+                                     double supportedTau) {
+  VDMaskVerdict verdict;
+  for (const CurvePoint& point : points) {
+    if (point.tau > supportedTau) {
+      continue;
+    }
+    const std::optional<double> limit = mask.limitAtTau(point.tau);
+    if (!limit) {
+      continue;
+    }
+    if (verdict.evaluated == 0) {
+      verdict.firstTau = point.tau;
+    }
+    verdict.lastTau = point.tau;
+    add(verdict, point.value, *limit, point.tau);
+  }
+  VDCSVBuffer note;
+  if (verdict.evaluated == 0) {
+    note.appendText("the data supports no tau of the mask's domain (up to ");
+    note.appendDouble(supportedTau);
+    note.appendText(" s)");
+  } else if (mask.upperUnsure()) {
+    note.appendText("the mask's upper end (");
+    note.appendText(std::isinf(mask.domainUpper()) ? "no end" : "");
+    if (!std::isinf(mask.domainUpper())) {
+      note.appendDouble(mask.domainUpper());
+      note.appendText(" s");
+    }
+    note.appendText(") is not confirmed by the recommendation");
+  }
+  verdict.note = note.text();
+  return verdict;
+}
+
+const char* VDMaskVerdict::outcomeText(Outcome outcome) {
+  switch (outcome) {
+    case Outcome::pass:
+      return "PASS";
+    case Outcome::fail:
+      return "FAIL";
+    case Outcome::notEvaluated:
+      break;
+  }
+  return "NOT EVALUATED";
+}

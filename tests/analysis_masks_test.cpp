@@ -1,0 +1,261 @@
+// The standards' masks and metrics: every built-in limit on both sides of each breakpoint
+// against the recommendations' rows (tests/data/masks/breakpoints.txt, typed from the rows, not
+// from masks.txt), segments that leave no gap, the definitions a user's file may not hold, the
+// verdict rules (equality passes), and each metric against a plain loop over its definition on
+// generated series.
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <numbers>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "VDMaskTable.h"
+#include "VDMaskVerdict.h"
+#include "VDTimeErrorMetrics.h"
+
+namespace {
+
+TEST(AnalysisMasks, BuiltInLimitsMatchTheRecommendationsRows) {
+  std::ifstream rows(TestSupport::sourceDir() / "tests/data/masks/breakpoints.txt");
+  std::string line;
+  int checked = 0;
+  while (std::getline(rows, line)) {
+    if (line.empty() || line[0] == '#') {
+      continue;
+    }
+    std::istringstream fields(line);
+    std::string id, metric, expected;
+    double tau = 0;
+    fields >> id >> metric >> tau >> expected;
+    const VDMask* mask = VDMaskTable::builtIn().find(id, metric);
+    ASSERT_NE(mask, nullptr) << line;
+    const std::optional<double> limit = mask->limitAtTau(tau);
+    if (expected == "none") {
+      EXPECT_FALSE(limit.has_value()) << line;
+    } else {
+      ASSERT_TRUE(limit.has_value()) << line;
+      EXPECT_NEAR(*limit, std::stod(expected), 1e-12 * std::stod(expected)) << line;
+    }
+    ++checked;
+  }
+  EXPECT_GT(checked, 100);
+}
+
+TEST(AnalysisMasks, NoTauBetweenTheFirstAndLastBreakpointFallsOutside) {
+  for (const VDMask& mask : VDMaskTable::builtIn().masks()) {
+    if (!mask.curve) {
+      continue;
+    }
+    const double lower = std::max(mask.domainLower(), 1e-3);
+    const double upper = std::isinf(mask.domainUpper()) ? 1e7 : mask.domainUpper();
+    for (double tau = lower * 1.0001; tau <= upper; tau *= 1.0001) {
+      ASSERT_TRUE(mask.limitAtTau(tau).has_value()) << mask.id << " " << mask.metric << " " << tau;
+    }
+    for (const VDMaskSegment& segment : mask.segments) {
+      EXPECT_TRUE(mask.limitAtTau(segment.upper).has_value() || std::isinf(segment.upper));
+    }
+  }
+}
+
+TEST(AnalysisMasks, DefinitionsAreReadOrRefusedWithTheLine) {
+  struct Case {
+    const char* text;
+    const char* error;  // empty: accepted
+  };
+  const Case cases[] = {
+      {"mine | mtie | 0 < tau <= 10: 5 tau^-0.5 - 1e-3 tau + 2; 10 < tau <= inf?: 9 | "
+       "s|e|t|f|c|src",
+       ""},
+      {"mine | cte | 12 | s|e|t|f|c|src", ""},
+      {"mine | cte | 12 | s|e|t|f|c", "user.txt:1: a mask has 9 fields separated by '|'"},
+      {"mine | jitter | 12 | s|e|t|f|c|src", "user.txt:1: unknown metric \"jitter\""},
+      {"mine | cte | 3 tau | s|e|t|f|c|src",
+       "user.txt:1: the limit of a single-number metric is one number of ns"},
+      {"# note\nmine | mtie | 0 < tau <= 10: 5; 11 < tau <= 20: 6 | s|e|t|f|c|src",
+       "user.txt:2: a segment must start where the one before it ends"},
+      {"mine | mtie | 0 < tau <= 10?: 5; 10 < tau <= 20: 6 | s|e|t|f|c|src",
+       "user.txt:1: only the last segment's upper end can be unsure"},
+      {"mine | mtie | 10 < tau <= 1: 5 | s|e|t|f|c|src",
+       "user.txt:1: a segment is \"LO < tau <= HI: C tau^P + ...\", LO below HI"},
+      {"mine | mtie | 0 < tau <= 1: 5 tau^x | s|e|t|f|c|src",
+       "user.txt:1: a segment is \"LO < tau <= HI: C tau^P + ...\", LO below HI"},
+      {"gptp-one-hop | mtie | 0 < tau <= 1: 5 | s|e|t|f|c|src",
+       "user.txt:1: mask gptp-one-hop has mtie twice"},
+  };
+  for (const Case& c : cases) {
+    VDMaskTable table = VDMaskTable::builtIn();
+    std::string error;
+    EXPECT_EQ(table.addDefinitions(c.text, "user.txt", error), *c.error == 0) << c.text;
+    EXPECT_EQ(error, c.error) << c.text;
+  }
+  VDMaskTable table;
+  std::string error;
+  ASSERT_TRUE(table.addDefinitions(cases[0].text, "user.txt", error));
+  const VDMask& mask = table.masks().front();
+  EXPECT_NEAR(*mask.limitAtTau(4), 5 / 2.0 - 4e-3 + 2, 1e-12);
+  EXPECT_EQ(*mask.limitAtTau(1e9), 9);
+  EXPECT_TRUE(mask.upperUnsure());
+  EXPECT_EQ(mask.limitText(), "0 < tau <= 10: 5 tau^-0.5 + -0.001 tau + 2; 10 < tau <= inf?: 9");
+}
+
+TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
+  const VDMask& prtcA = *VDMaskTable::builtIn().find("g8272-prtc-a", "mtie");
+  using Outcome = VDMaskVerdict::Outcome;
+  // 0.275 tau + 25 up to 273 s, then 100 (upper end unsure).
+  const std::vector<VDMaskVerdict::CurvePoint> curve = {
+      {0.05, 1000}, {1, 25.275}, {2, 20}, {300, 100}, {400, 101}, {500, 120}, {600, 1}};
+  struct Case {
+    double supportedTau;
+    Outcome outcome;
+    double value, limit, atTau;
+    uint64_t exceeding, evaluated;
+    double firstTau, lastTau;
+  };
+  const Case cases[] = {
+      {0.09, Outcome::notEvaluated, 0, 0, 0, 0, 0, 0, 0},
+      {300, Outcome::pass, 25.275, 25.275, 1, 0, 3, 1, 300},
+      {1e9, Outcome::fail, 120, 100, 500, 2, 6, 1, 600},
+  };
+  for (const Case& c : cases) {
+    const VDMaskVerdict verdict = VDMaskVerdict::ofCurve(prtcA, curve, c.supportedTau);
+    EXPECT_EQ(verdict.outcome, c.outcome) << c.supportedTau;
+    EXPECT_EQ(verdict.exceeding, c.exceeding);
+    EXPECT_EQ(verdict.evaluated, c.evaluated);
+    if (c.evaluated > 0) {
+      EXPECT_DOUBLE_EQ(verdict.value, c.value);
+      EXPECT_DOUBLE_EQ(verdict.limit, c.limit);
+      EXPECT_DOUBLE_EQ(verdict.margin, c.limit - c.value);
+      EXPECT_EQ(verdict.atTau, c.atTau);
+      EXPECT_EQ(verdict.firstTau, c.firstTau);
+      EXPECT_EQ(verdict.lastTau, c.lastTau);
+      EXPECT_EQ(verdict.note,
+                "the mask's upper end (no end) is not confirmed by the recommendation");
+    }
+  }
+  EXPECT_EQ(VDMaskVerdict::ofCurve(prtcA, curve, 0.09).note,
+            "the data supports no tau of the mask's domain (up to 0.09 s)");
+
+  const VDMask& classC = *VDMaskTable::builtIn().find("g8273.2-c", "max_abs_te");
+  EXPECT_EQ(VDMaskVerdict::ofValue(classC, 30).outcome, Outcome::pass);
+  EXPECT_EQ(VDMaskVerdict::ofValue(classC, 30.000001).outcome, Outcome::fail);
+  EXPECT_EQ(VDMaskVerdict::ofValue(classC, std::nan("")).outcome, Outcome::fail);
+  EXPECT_FALSE(VDMaskVerdict::ofValue(classC, 3).atTau.has_value());
+}
+
+// The metrics' definitions as plain loops over doubles.
+struct Reference {
+  std::vector<double> times, x, y;
+  size_t first, end;
+
+  Reference(std::vector<double> t, std::vector<double> e, size_t f)
+      : times(std::move(t)), x(std::move(e)), first(f), end(x.size()) {
+    y = x;
+    for (size_t n = 1; n < x.size(); ++n) {
+      const double a = 1 - std::exp(-2 * std::numbers::pi * 0.1 * (times[n] - times[n - 1]));
+      y[n] = y[n - 1] + a * (x[n] - y[n - 1]);
+    }
+  }
+  double largestMean(size_t count) const {
+    double largest = 0;
+    for (size_t k = first; k + count <= end; ++k) {
+      double sum = 0;
+      for (size_t i = k; i < k + count; ++i) sum += x[i];
+      largest = std::max(largest, std::abs(sum / count));
+    }
+    return largest;
+  }
+  double mtie(const std::vector<double>& v, size_t m) const {
+    double largest = 0;
+    for (size_t k = first; k + m < end; ++k) {
+      const auto [low, high] = std::minmax_element(v.begin() + k, v.begin() + k + m + 1);
+      largest = std::max(largest, *high - *low);
+    }
+    return largest;
+  }
+  double tdev(const std::vector<double>& v, size_t m) const {
+    double sum = 0;
+    size_t terms = 0;
+    for (size_t j = first; j + 3 * m <= end; ++j, ++terms) {
+      double inner = 0;
+      for (size_t i = j; i < j + m; ++i) inner += v[i + 2 * m] - 2 * v[i + m] + v[i];
+      sum += inner * inner;
+    }
+    return std::sqrt(sum / (6.0 * m * m * terms));
+  }
+};
+
+void expectRelative(double actual, double expected, double absolute, const std::string& what) {
+  EXPECT_NEAR(actual, expected, 1e-9 * std::abs(expected) + absolute) << what;
+}
+
+TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
+  std::mt19937_64 random(7);
+  std::normal_distribution<double> noise(0, 3);
+  const size_t count = 1200;
+  const size_t settledFirst = 160;  // 10 s at 16 Hz
+  struct Series {
+    const char* name;
+    double (*error)(double t, double noise);
+  };
+  const Series series[] = {
+      {"white noise", [](double, double n) { return n; }},
+      {"slow wander", [](double t, double n) { return 40 * std::sin(t / 9) + 0.01 * n; }},
+      {"constant offset", [](double, double) { return -17.25; }},
+      {"frequency offset", [](double t, double) { return 0.5 * t - 3; }},
+      {"step", [](double t, double n) { return (t < 40 ? 0.0 : 50.0) + 0.1 * n; }},
+  };
+  for (const Series& s : series) {
+    std::vector<double> times, errors;
+    for (size_t i = 0; i < count; ++i) {
+      // 16 Hz with jitter in the time tags.
+      times.push_back(100 + i / 16.0 + 1e-4 * noise(random));
+      errors.push_back(s.error(times.back() - 100, noise(random)));
+    }
+    const Reference reference(times, errors, settledFirst);
+    const VDTimeErrorMetrics metrics(times, errors, settledFirst, count);
+    const std::string name = s.name;
+    for (size_t n = 0; n < count; ++n) {
+      ASSERT_NEAR(metrics.lowPassed()[n], reference.y[n], 1e-9 * std::abs(reference.y[n]) + 1e-12);
+    }
+    expectRelative(*metrics.maxAbsTe(1), reference.largestMean(1), 0, name + " max|TE|");
+    expectRelative(*metrics.maxAbsTe(100), reference.largestMean(100), 1e-12, name + " average");
+    EXPECT_FALSE(metrics.maxAbsTe(count).has_value());
+    double sum = 0, maxL = 0, highest = -1e300, lowest = 1e300;
+    for (size_t i = settledFirst; i < count; ++i) {
+      sum += errors[i];
+      maxL = std::max(maxL, std::abs(reference.y[i]));
+      highest = std::max(highest, errors[i] - reference.y[i]);
+      lowest = std::min(lowest, errors[i] - reference.y[i]);
+    }
+    expectRelative(metrics.cte(), sum / (count - settledFirst), 1e-12, name + " cTE");
+    const double tau0 = (times.back() - times[settledFirst]) / (count - settledFirst - 1);
+    expectRelative(*metrics.cteMoving(20), reference.largestMean(std::llround(20 / tau0)), 1e-12,
+                   name + " moving cTE");
+    expectRelative(metrics.maxAbsTeL(), maxL, 0, name + " max|TE_L|");
+    expectRelative(metrics.dteHPeakToPeak(), highest - lowest, 1e-12, name + " dTE_H");
+    // MTIE is kept to 2^-20 ns and TDEV to 1 ps (the integers the statistics take).
+    for (bool ofLowPass : {false, true}) {
+      const std::vector<double>& v = ofLowPass ? reference.y : reference.x;
+      const auto mtie = metrics.mtie(ofLowPass, 20);
+      const auto tdev = metrics.tdev(ofLowPass, 20);
+      const size_t windows = static_cast<size_t>(20 / tau0);
+      ASSERT_EQ(mtie.size(), windows) << name;
+      ASSERT_EQ(tdev.size(), windows) << name;
+      for (size_t m : {size_t{1}, size_t{2}, size_t{7}, size_t{64}, windows}) {
+        expectRelative(mtie[m - 1].value, reference.mtie(v, m), 2e-6,
+                       name + " MTIE " + std::to_string(m));
+        expectRelative(mtie[m - 1].tau, m * tau0, 1e-9, name + " tau");
+        expectRelative(tdev[m - 1].value, reference.tdev(v, m), 1e-3,
+                       name + " TDEV " + std::to_string(m));
+      }
+    }
+  }
+}
+
+}  // namespace
