@@ -1,0 +1,235 @@
+#include "VDCCheckPlots.h"
+
+#include <algorithm>
+#include <cmath>
+#include <optional>
+
+#include "VDCSVBuffer.h"
+#include "VDPlotScript.h"
+
+namespace {
+
+constexpr const char* kLowPassColour = "#e67e22";
+constexpr const char* kBeyondColour = "#c0392b";
+constexpr const char* kMaskColours[] = {"#117a65", "#7d3c98", "#2e4053", "#b7950b", "#a04000"};
+
+std::string pythonList(const std::vector<double>& values) {
+  VDCSVBuffer text;
+  text.appendText("np.array([");
+  for (size_t i = 0; i < values.size(); ++i) {
+    if (i > 0) {
+      text.appendText(", ");
+    }
+    text.appendDouble(values[i]);
+  }
+  text.appendText("])");
+  return text.text();
+}
+
+std::string numberText(double value) {
+  VDCSVBuffer text;
+  text.appendDouble(value);
+  return text.text();
+}
+
+std::string maskLabel(const VDMask& mask) { return mask.id + " " + mask.metric; }
+
+}  // namespace
+
+VDCCheckPlots::VDCCheckPlots(std::string outputPath, std::string outputName, ScriptSaver save,
+                             ScriptRunner run)
+    : _outputPath(std::move(outputPath)),
+      _outputName(std::move(outputName)),
+      _save(std::move(save)),
+      _run(std::move(run)) {}
+
+std::vector<VDMaskVerdict::CurvePoint> VDCCheckPlots::maskLine(const VDMask& mask, double firstTau,
+                                                               double lastTau) {
+  std::vector<VDMaskVerdict::CurvePoint> line;
+  for (const VDMaskSegment& segment : mask.segments) {
+    const double from = std::max(segment.lower, firstTau);
+    const double to = std::min(segment.upper, lastTau);
+    if (!(from < to)) {
+      continue;
+    }
+    const int steps = std::max(1, static_cast<int>(std::ceil(64 * std::log10(to / from))));
+    for (int i = 0; i <= steps; ++i) {
+      const double tau = i == steps ? to : from * std::pow(to / from, double(i) / steps);
+      line.push_back({tau, segment.limitAt(tau)});
+    }
+  }
+  return line;
+}
+
+void VDCCheckPlots::render(
+    const std::string& scriptName, const std::string& stem,
+    const std::function<std::string(bool saving, const std::string& plotPath)>& scriptFor) const {
+  _save(_outputPath + "/" + scriptName, scriptFor(false, ""));
+  for (const char* extension : {".png", ".pdf"}) {
+    _run(scriptFor(true, _outputPath + "/" + stem + extension));
+  }
+}
+
+void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
+                                  const std::vector<double>& errors,
+                                  const std::vector<double>& lowPassed,
+                                  const VDCSettledWindow& window,
+                                  const std::vector<const VDMask*>& masks) const {
+  const std::string stem = _outputName + "_check_time_error";
+  VDCSVBuffer csv;
+  csv.reserve(times.size() * 60);
+  csv.appendText("time,time_error,low_pass\n");
+  for (size_t i = 0; i < times.size(); ++i) {
+    csv.appendDouble(times[i]);
+    csv.appendSeparator();
+    csv.appendDouble(errors[i]);
+    csv.appendSeparator();
+    csv.appendDouble(lowPassed[i]);
+    csv.endRow();
+  }
+  csv.writeToFile(_outputPath + "/" + stem + ".csv");
+
+  std::string limits;
+  for (const VDMask* mask : masks) {
+    if (mask->metric == "max_abs_te" || mask->metric == "max_abs_te_l") {
+      const std::string limit = numberText(mask->segments.front().limitAt(0));
+      limits += "for sign in (1, -1):\n    ax1.axhline(sign * " + limit +
+                ", color='#fac205', linestyle='" + (mask->metric == "max_abs_te" ? "-" : "--") +
+                "', linewidth=1.2, label='" + maskLabel(*mask) + " limit" +
+                "' if sign > 0 else '_')\n";
+    }
+  }
+  std::string shading;
+  if (window.samples() > 0) {
+    shading = "ax1.axvspan(" + numberText(times[window.first]) + ", " +
+              numberText(times[window.end - 1]) +
+              ", color='#d6eaf8', alpha=0.6, zorder=0, label='Settled')\n";
+  }
+  render("PlotCheckTimeError.py", stem, [&](bool saving, const std::string& plotPath) {
+    const std::optional<std::string> outputPath =
+        saving ? std::optional<std::string>(_outputPath) : std::nullopt;
+    std::string script = VDPlotScript::header();
+    script +=
+        "records = mlab.csv2rec(" + VDPlotScript::csvPathExpression(outputPath, stem + ".csv") +
+        ")\ntime = records.time\ntimeError = records.time_error\nlowPass = records.low_pass\n\n";
+    script += VDPlotScript::shownPoints(saving, "time", false, {"timeError", "lowPass"});
+    script += VDPlotScript::curveOptions(VDPlotScript::drawn(saving, "time"));
+    script += "\nf1, ax1 = plt.subplots()\n" + shading;
+    script += "ax1.plot(" + VDPlotScript::drawn(saving, "time") + ", " +
+              VDPlotScript::drawn(saving, "timeError") +
+              ", color='#b03a2e', linewidth=0.8, marker=markerStyle, markersize=3, label='Time "
+              "error', rasterized=rasterizeCurve)\n";
+    script += "ax1.plot(" + VDPlotScript::drawn(saving, "time") + ", " +
+              VDPlotScript::drawn(saving, "lowPass") + ", color='" + kLowPassColour +
+              "', linewidth=1.5, label='0.1 Hz low-pass', rasterized=rasterizeCurve)\n";
+    script += limits;
+    script +=
+        "ax1.legend(loc='best' if len(time) <= 20000 else 'upper right', fontsize=11, "
+        "framealpha=0.9)\n";
+    script += VDPlotScript::labels("Time (s)", "Time Error (ns)", "Time Error - " + _outputName);
+    script += "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n\n";
+    script +=
+        VDPlotScript::ending(VDPlotScript::kDefaultPlotSize,
+                             saving ? std::optional<std::string>(plotPath) : std::nullopt, !saving);
+    return script;
+  });
+}
+
+void VDCCheckPlots::plotCurves(
+    const std::map<std::string, std::vector<VDMaskVerdict::CurvePoint>>& curves,
+    const std::vector<const VDMask*>& masks) const {
+  for (const char* kind : {"mtie", "tdev"}) {
+    if (curves.count(kind) > 0) {
+      plotCurve(kind, curves, masks);
+    }
+  }
+}
+
+void VDCCheckPlots::plotCurve(
+    const std::string& kind,
+    const std::map<std::string, std::vector<VDMaskVerdict::CurvePoint>>& curves,
+    const std::vector<const VDMask*>& masks) const {
+  const std::string lowPassKind = "dte_l_" + kind;
+  const std::string title = kind == "mtie" ? "MTIE" : "TDEV";
+  double firstTau = INFINITY;
+  double lastTau = 0;
+  // Each curve's CSV: tau, value, and whether a selected mask of that metric is exceeded there.
+  for (const std::string& metric : {kind, lowPassKind}) {
+    VDCSVBuffer csv;
+    csv.appendText("tau," + metric + ",beyond\n");
+    for (const VDMaskVerdict::CurvePoint& point : curves.at(metric)) {
+      bool beyond = false;
+      for (const VDMask* mask : masks) {
+        const std::optional<double> limit =
+            mask->metric == metric ? mask->limitAtTau(point.tau) : std::nullopt;
+        beyond = beyond || (limit && !(point.value <= *limit));
+      }
+      csv.appendDouble(point.tau);
+      csv.appendSeparator();
+      csv.appendDouble(point.value);
+      csv.appendText(beyond ? ",1\n" : ",0\n");
+      firstTau = std::min(firstTau, point.tau);
+      lastTau = std::max(lastTau, point.tau);
+    }
+    csv.writeToFile(_outputPath + "/" + _outputName + "_check_" + metric + ".csv");
+  }
+  std::string maskLines;
+  int colour = 0;
+  for (const VDMask* mask : masks) {
+    if (mask->metric != kind && mask->metric != lowPassKind) {
+      continue;
+    }
+    std::vector<double> taus;
+    std::vector<double> limits;
+    for (const VDMaskVerdict::CurvePoint& point : maskLine(*mask, firstTau, lastTau)) {
+      taus.push_back(point.tau);
+      limits.push_back(point.value);
+    }
+    maskLines += "ax1.loglog(" + pythonList(taus) + ", " + pythonList(limits) + ", color='" +
+                 kMaskColours[colour++ % 5] + "', linestyle='--', linewidth=1.5, label='" +
+                 maskLabel(*mask) + "')\n";
+  }
+  const std::string stem = _outputName + "_check_" + kind;
+  render("PlotCheck" + title + ".py", stem, [&](bool saving, const std::string& plotPath) {
+    const std::optional<std::string> outputPath =
+        saving ? std::optional<std::string>(_outputPath) : std::nullopt;
+    std::string script = VDPlotScript::header();
+    script += "records = mlab.csv2rec(" +
+              VDPlotScript::csvPathExpression(outputPath, stem + ".csv") + ")\n";
+    script += "lowPassRecords = mlab.csv2rec(" +
+              VDPlotScript::csvPathExpression(outputPath,
+                                              _outputName + "_check_" + lowPassKind + ".csv") +
+              ")\n";
+    script += "tau = records.tau\nvalue = records." + kind + "\nbeyond = records.beyond == 1\n";
+    script += "lowPassTau = lowPassRecords.tau\nlowPassValue = lowPassRecords." + lowPassKind +
+              "\nlowPassBeyond = lowPassRecords.beyond == 1\n\n";
+    script += VDPlotScript::shownPoints(saving, "tau", true, {"value"});
+    if (saving) {
+      script += "lowPassShown = pixelColumnExtremes(lowPassTau, True, lowPassValue)\n\n";
+    }
+    script += VDPlotScript::curveOptions(VDPlotScript::drawn(saving, "tau"));
+    script += "\nf1, ax1 = plt.subplots()\n";
+    script += "ax1.loglog(" + VDPlotScript::drawn(saving, "tau") + ", " +
+              VDPlotScript::drawn(saving, "value") + ", " +
+              VDPlotScript::curveStyle(title + " of the time error") + ")\n";
+    const std::string lowPassShown = saving ? "[lowPassShown]" : "";
+    script += "ax1.loglog(lowPassTau" + lowPassShown + ", lowPassValue" + lowPassShown +
+              ", color='" + kLowPassColour +
+              "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" + title +
+              " of the 0.1 Hz low-pass', rasterized=rasterizeCurve, zorder=3)\n";
+    script += maskLines;
+    script +=
+        "ax1.plot(np.concatenate((tau[beyond], lowPassTau[lowPassBeyond])), "
+        "np.concatenate((value[beyond], lowPassValue[lowPassBeyond])), linestyle='None', "
+        "marker='x', markersize=5, color='" +
+        std::string(kBeyondColour) + "', label='Beyond a mask', zorder=4)\n";
+    script += VDPlotScript::decadeGrid("ax1");
+    script += "ax1.legend(loc='best', fontsize=11, framealpha=0.9)\n";
+    script += VDPlotScript::labels("Tau (s)", title + " (ns)", title + " - " + _outputName);
+    script += "\n";
+    script +=
+        VDPlotScript::ending(VDPlotScript::kDefaultPlotSize,
+                             saving ? std::optional<std::string>(plotPath) : std::nullopt, !saving);
+    return script;
+  });
+}
