@@ -30,48 +30,50 @@ std::string VDPlotScript::curveOptions(const std::string& arrayName) {
          arrayName + ") > " + std::to_string(kRasterisedPoints) + "\n";
 }
 
+std::string VDPlotScript::pixelColumnExtremesFunction() {
+  const std::string columns = std::to_string(kPixelColumns);
+  const std::string lastColumn = std::to_string(kPixelColumns - 1);
+  return "# Long curves are drawn from the first, last, lowest and highest point of each of " +
+         columns +
+         "\n"
+         "# columns of the x range (narrower than a pixel): the plot looks the same as with every\n"
+         "# point.\n"
+         "def pixelColumnExtremes(x, logAxes, *series):\n"
+         "    if len(x) <= " +
+         std::to_string(kReducedPoints) +
+         ":\n"
+         "        return slice(None)\n"
+         "    with np.errstate(all='ignore'):\n"
+         "        position = np.log10(x.astype(float)) if logAxes else x.astype(float)\n"
+         "    span = position[-1] - position[0]\n"
+         "    rising = np.all(np.isfinite(position)) and np.all(np.diff(position) >= 0)\n"
+         "    if not (rising and span > 0):\n"
+         "        return slice(None)\n"
+         "    column = ((position - position[0]) * (" +
+         lastColumn +
+         " / span)).astype(np.int64)\n"
+         "    starts = np.flatnonzero(np.diff(column, prepend=-1))\n"
+         "    counts = np.diff(np.append(starts, len(x)))\n"
+         "    kept = [starts, starts + counts - 1]\n"
+         "    for values in series:\n"
+         "        values = values.astype(float)\n"
+         "        if logAxes:\n"
+         "            values[values <= 0] = np.nan\n"
+         "        for extreme in (np.fmin, np.fmax):\n"
+         "            target = np.repeat(extreme.reduceat(values, starts), counts)\n"
+         "            atExtreme = np.flatnonzero(values == target)\n"
+         "            kept.append(atExtreme[np.diff(column[atExtreme], prepend=-1) != 0])\n"
+         "    return np.unique(np.concatenate(kept))\n"
+         "\n";
+}
+
 std::string VDPlotScript::shownPoints(bool reduce, const std::string& xName, bool logAxes,
                                       const std::vector<std::string>& seriesNames) {
   if (!reduce) {
     return {};
   }
-  const std::string columns = std::to_string(kPixelColumns);
-  const std::string lastColumn = std::to_string(kPixelColumns - 1);
-  std::string text =
-      "# Long curves are drawn from the first, last, lowest and highest point of each of " +
-      columns +
-      "\n"
-      "# columns of the x range (narrower than a pixel): the plot looks the same as with every\n"
-      "# point.\n"
-      "def pixelColumnExtremes(x, logAxes, *series):\n"
-      "    if len(x) <= " +
-      std::to_string(kReducedPoints) +
-      ":\n"
-      "        return slice(None)\n"
-      "    with np.errstate(all='ignore'):\n"
-      "        position = np.log10(x.astype(float)) if logAxes else x.astype(float)\n"
-      "    span = position[-1] - position[0]\n"
-      "    rising = np.all(np.isfinite(position)) and np.all(np.diff(position) >= 0)\n"
-      "    if not (rising and span > 0):\n"
-      "        return slice(None)\n"
-      "    column = ((position - position[0]) * (" +
-      lastColumn +
-      " / span)).astype(np.int64)\n"
-      "    starts = np.flatnonzero(np.diff(column, prepend=-1))\n"
-      "    counts = np.diff(np.append(starts, len(x)))\n"
-      "    kept = [starts, starts + counts - 1]\n"
-      "    for values in series:\n"
-      "        values = values.astype(float)\n"
-      "        if logAxes:\n"
-      "            values[values <= 0] = np.nan\n"
-      "        for extreme in (np.fmin, np.fmax):\n"
-      "            target = np.repeat(extreme.reduceat(values, starts), counts)\n"
-      "            atExtreme = np.flatnonzero(values == target)\n"
-      "            kept.append(atExtreme[np.diff(column[atExtreme], prepend=-1) != 0])\n"
-      "    return np.unique(np.concatenate(kept))\n"
-      "\n"
-      "shown = pixelColumnExtremes(" +
-      xName + (logAxes ? ", True" : ", False");
+  std::string text = pixelColumnExtremesFunction() + "shown = pixelColumnExtremes(" + xName +
+                     (logAxes ? ", True" : ", False");
   for (const std::string& series : seriesNames) {
     text += ", " + series;
   }

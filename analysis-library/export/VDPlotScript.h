@@ -44,6 +44,9 @@ class VDPlotScript {
   // keep every point for zooming in.
   static std::string shownPoints(bool reduce, const std::string& xName, bool logAxes,
                                  const std::vector<std::string>& seriesNames);
+  // The definition of pixelColumnExtremes(x, logAxes, *series) that shownPoints calls, for a
+  // script that reduces several curves; ends with a blank line.
+  static std::string pixelColumnExtremesFunction();
   // The array as drawn: "name[shown]" when reducing, else the name.
   static std::string drawn(bool reduce, const std::string& arrayName);
   // The keyword arguments of a statistic's curve: colour, line, markerStyle, the legend label,

@@ -4,42 +4,33 @@
 #include <cmath>
 #include <numbers>
 
-#include "VDMaximumTimeIntervalErrorAnalysis.h"
-#include "VDTimeDeviationAnalysis.h"
+#include "VDExactAutocorrelation.h"
+#include "VDLaggedDifferenceSums.h"
+#include "VDMaximumRangeSearch.h"
+#include "VDPhaseData.h"
+#include "VDWindowRange.h"
 
 namespace {
 
 constexpr double kCornerHz = 0.1;
-// The integer units the library's statistics see, in ns: MTIE's range search is exact for any
-// 64-bit values, so it gets a unit far below any clock's resolution; TDEV's exact sums stay on
-// their fast path for picoseconds.
+// MTIE's range search is exact for any 64-bit integers, so it sees the values in a unit far
+// below any clock's resolution (ns).
 constexpr double kMTIEUnit = 1.0 / (1 << 20);
-constexpr double kTDEVUnit = 1e-3;
 
-std::vector<VDTimeErrorValue> integerSeries(const std::vector<double>& times,
-                                            const std::vector<double>& values, size_t first,
-                                            size_t end, double unit) {
-  std::vector<VDTimeErrorValue> series;
-  series.reserve(end - first);
+std::vector<int64_t> counts(const std::vector<double>& values, size_t first, size_t end,
+                            double unit) {
+  std::vector<int64_t> result;
+  result.reserve(end - first);
   for (size_t i = first; i < end; ++i) {
-    series.emplace_back(static_cast<uint64_t>(std::llround((times[i] - times[first]) * 1e9)),
-                        std::llround(values[i] / unit));
+    result.push_back(std::llround(values[i] / unit));
   }
-  return series;
+  return result;
 }
 
-std::vector<VDMaskVerdict::CurvePoint> curve(VDStatisticAnalysis& analysis, double tau0,
-                                             double largestTau, double unit) {
-  const auto largestWindow = static_cast<int64_t>(std::floor(largestTau / tau0 * (1 + 1e-12)));
-  std::vector<VDMaskVerdict::CurvePoint> points;
-  if (largestWindow < 1) {
-    return points;
-  }
-  analysis.performAnalysisFromStartWindowSize(1, largestWindow, 1);
-  for (const VDStatisticPoint& point : analysis.points()) {
-    points.push_back({point.tau, point.value * unit});
-  }
-  return points;
+// The windows of at most largestTau, up to largestWindow.
+VDWindowRange windowsUpTo(double largestTau, double tau0, int64_t largestWindow) {
+  const auto last = static_cast<int64_t>(std::floor(largestTau / tau0 * (1 + 1e-12)));
+  return VDWindowRange::clamped(1, last, 1, 1, largestWindow);
 }
 
 }  // namespace
@@ -132,14 +123,55 @@ double VDTimeErrorMetrics::dteHPeakToPeak() const {
 
 std::vector<VDMaskVerdict::CurvePoint> VDTimeErrorMetrics::mtie(bool ofLowPass,
                                                                 double largestTau) const {
-  VDMaximumTimeIntervalErrorAnalysis analysis(integerSeries(
-      _times, ofLowPass ? _lowPassed : _errors, _settledFirst, _settledEnd, kMTIEUnit));
-  return curve(analysis, tau0(), largestTau, kMTIEUnit);
+  const std::vector<int64_t> samples =
+      counts(ofLowPass ? _lowPassed : _errors, _settledFirst, _settledEnd, kMTIEUnit);
+  const auto count = static_cast<int64_t>(samples.size());
+  const VDWindowRange windows = windowsUpTo(largestTau, tau0(), count - 1);
+  std::vector<VDMaskVerdict::CurvePoint> points;
+  if (windows.empty()) {
+    return points;
+  }
+  const std::vector<uint64_t> ranges = VDMaximumRangeSearch(samples).largestRanges(windows);
+  for (uint64_t index = 0; index < windows.count(); ++index) {
+    points.push_back({static_cast<double>(windows.at(index)) * tau0(),
+                      static_cast<double>(ranges[index]) * kMTIEUnit});
+  }
+  return points;
 }
 
 std::vector<VDMaskVerdict::CurvePoint> VDTimeErrorMetrics::tdev(bool ofLowPass,
                                                                 double largestTau) const {
-  VDTimeDeviationAnalysis analysis(integerSeries(_times, ofLowPass ? _lowPassed : _errors,
-                                                 _settledFirst, _settledEnd, kTDEVUnit));
-  return curve(analysis, tau0(), largestTau, kTDEVUnit);
+  // TDEV^2 = sum over j of (S[j+3m] - 3S[j+2m] + 3S[j+m] - S[j])^2 / (6 m^2 (N - 3m + 1)), S
+  // the prefix sums of the drift-free phase (NIST SP 1065 eq. 15 with the inner sum of second
+  // differences written through S). The exact transform sums need small integers: whole ns stay
+  // whole, finer values are kept to the finest of 1, 10 or 100 ps for which the sums of this
+  // series stay exact (a day at 16 Hz of a wander of tens of ns: 10 ps).
+  const std::vector<double>& values = ofLowPass ? _lowPassed : _errors;
+  const bool whole = std::all_of(values.begin() + static_cast<long>(_settledFirst),
+                                 values.begin() + static_cast<long>(_settledEnd),
+                                 [](double value) { return value == std::round(value); });
+  double unit = whole ? 1 : 1e-3;
+  std::vector<int64_t> prefixSums;
+  while (true) {
+    prefixSums = VDPhaseData::prefixSums(
+        VDPhaseData::withoutDrift(counts(values, _settledFirst, _settledEnd, unit)));
+    if (unit >= 0.1 || VDExactAutocorrelation::holdsEverySum(prefixSums)) {
+      break;
+    }
+    unit *= 10;
+  }
+  const auto count = static_cast<int64_t>(_settledEnd - _settledFirst);
+  const VDWindowRange windows = windowsUpTo(largestTau, tau0(), count / 3);
+  std::vector<VDMaskVerdict::CurvePoint> points;
+  if (windows.empty()) {
+    return points;
+  }
+  const std::vector<double> totals =
+      VDLaggedDifferenceSums(std::move(prefixSums), 3).sumsOfSquares(windows, {});
+  for (uint64_t index = 0; index < windows.count(); ++index) {
+    const auto m = static_cast<double>(windows.at(index));
+    const double terms = static_cast<double>(count) - 3 * m + 1;
+    points.push_back({m * tau0(), std::sqrt(totals[index] / (6 * m * m * terms)) * unit});
+  }
+  return points;
 }

@@ -139,7 +139,7 @@ void VDCCheckPlots::plotCurves(
     const std::map<std::string, std::vector<VDMaskVerdict::CurvePoint>>& curves,
     const std::vector<const VDMask*>& masks) const {
   for (const char* kind : {"mtie", "tdev"}) {
-    if (curves.count(kind) > 0) {
+    if (curves.count(kind) > 0 || curves.count(std::string("dte_l_") + kind) > 0) {
       plotCurve(kind, curves, masks);
     }
   }
@@ -149,19 +149,32 @@ void VDCCheckPlots::plotCurve(
     const std::string& kind,
     const std::map<std::string, std::vector<VDMaskVerdict::CurvePoint>>& curves,
     const std::vector<const VDMask*>& masks) const {
-  const std::string lowPassKind = "dte_l_" + kind;
   const std::string title = kind == "mtie" ? "MTIE" : "TDEV";
+  // The curves of x and of its low-pass that masks asked for: metric, label, colour.
+  struct Drawn {
+    std::string metric;
+    std::string label;
+    const char* colour;
+  };
+  std::vector<Drawn> drawn;
+  for (const Drawn& candidate :
+       {Drawn{kind, title + " of the time error", VDPlotScript::kCurveColour},
+        Drawn{"dte_l_" + kind, title + " of the 0.1 Hz low-pass", kLowPassColour}}) {
+    if (curves.count(candidate.metric) > 0) {
+      drawn.push_back(candidate);
+    }
+  }
   double firstTau = INFINITY;
   double lastTau = 0;
   // Each curve's CSV: tau, value, and whether a selected mask of that metric is exceeded there.
-  for (const std::string& metric : {kind, lowPassKind}) {
+  for (const Drawn& curve : drawn) {
     VDCSVBuffer csv;
-    csv.appendText("tau," + metric + ",beyond\n");
-    for (const VDMaskVerdict::CurvePoint& point : curves.at(metric)) {
+    csv.appendText("tau," + curve.metric + ",beyond\n");
+    for (const VDMaskVerdict::CurvePoint& point : curves.at(curve.metric)) {
       bool beyond = false;
       for (const VDMask* mask : masks) {
         const std::optional<double> limit =
-            mask->metric == metric ? mask->limitAtTau(point.tau) : std::nullopt;
+            mask->metric == curve.metric ? mask->limitAtTau(point.tau) : std::nullopt;
         beyond = beyond || (limit && !(point.value <= *limit));
       }
       csv.appendDouble(point.tau);
@@ -171,12 +184,12 @@ void VDCCheckPlots::plotCurve(
       firstTau = std::min(firstTau, point.tau);
       lastTau = std::max(lastTau, point.tau);
     }
-    csv.writeToFile(_outputPath + "/" + _outputName + "_check_" + metric + ".csv");
+    csv.writeToFile(_outputPath + "/" + _outputName + "_check_" + curve.metric + ".csv");
   }
   std::string maskLines;
   int colour = 0;
   for (const VDMask* mask : masks) {
-    if (mask->metric != kind && mask->metric != lowPassKind) {
+    if (mask->metric != kind && mask->metric != "dte_l_" + kind) {
       continue;
     }
     std::vector<double> taus;
@@ -194,34 +207,26 @@ void VDCCheckPlots::plotCurve(
     const std::optional<std::string> outputPath =
         saving ? std::optional<std::string>(_outputPath) : std::nullopt;
     std::string script = VDPlotScript::header();
-    script += "records = mlab.csv2rec(" +
-              VDPlotScript::csvPathExpression(outputPath, stem + ".csv") + ")\n";
-    script += "lowPassRecords = mlab.csv2rec(" +
-              VDPlotScript::csvPathExpression(outputPath,
-                                              _outputName + "_check_" + lowPassKind + ".csv") +
-              ")\n";
-    script += "tau = records.tau\nvalue = records." + kind + "\nbeyond = records.beyond == 1\n";
-    script += "lowPassTau = lowPassRecords.tau\nlowPassValue = lowPassRecords." + lowPassKind +
-              "\nlowPassBeyond = lowPassRecords.beyond == 1\n\n";
-    script += VDPlotScript::shownPoints(saving, "tau", true, {"value"});
-    if (saving) {
-      script += "lowPassShown = pixelColumnExtremes(lowPassTau, True, lowPassValue)\n\n";
+    script += saving ? VDPlotScript::pixelColumnExtremesFunction() : "";
+    script += "f1, ax1 = plt.subplots()\nbeyondTau = []\nbeyondValue = []\n";
+    for (const Drawn& curve : drawn) {
+      const std::string csvName = _outputName + "_check_" + curve.metric + ".csv";
+      script += "records = mlab.csv2rec(" + VDPlotScript::csvPathExpression(outputPath, csvName) +
+                ")\ntau = records.tau\nvalue = records." + curve.metric + "\n";
+      script +=
+          saving ? "shown = pixelColumnExtremes(tau, True, value)\n" : "shown = slice(None)\n";
+      script += VDPlotScript::curveOptions("tau[shown]");
+      script += "ax1.loglog(tau[shown], value[shown], color='" + std::string(curve.colour) +
+                "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" +
+                curve.label + "', rasterized=rasterizeCurve, zorder=3)\n";
+      script +=
+          "beyondTau.extend(tau[records.beyond == 1])\n"
+          "beyondValue.extend(value[records.beyond == 1])\n";
     }
-    script += VDPlotScript::curveOptions(VDPlotScript::drawn(saving, "tau"));
-    script += "\nf1, ax1 = plt.subplots()\n";
-    script += "ax1.loglog(" + VDPlotScript::drawn(saving, "tau") + ", " +
-              VDPlotScript::drawn(saving, "value") + ", " +
-              VDPlotScript::curveStyle(title + " of the time error") + ")\n";
-    const std::string lowPassShown = saving ? "[lowPassShown]" : "";
-    script += "ax1.loglog(lowPassTau" + lowPassShown + ", lowPassValue" + lowPassShown +
-              ", color='" + kLowPassColour +
-              "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" + title +
-              " of the 0.1 Hz low-pass', rasterized=rasterizeCurve, zorder=3)\n";
     script += maskLines;
     script +=
-        "ax1.plot(np.concatenate((tau[beyond], lowPassTau[lowPassBeyond])), "
-        "np.concatenate((value[beyond], lowPassValue[lowPassBeyond])), linestyle='None', "
-        "marker='x', markersize=5, color='" +
+        "ax1.plot(beyondTau, beyondValue, linestyle='None', marker='x', markersize=5, "
+        "color='" +
         std::string(kBeyondColour) + "', label='Beyond a mask', zorder=4)\n";
     script += VDPlotScript::decadeGrid("ax1");
     script += "ax1.legend(loc='best', fontsize=11, framealpha=0.9)\n";

@@ -61,23 +61,20 @@ VDMaskVerdict VDCMaskChecks::scalarVerdict(const VDMask& mask) const {
 }
 
 std::vector<VDCMaskCheck> VDCMaskChecks::evaluate(const std::vector<const VDMask*>& masks) {
-  // Each curve is computed once, of x and of y alike (the plots show both), as far as the
-  // furthest mask of its kind reaches.
+  // Each curve is computed once, as far as the furthest mask on it reaches.
   std::map<std::string, double> reach;
   for (const VDMask* mask : masks) {
     if (mask->curve) {
       const double furthest = std::min(mask->domainUpper(), supportedTau(mask->metric));
-      const std::string kind = mask->metric.find("mtie") != std::string::npos ? "mtie" : "tdev";
-      reach[kind] = std::max(reach[kind], furthest);
+      reach[mask->metric] = std::max(reach[mask->metric], furthest);
     }
   }
   if (_window.samples() >= 2) {
-    for (const auto& [kind, largestTau] : reach) {
-      const bool isMTIE = kind == "mtie";
-      for (const bool ofLowPass : {false, true}) {
-        _curves[ofLowPass ? "dte_l_" + kind : kind] =
-            isMTIE ? _metrics.mtie(ofLowPass, largestTau) : _metrics.tdev(ofLowPass, largestTau);
-      }
+    for (const auto& [metric, largestTau] : reach) {
+      const bool ofLowPass = metric.rfind("dte_l_", 0) == 0;
+      _curves[metric] = metric.find("mtie") != std::string::npos
+                            ? _metrics.mtie(ofLowPass, largestTau)
+                            : _metrics.tdev(ofLowPass, largestTau);
     }
   }
 
