@@ -110,8 +110,8 @@ const char* VDCCheckReport::verdictText(Verdict verdict) {
   return "NOT EVALUATED";
 }
 
-int VDCCheckReport::exitStatus() const {
-  switch (_verdict) {
+int VDCCheckReport::exitStatusOf(Verdict verdict) {
+  switch (verdict) {
     case Verdict::pass:
       return 0;
     case Verdict::fail:

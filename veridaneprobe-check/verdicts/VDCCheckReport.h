@@ -33,7 +33,8 @@ class VDCCheckReport {
 
   Verdict verdict() const { return _verdict; }
   // The exit status of the run: 0 pass, 1 fail, 3 not evaluated.
-  int exitStatus() const;
+  int exitStatus() const { return exitStatusOf(_verdict); }
+  static int exitStatusOf(Verdict verdict);
 
   // The check lines and the verdict line.
   std::string consoleText() const;

@@ -11,8 +11,8 @@
 
 // VDCMaskChecks judges the metrics of one settled series against masks. Each curve metric that a
 // mask asks for is computed once, for every window up to the largest tau its masks ask for and
-// the data supports (MTIE up to the settled duration; TDEV up to a twelfth of it, as the clock standards
-// ask for a measurement twelve times the integration time), and kept for the plots.
+// the data supports (MTIE up to the settled duration; TDEV up to a twelfth of it, as the clock
+// standards ask for a measurement twelve times the integration time), and kept for the plots.
 class VDCMaskChecks {
  public:
   struct Settings {
