@@ -11,6 +11,7 @@
 #include "VDCCheckReport.h"
 #include "VDCMaskChecks.h"
 #include "VDCSettledWindow.h"
+#include "VDCVerdictOptions.h"
 #include "VDMaskTable.h"
 
 namespace {
@@ -104,6 +105,53 @@ TEST(CheckVerdicts, RunVerdictAndExitStatus) {
   };
   for (const Case& c : cases) {
     EXPECT_EQ(VDCCheckReport({}, c.checks, c.lostLock).exitStatus(), c.status);
+  }
+}
+
+TEST(CheckVerdicts, OptionValuesAreCheckedAsTheyAreRead) {
+  struct Case {
+    const char* option;
+    const char* value;
+    const char* error;  // empty: accepted
+  };
+  const Case cases[] = {
+      {"--settle", "servo", ""},
+      {"--settle", "0", ""},
+      {"--settle", "-1", "--settle takes seconds (0 or more) or servo, not \"-1\""},
+      {"--settle", "5m", "--settle takes seconds (0 or more) or servo, not \"5m\""},
+      {"--average", "100", ""},
+      {"--average", "99", "--average takes a whole number of samples of at least 100, not \"99\""},
+      {"--average", "100.5",
+       "--average takes a whole number of samples of at least 100, not \"100.5\""},
+      {"--window", "0", "--window takes seconds above 0, not \"0\""},
+      {"--window", "nan", "--window takes seconds above 0, not \"nan\""},
+      {"--mask", ",", "--mask needs a mask id (--list-masks lists them)"},
+  };
+  for (const Case& c : cases) {
+    VDCVerdictOptions options;
+    std::string error;
+    EXPECT_EQ(options.take(c.option, c.value, error), *c.error == 0) << c.option << c.value;
+    EXPECT_EQ(error, c.error);
+  }
+
+  VDCVerdictOptions options;
+  std::string error;
+  ASSERT_TRUE(options.take("--mask", "g8273.2-c,,gptp-one-hop", error));
+  VDMaskTable table;
+  ASSERT_TRUE(options.readMaskTable(table, error));
+  std::vector<const VDMask*> masks;
+  ASSERT_TRUE(options.selectedMasks(table, masks, error));
+  EXPECT_EQ(masks.size(), 7u);
+  ASSERT_TRUE(options.take("--mask", "g8273.2-e", error));
+  EXPECT_FALSE(options.selectedMasks(table, masks, error));
+  EXPECT_EQ(error, "unknown mask \"g8273.2-e\" (--list-masks lists them)");
+  for (const char* path : {"/nonexistent/masks.txt", "/tmp", "/dev/zero"}) {
+    VDCVerdictOptions withFile;
+    withFile.maskFiles = {path};
+    EXPECT_FALSE(withFile.readMaskTable(table, error)) << path;
+    EXPECT_EQ(error, std::string(path) == "/dev/zero"
+                         ? "the mask file /dev/zero is larger than 1 MiB"
+                         : "cannot read the mask file " + std::string(path));
   }
 }
 
