@@ -82,6 +82,19 @@ TEST(CheckVerdicts, ReportOfOneRunIsExact) {
   EXPECT_EQ(report.exitStatus(), 1);
 }
 
+TEST(CheckVerdicts, TwoSettledSamplesAreEnoughForOneWindow) {
+  const std::vector<double> times = {0, 1, 400, 401};
+  const std::vector<double> errors = {900, 900, 10, 170};
+  const VDCSettledWindow window = VDCSettledWindow::afterSeconds(times, 300);
+  const VDTimeErrorMetrics metrics(times, errors, window.first, window.end);
+  VDCMaskChecks checks(metrics, window, {});
+  const VDCMaskCheck check =
+      checks.evaluate({VDMaskTable::builtIn().find("gptp-one-hop", "mtie")}).front();
+  EXPECT_EQ(check.verdict.outcome, VDMaskVerdict::Outcome::pass);
+  EXPECT_EQ(check.verdict.value, 160);
+  EXPECT_EQ(check.verdict.atTau, 1);
+}
+
 TEST(CheckVerdicts, RunVerdictAndExitStatus) {
   const VDMask& mask = *VDMaskTable::builtIn().find("g8273.2-c", "cte");
   using Outcome = VDMaskVerdict::Outcome;
