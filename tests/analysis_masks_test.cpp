@@ -138,6 +138,11 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
                 "the mask's upper end (no end) is not confirmed by the recommendation");
     }
   }
+  // A tau off a breakpoint or the data's end by rounding only is judged as on it.
+  const VDMaskVerdict rounded =
+      VDMaskVerdict::ofCurve(prtcA, {{273 * (1 + 4e-16), 100.1}}, 273 * (1 - 4e-16));
+  EXPECT_EQ(rounded.evaluated, 1u);
+  EXPECT_DOUBLE_EQ(rounded.limit, 0.275 * 273 + 25);
   EXPECT_EQ(VDMaskVerdict::ofCurve(prtcA, curve, 0.09).note,
             "the data supports no tau of the mask's domain (up to 0.09 s)");
 

@@ -23,6 +23,22 @@ void add(VDMaskVerdict& verdict, double value, double limit, std::optional<doubl
       verdict.exceeding > 0 ? VDMaskVerdict::Outcome::fail : VDMaskVerdict::Outcome::pass;
 }
 
+// tau as a window's size times the sample interval carries rounding: a tau within 1e-12 of a
+// breakpoint (or of the longest tau the data supports) is taken as that value, so a window of
+// exactly 273 s at 1 PPS is judged against the row that ends at 273 s.
+constexpr double kTauTolerance = 1e-12;
+
+double snapped(double tau, const VDMask& mask) {
+  for (const VDMaskSegment& segment : mask.segments) {
+    for (const double breakpoint : {segment.lower, segment.upper}) {
+      if (std::isfinite(breakpoint) && std::abs(tau - breakpoint) <= kTauTolerance * breakpoint) {
+        return breakpoint;
+      }
+    }
+  }
+  return tau;
+}
+
 }  // namespace
 
 VDMaskVerdict VDMaskVerdict::ofValue(const VDMask& mask, double value) {
@@ -35,10 +51,11 @@ VDMaskVerdict VDMaskVerdict::ofCurve(const VDMask& mask, const std::vector<Curve
                                      double supportedTau) {
   VDMaskVerdict verdict;
   for (const CurvePoint& point : points) {
-    if (point.tau > supportedTau) {
+    const double tau = snapped(point.tau, mask);
+    if (tau > supportedTau * (1 + kTauTolerance)) {
       continue;
     }
-    const std::optional<double> limit = mask.limitAtTau(point.tau);
+    const std::optional<double> limit = mask.limitAtTau(tau);
     if (!limit) {
       continue;
     }
