@@ -63,8 +63,10 @@ void VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(
   }
 }
 
-void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis, const char* suffix,
-                                                 const char* scriptName) {
+void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis,
+                                                 const VDTimeErrorSequence& timeErrors,
+                                                 const char* suffix, const char* scriptName) {
+  analysis.setCountsPerNanosecond(timeErrors.countsPerNanosecond());
   // On a terminal the statistic's progress shows on standard error while it runs.
   VDPTerminalProgress progress(STDERR_FILENO);
   analysis.setProgressObserver(&progress);
@@ -90,7 +92,7 @@ std::unique_ptr<VDAllanDeviationAnalysis> VDPProcessSingleTimeError::processADEV
   std::printf("Running Allan Deviation Analysis...\n");
   std::unique_ptr<VDAllanDeviationAnalysis> analysis =
       adevAnalysisForTimeErrorValues(timeErrors.timeErrors());
-  processStatistic(*analysis, "_adev", "PlotADEV.py");
+  processStatistic(*analysis, timeErrors, "_adev", "PlotADEV.py");
   return analysis;
 }
 
@@ -99,7 +101,7 @@ VDPProcessSingleTimeError::processMADEVFromTimeErrors(const VDTimeErrorSequence&
   std::printf("Running Modified Allan Deviation Analysis...\n");
   std::unique_ptr<VDModifiedAllanDeviationAnalysis> analysis =
       madevAnalysisForTimeErrorValues(timeErrors.timeErrors());
-  processStatistic(*analysis, "_madev", "PlotMADEV.py");
+  processStatistic(*analysis, timeErrors, "_madev", "PlotMADEV.py");
   return analysis;
 }
 
@@ -108,7 +110,7 @@ std::unique_ptr<VDTimeDeviationAnalysis> VDPProcessSingleTimeError::processTDEVF
   std::printf("Running Time Deviation Analysis...\n");
   std::unique_ptr<VDTimeDeviationAnalysis> analysis =
       tdevAnalysisForTimeErrorValues(timeErrors.timeErrors());
-  processStatistic(*analysis, "_tdev", "PlotTDEV.py");
+  processStatistic(*analysis, timeErrors, "_tdev", "PlotTDEV.py");
   return analysis;
 }
 
@@ -117,7 +119,7 @@ VDPProcessSingleTimeError::processRMSTIEFromTimeErrors(const VDTimeErrorSequence
   std::printf("Running Root Mean Squared of Time Interval Error Analysis...\n");
   std::unique_ptr<VDRootMeanSquaredTimeIntervalErrorAnalysis> analysis =
       rmstieAnalysisForTimeErrorValues(timeErrors.timeErrors());
-  processStatistic(*analysis, "_rmstie", "PlotRMSTIE.py");
+  processStatistic(*analysis, timeErrors, "_rmstie", "PlotRMSTIE.py");
   return analysis;
 }
 
@@ -126,7 +128,7 @@ VDPProcessSingleTimeError::processMTIEFromTimeErrors(const VDTimeErrorSequence& 
   std::printf("Running Maximum Time Interval Error Analysis...\n");
   std::unique_ptr<VDMaximumTimeIntervalErrorAnalysis> analysis =
       mtieAnalysisForTimeErrorValues(timeErrors.timeErrors());
-  processStatistic(*analysis, "_mtie", "PlotMTIE.py");
+  processStatistic(*analysis, timeErrors, "_mtie", "PlotMTIE.py");
   return analysis;
 }
 

@@ -65,6 +65,7 @@ class VDPProcessSingleTimeError {
 
  private:
   // The four file actions of a statistic step, after its progress line and factory.
-  void processStatistic(VDStatisticAnalysis& analysis, const char* suffix, const char* scriptName);
+  void processStatistic(VDStatisticAnalysis& analysis, const VDTimeErrorSequence& timeErrors,
+                        const char* suffix, const char* scriptName);
   std::string filePath(const std::string& fileName) const;
 };

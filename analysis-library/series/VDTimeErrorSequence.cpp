@@ -6,8 +6,9 @@
 #include "VDPlotScript.h"
 #include "VDResultPath.h"
 
-VDTimeErrorSequence::VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors)
-    : _timeErrors(std::move(timeErrors)) {}
+VDTimeErrorSequence::VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors,
+                                         int64_t countsPerNanosecond)
+    : _timeErrors(std::move(timeErrors)), _countsPerNanosecond(countsPerNanosecond) {}
 
 bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
                                                          const std::string& filename) const {
@@ -19,7 +20,13 @@ bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::
     for (const VDTimeErrorValue& value : _timeErrors) {
       csv.appendUnsigned(value.timestamp());
       csv.appendSeparator();
-      csv.appendInteger(value.error());
+      if (_countsPerNanosecond == 1) {
+        csv.appendInteger(value.error());
+      } else {
+        // A division by the power of ten rounds once: 1234 ps read back as 1.234 ns.
+        csv.appendDouble(static_cast<double>(value.error()) /
+                         static_cast<double>(_countsPerNanosecond));
+      }
       csv.endRow();
     }
     return csv.writeToFile(VDResultPath::inDirectory(directory, filename));

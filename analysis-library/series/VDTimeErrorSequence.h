@@ -11,13 +11,18 @@
 // recorded, exports them as CSV and writes the script that plots them.
 class VDTimeErrorSequence {
  public:
-  explicit VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors);
+  // countsPerNanosecond: the unit of the values' errors (1: ns; 1000: ps, for inputs that
+  // resolve less than a nanosecond).
+  explicit VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeErrors,
+                               int64_t countsPerNanosecond = 1);
   virtual ~VDTimeErrorSequence() = default;
 
   const std::vector<VDTimeErrorValue>& timeErrors() const { return _timeErrors; }
+  int64_t countsPerNanosecond() const { return _countsPerNanosecond; }
 
-  // Writes "time,time_error" and one row of integer nanoseconds per value into
-  // directory/filename. Returns false when the file could not be written; never throws.
+  // Writes "time,time_error" and one row per value into directory/filename, the time in
+  // nanoseconds and the error in nanoseconds, with decimals where the counts are finer. Returns
+  // false when the file could not be written; never throws.
   bool exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
                                       const std::string& filename) const;
 
@@ -31,4 +36,5 @@ class VDTimeErrorSequence {
 
  private:
   std::vector<VDTimeErrorValue> _timeErrors;
+  int64_t _countsPerNanosecond;
 };

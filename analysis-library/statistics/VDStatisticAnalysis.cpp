@@ -46,6 +46,16 @@ void VDStatisticAnalysis::performAnalysisFromStartWindowSize(int64_t startWindow
     _progressObserver->analysisStarted(analysisClass().curveLabel(), windows.count());
   }
   _points = evaluateWindows(windows);
+  // Every statistic is linear in the time errors, so values counted in a finer unit than the
+  // nanosecond come out in nanoseconds (ADEV and MDEV: as fractions) by one division.
+  if (_countsPerNanosecond != 1) {
+    const auto counts = static_cast<double>(_countsPerNanosecond);
+    for (VDStatisticPoint& point : _points) {
+      point.value /= counts;
+      point.minimum /= counts;
+      point.maximum /= counts;
+    }
+  }
   if (_progressObserver != nullptr) {
     _progressObserver->analysisFinished();
   }

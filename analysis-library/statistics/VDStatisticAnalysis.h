@@ -49,6 +49,10 @@ class VDStatisticAnalysis {
                                     const std::string& filename, int64_t startWindowSize,
                                     int64_t endWindowSize, int64_t stepSize) const;
 
+  // How many counts of the time errors make a nanosecond (1 by default; 1000 for values kept to
+  // the picosecond): the results are in nanoseconds whatever the unit of the counts.
+  void setCountsPerNanosecond(int64_t counts) { _countsPerNanosecond = counts; }
+
   // The class-level operations of this object's dynamic class.
   virtual const VDAnalysisClass& analysisClass() const = 0;
 
@@ -77,4 +81,5 @@ class VDStatisticAnalysis {
  private:
   std::vector<VDStatisticPoint> _points;
   VDAnalysisProgress* _progressObserver = nullptr;
+  int64_t _countsPerNanosecond = 1;
 };
