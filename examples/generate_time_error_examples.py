@@ -20,6 +20,9 @@ Files:
                         (sequence, time error ns) pairs, then four status fields
   dual-link.csv         dual-link layout, 5 minutes, converging from a 20 us offset into the
                         +-80 ns band: timestamp ns, sequence, time error ns, path delay ns, flags
+  ptp4l-16hz.log        what `ptp4l -m` prints for an hour at 16 Hz (veridaneprobe-check): port
+                        state lines, the first offsets unlocked (s0), one clock step (s1), then
+                        locked (s2) while the servo pulls in the rest
 """
 
 import math
@@ -93,6 +96,40 @@ def main():
     write(os.path.join(directory, 'dual-link.csv'), 'timestamp,sequence,error,path_delay,flags',
           ('%d,%d,%d,%d,%d' % (timestamp(i), i, round(e), 1830, 0)
            for i, e in enumerate(errors)))
+    write(os.path.join(directory, 'ptp4l-16hz.log'), None, ptp4l_log(random.Random(8273)))
+
+
+def ptp4l_log(rng, seconds=3600, rate=16):
+    """The lines of `ptp4l -m` for a slave that steps its clock once and then locks."""
+    lines = ['ptp4l[3560.140]: selected /dev/ptp0 as PTP clock',
+             'ptp4l[3560.141]: port 1: INITIALIZING to LISTENING on INIT_COMPLETE',
+             'ptp4l[3560.141]: port 0: INITIALIZING to LISTENING on INIT_COMPLETE',
+             'ptp4l[3562.507]: port 1: new foreign master 001122.fffe.334455-1',
+             'ptp4l[3566.508]: selected best master clock 001122.fffe.334455',
+             'ptp4l[3566.508]: port 1: LISTENING to UNCALIBRATED on RS_SLAVE']
+    start = 3567.132
+    # Before the step the clock is 1.2 ms off; after it the servo pulls in a few hundred ns
+    # with a 12 s time constant over a wander of tens of ns and 3 ns of timestamp noise.
+    decay = math.exp(-1.0 / (12 * rate))
+    transient = rng.uniform(-400, -200)
+    frequency = wander = 0.0
+    for index in range(seconds * rate):
+        time = start + index / rate + rng.uniform(-0.0008, 0.0008)
+        frequency += rng.gauss(0.0, 0.01) - 0.001 * wander
+        frequency *= 0.997
+        wander += frequency
+        if index < 2:
+            offset, state, freq = -1234567 + 11 * index, index, 0 if index == 0 else -4210
+        else:
+            transient *= decay
+            offset = round(transient + wander + rng.gauss(0.0, 3.0))
+            state, freq = 2, -4210 + 0.2 * transient + rng.gauss(0.0, 2.0)
+        lines.append('ptp4l[%.3f]: master offset %10d s%d freq %+7.0f path delay %9d'
+                     % (time, offset, state, freq, 512 + rng.randrange(4)))
+        if index == 2:
+            lines.append('ptp4l[%.3f]: port 1: UNCALIBRATED to SLAVE on MASTER_CLOCK_SELECTED'
+                         % time)
+    return lines
 
 
 if __name__ == '__main__':
