@@ -37,6 +37,7 @@ const std::string kAllStatisticsProgress =
 
 std::filesystem::path sourceDir() { return VDP_SOURCE_DIR; }
 std::filesystem::path toolPath() { return VDP_TOOL_PATH; }
+std::filesystem::path checkToolPath() { return toolPath().parent_path() / "veridaneprobe-check"; }
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "vdp-test-XXXXXX").string();
@@ -140,12 +141,19 @@ void drain(int outFd, int errFd, std::string& out, std::string& err) {
 ToolRun runTool(const std::vector<std::string>& arguments, const std::filesystem::path& workingDir,
                 const std::map<std::string, std::optional<std::string>>& environment,
                 bool oneStream) {
+  return runProgram(toolPath(), arguments, workingDir, environment, oneStream);
+}
+
+ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::filesystem::path& workingDir,
+                   const std::map<std::string, std::optional<std::string>>& environment,
+                   bool oneStream) {
   int outPipe[2];
   int errPipe[2];
   if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
     throw std::runtime_error("pipe failed");
   }
-  std::string tool = toolPath().string();
+  std::string tool = program.string();
   pid_t child = fork();
   if (child == 0) {
     dup2(outPipe[1], STDOUT_FILENO);

@@ -23,6 +23,7 @@ extern const std::string kAllStatisticsProgress;
 
 std::filesystem::path sourceDir();  // the repository
 std::filesystem::path toolPath();   // the built veridaneprobe executable
+std::filesystem::path checkToolPath();  // the built veridaneprobe-check beside it
 
 // A fresh directory under the system's temporary directory, removed with the object.
 class TempDir {
@@ -71,5 +72,10 @@ ToolRun runTool(const std::vector<std::string>& arguments,
                 const std::filesystem::path& workingDir = {},
                 const std::map<std::string, std::optional<std::string>>& environment = {},
                 bool oneStream = false);
+// The same for another program.
+ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                   const std::filesystem::path& workingDir = {},
+                   const std::map<std::string, std::optional<std::string>>& environment = {},
+                   bool oneStream = false);
 
 }  // namespace TestSupport

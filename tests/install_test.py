@@ -24,11 +24,13 @@ SITE_DIR = (sys.argv[4] if len(sys.argv) > 4 else
             'lib/python%d.%d/dist-packages' % sys.version_info[:2])
 INSTALLED_FILES = {
     'bin/veridaneprobe',
+    'bin/veridaneprobe-check',
     'bin/veridaneprobe-plot',
     SITE_DIR + '/veridaneprobe-classic-matplotlib.pth',
     SITE_DIR + '/veridaneprobe_classic_matplotlib.py',
     SITE_DIR + '/veridaneprobe_compat.py',
     'share/doc/veridaneprobe/README.md',
+    'share/man/man1/veridaneprobe-check.1',
     'share/man/man1/veridaneprobe.1',
     'share/veridaneprobe/masks.txt',
 }
@@ -148,7 +150,7 @@ class InstalledTool(unittest.TestCase):
         self.assertEqual(files_below(self.prefix), INSTALLED_FILES)
         self.assertEqual(sorted(self.install.manifest),
                          sorted(os.path.join(self.prefix, name) for name in INSTALLED_FILES))
-        for program in ('bin/veridaneprobe', 'bin/veridaneprobe-plot'):
+        for program in ('bin/veridaneprobe', 'bin/veridaneprobe-check', 'bin/veridaneprobe-plot'):
             self.assertTrue(os.access(os.path.join(self.prefix, program), os.X_OK), program)
 
     def test_installed_executable_runs_an_analysis(self):
@@ -172,6 +174,16 @@ class InstalledTool(unittest.TestCase):
         for heading in ('SYNOPSIS', 'COMMANDS', 'OPTIONS', 'EXIT STATUS', 'OUTPUT FILES',
                         'EXAMPLES'):
             self.assertIn('\n' + heading + '\n', page.stdout)
+        page = subprocess.run(
+            ['man', '--warnings', '-M', os.path.join(self.prefix, 'share/man'), '1',
+             'veridaneprobe-check'], capture_output=True, text=True,
+            env=dict(os.environ, LC_ALL='C.UTF-8', MANWIDTH='80'))
+        self.assertEqual((page.returncode, page.stderr), (0, ''))
+        # Every mask of the installed definitions, with its source.
+        for line in open(os.path.join(self.prefix, 'share/veridaneprobe/masks.txt')):
+            if line.strip() and not line.startswith('#'):
+                fields = [field.strip() for field in line.split('|')]
+                self.assertIn(fields[0] + ' ' + fields[1] + '\n', page.stdout)
 
     def test_hook_imports_nothing_of_matplotlib_at_start_up(self):
         result = self.run_script([sys.executable, '-c', 'import sys; print(sorted(name for name'

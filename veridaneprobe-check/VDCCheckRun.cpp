@@ -74,10 +74,11 @@ int VDCCheckRun::run() const {
     return failed(error);
   }
   std::map<std::string, VDCRecording::Stream> streams = recording->streams();
-  std::printf("Read %s as %s: %zu %s, %llu other lines\n", _options.file.c_str(),
+  std::printf("Read %s as %s: %zu %s, %llu other %s\n", _options.file.c_str(),
               recording->format().c_str(), streams.size(),
               streams.size() == 1 ? "stream" : "streams",
-              static_cast<unsigned long long>(recording->otherLines()));
+              static_cast<unsigned long long>(recording->otherLines()),
+              recording->otherLines() == 1 ? "line" : "lines");
   if (_options.stream) {
     if (streams.count(*_options.stream) == 0) {
       std::string names;

@@ -5,9 +5,9 @@
 
 namespace {
 
-std::string number(double value) {
+std::string number(double value, int digits = 6) {
   char text[32];
-  std::snprintf(text, sizeof text, "%.6g", value);
+  std::snprintf(text, sizeof text, "%.*g", digits, value);
   return text;
 }
 
@@ -28,6 +28,8 @@ VDCContinuity VDCContinuity::of(const std::vector<double>& times) {
     continuity.tau0 = *middle;
   }
   double missing = 0;
+  double evenTime = 0;
+  size_t evenSteps = 0;
   size_t first = 0;
   for (size_t i = 1; i < times.size(); ++i) {
     const double step = times[i] - times[i - 1];
@@ -37,11 +39,14 @@ VDCContinuity VDCContinuity::of(const std::vector<double>& times) {
     } else if (step <= 0) {
       continuity.disorder.push_back({i, step});
     } else {
+      evenTime += step;
+      ++evenSteps;
       continue;
     }
     continuity.segments.push_back({first, i});
     first = i;
   }
+  continuity.meanInterval = evenSteps > 0 ? evenTime / static_cast<double>(evenSteps) : 0;
   if (!times.empty()) {
     continuity.segments.push_back({first, times.size()});
     const double span = times.back() - times.front();
@@ -53,7 +58,7 @@ VDCContinuity VDCContinuity::of(const std::vector<double>& times) {
 std::string VDCContinuity::summary(const std::string& stream,
                                    const std::vector<double>& times) const {
   std::string text = "Stream " + stream + ": " + std::to_string(times.size()) +
-                     " samples, sample interval " + number(tau0) + " s";
+                     " samples, sample interval " + number(meanInterval) + " s";
   if (gaps.empty()) {
     text += ", no gaps";
   } else {
@@ -62,7 +67,7 @@ std::string VDCContinuity::summary(const std::string& stream,
     text += ", " + std::to_string(gaps.size()) + (gaps.size() == 1 ? " gap" : " gaps") +
             " (the longest " + number(longest.step) + " s, after " +
             number(times[longest.sample - 1] - times.front()) + " s), " +
-            number(100 * missingShare) + " % of the time missing";
+            number(100 * missingShare, 3) + " % of the time missing";
   }
   if (disorder.empty()) {
     text += ", in order";

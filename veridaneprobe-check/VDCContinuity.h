@@ -21,7 +21,8 @@ struct VDCContinuity {
   // The smallest segment worth its own analysis.
   static constexpr size_t kShortestSegment = 16;
 
-  double tau0 = 0;  // the median step, s
+  double tau0 = 0;          // the median step, s: what a gap is measured against
+  double meanInterval = 0;  // the mean of the steps that are neither gaps nor disorder, s
   std::vector<Break> gaps;
   std::vector<Break> disorder;
   std::vector<Segment> segments;

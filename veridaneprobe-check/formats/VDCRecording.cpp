@@ -15,10 +15,12 @@
 
 namespace {
 
-using Grammar = std::function<VDCLineKind(std::string_view, VDCSample&)>;
+using Grammar = VDCRecording::Grammar;
 
-// A fresh grammar for a format (the counter's and the phase grammar keep state between lines).
-Grammar grammarFor(const std::string& format, const VDCRecording::Settings& settings) {
+}  // namespace
+
+VDCRecording::Grammar VDCRecording::lineGrammar(const std::string& format,
+                                                const Settings& settings) {
   if (format == "ticc") {
     auto grammar = std::make_shared<VDCTICCGrammar>(settings.tau0Seconds);
     return [grammar](std::string_view line, VDCSample& sample) {
@@ -46,6 +48,8 @@ Grammar grammarFor(const std::string& format, const VDCRecording::Settings& sett
   };
 }
 
+namespace {
+
 int64_t countsPerNanosecondOf(const std::string& format) {
   // linuxptp prints whole nanoseconds; the rest resolve picoseconds.
   return format == "ptp4l" || format == "phc2sys" || format == "ts2phc" ? 1 : 1000;
@@ -64,7 +68,7 @@ std::optional<std::string> VDCRecording::recognisedFormat(const std::vector<std:
   std::optional<std::string> best;
   int bestCount = 0;
   for (const std::string& format : formatNames()) {
-    const Grammar grammar = grammarFor(format, settings);
+    const Grammar grammar = lineGrammar(format, settings);
     int count = 0;
     for (const std::string& line : lines) {
       VDCSample sample;
@@ -111,7 +115,7 @@ std::optional<VDCRecording> VDCRecording::read(const std::string& path, const Se
   }
   recording._countsPerNanosecond = countsPerNanosecondOf(recording._format);
   const bool withStates = recording._countsPerNanosecond == 1;
-  const Grammar grammar = grammarFor(recording._format, settings);
+  const Grammar grammar = lineGrammar(recording._format, settings);
   uint64_t summaries = 0;
   VDCSample sample;
   VDPLineReader::readLines(path, [&](std::string_view line) {

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VDCLineKind.h"
@@ -27,6 +29,11 @@ class VDCRecording {
   };
 
   static const std::vector<std::string>& formatNames();
+
+  // A fresh reader of one format's lines (the counter's and the phase reader keep state from
+  // line to line).
+  using Grammar = std::function<VDCLineKind(std::string_view line, VDCSample& sample)>;
+  static Grammar lineGrammar(const std::string& format, const Settings& settings);
 
   // Reads path. On failure the result is empty and error says why, in a sentence for the user.
   static std::optional<VDCRecording> read(const std::string& path, const Settings& settings,

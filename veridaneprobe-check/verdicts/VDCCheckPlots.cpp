@@ -80,7 +80,7 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
   csv.reserve(times.size() * 60);
   csv.appendText("time,time_error,low_pass\n");
   for (size_t i = 0; i < times.size(); ++i) {
-    csv.appendDouble(times[i]);
+    csv.appendDouble(times[i] - times.front());
     csv.appendSeparator();
     csv.appendDouble(errors[i]);
     csv.appendSeparator();
@@ -99,11 +99,28 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
                 "' if sign > 0 else '_')\n";
     }
   }
+  // The settled window is shaded, and the view holds it and the limits: a start-up step of
+  // milliseconds would otherwise flatten the nanoseconds the verdict is about.
   std::string shading;
   if (window.samples() > 0) {
-    shading = "ax1.axvspan(" + numberText(times[window.first]) + ", " +
-              numberText(times[window.end - 1]) +
-              ", color='#d6eaf8', alpha=0.6, zorder=0, label='Settled')\n";
+    double lowest = 0;
+    double highest = 0;
+    for (size_t i = window.first; i < window.end; ++i) {
+      lowest = std::min({lowest, errors[i], lowPassed[i]});
+      highest = std::max({highest, errors[i], lowPassed[i]});
+    }
+    for (const VDMask* mask : masks) {
+      if (mask->metric == "max_abs_te" || mask->metric == "max_abs_te_l") {
+        const double limit = mask->segments.front().limitAt(0);
+        lowest = std::min(lowest, -limit);
+        highest = std::max(highest, limit);
+      }
+    }
+    const double margin = 0.08 * (highest - lowest) + 1e-3;
+    shading = "ax1.axvspan(" + numberText(times[window.first] - times.front()) + ", " +
+              numberText(times[window.end - 1] - times.front()) +
+              ", color='#d6eaf8', alpha=0.6, zorder=0, label='Settled')\n" + "ax1.set_ylim(" +
+              numberText(lowest - margin) + ", " + numberText(highest + margin) + ")\n";
   }
   render("PlotCheckTimeError.py", stem, [&](bool saving, const std::string& plotPath) {
     const std::optional<std::string> outputPath =
@@ -126,7 +143,8 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
     script +=
         "ax1.legend(loc='best' if len(time) <= 20000 else 'upper right', fontsize=11, "
         "framealpha=0.9)\n";
-    script += VDPlotScript::labels("Time (s)", "Time Error (ns)", "Time Error - " + _outputName);
+    script += VDPlotScript::labels("Time since the first sample (s)", "Time Error (ns)",
+                                   "Time Error - " + _outputName);
     script += "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n\n";
     script +=
         VDPlotScript::ending(VDPlotScript::kDefaultPlotSize,

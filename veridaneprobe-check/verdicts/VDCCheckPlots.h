@@ -22,7 +22,7 @@ class VDCCheckPlots {
 
   VDCCheckPlots(std::string outputPath, std::string outputName, ScriptSaver save, ScriptRunner run);
 
-  // times in s, x and its low-pass y in ns.
+  // times in s, x and its low-pass y in ns. The CSV's time is counted from the first sample.
   void plotTimeError(const std::vector<double>& times, const std::vector<double>& errors,
                      const std::vector<double>& lowPassed, const VDCSettledWindow& window,
                      const std::vector<const VDMask*>& masks) const;
