@@ -73,6 +73,10 @@ int VDCCheckRun::run() const {
   if (!recording) {
     return failed(error);
   }
+  if (recording->unfinishedLastLine()) {
+    std::fprintf(stderr, "veridaneprobe-check: %s ends inside a line, which is left out\n",
+                 _options.file.c_str());
+  }
   std::map<std::string, VDCRecording::Stream> streams = recording->streams();
   std::printf("Read %s as %s: %zu %s, %llu other %s\n", _options.file.c_str(),
               recording->format().c_str(), streams.size(),

@@ -17,6 +17,8 @@ namespace {
 
 using Grammar = VDCRecording::Grammar;
 
+constexpr double kLatestTime = 1.8e10;  // s
+
 }  // namespace
 
 VDCRecording::Grammar VDCRecording::lineGrammar(const std::string& format,
@@ -117,9 +119,18 @@ std::optional<VDCRecording> VDCRecording::read(const std::string& path, const Se
   const bool withStates = recording._countsPerNanosecond == 1;
   const Grammar grammar = lineGrammar(recording._format, settings);
   uint64_t summaries = 0;
+  uint64_t lineNumber = 0;
+  std::optional<uint64_t> absurdLine;
   VDCSample sample;
   VDPLineReader::readLines(path, [&](std::string_view line) {
-    switch (grammar(line, sample)) {
+    ++lineNumber;
+    const VDCLineKind kind = grammar(line, sample);
+    // Times become nanoseconds of 64 bits: up to about 570 years, and never before 0.
+    if (kind == VDCLineKind::sample && !(sample.time >= 0 && sample.time < kLatestTime)) {
+      absurdLine = absurdLine.value_or(lineNumber);
+      return;
+    }
+    switch (kind) {
       case VDCLineKind::sample: {
         Stream& stream = recording._streams[sample.stream];
         stream.times.push_back(sample.time);
@@ -137,6 +148,17 @@ std::optional<VDCRecording> VDCRecording::read(const std::string& path, const Se
         break;
     }
   });
+  // A log still being written ends inside a line; that line is not read, and the user hears so.
+  if (status.st_size > 0) {
+    std::ifstream tail(path, std::ios::binary);
+    tail.seekg(status.st_size - 1);
+    recording._unfinishedLastLine = tail.get() != '\n';
+  }
+  if (absurdLine) {
+    error = path + ":" + std::to_string(*absurdLine) + ": the sample's time is before 0 s or " +
+            "beyond " + std::to_string(static_cast<int64_t>(kLatestTime)) + " s";
+    return std::nullopt;
+  }
   if (recording._streams.empty()) {
     if (summaries > 0) {
       error = path + " holds only summary lines (rms, max), no offset per sample: log every " +

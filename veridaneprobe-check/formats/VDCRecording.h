@@ -48,10 +48,13 @@ class VDCRecording {
   int64_t countsPerNanosecond() const { return _countsPerNanosecond; }
   const std::map<std::string, Stream>& streams() const { return _streams; }
   uint64_t otherLines() const { return _otherLines; }
+  // The file ends without a line end: its last line was not read.
+  bool unfinishedLastLine() const { return _unfinishedLastLine; }
 
  private:
   std::string _format;
   int64_t _countsPerNanosecond = 1;
   std::map<std::string, Stream> _streams;
   uint64_t _otherLines = 0;
+  bool _unfinishedLastLine = false;
 };
