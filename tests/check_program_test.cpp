@@ -118,8 +118,9 @@ TEST(CheckProgram, TranscriptsAndFiles) {
        "ticc_time_error.csv",
        // chA - chB to the picosecond, in ns.
        "time,time_error\n1000000500000,0\n1001000500000,0.037\n1002000500000,0.148\n"},
+      // A last line without its line end is left out, and said so.
       {"phase-gaps",
-       phaseWithGap,
+       phaseWithGap + "40 1e-9",
        {"INPUT", "--output", "OUT"},
        {"segment-1/input_tdev.csv", "segment-3/input_time_error.csv"}},
       {"two-sinks",
