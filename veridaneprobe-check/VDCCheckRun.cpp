@@ -157,7 +157,7 @@ int VDCCheckRun::run() const {
   }
   const VDCCheckReport::Verdict verdict = VDCVerdictRun::combined(verdicts);
   if (verdicts.size() > 1) {
-    std::printf("Verdict of all segments: %s\n", VDCCheckReport::verdictText(verdict));
+    std::printf("Verdict of all segments: %s\n", VDMaskVerdict::outcomeText(verdict));
   }
   return VDCCheckReport::exitStatusOf(verdict);
 }

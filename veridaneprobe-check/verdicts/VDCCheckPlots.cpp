@@ -61,13 +61,17 @@ std::vector<VDMaskVerdict::CurvePoint> VDCCheckPlots::maskLine(const VDMask& mas
   return line;
 }
 
-void VDCCheckPlots::render(
-    const std::string& scriptName, const std::string& stem,
-    const std::function<std::string(bool saving, const std::string& plotPath)>& scriptFor) const {
-  _save(_outputPath + "/" + scriptName, scriptFor(false, ""));
-  for (const char* extension : {".png", ".pdf"}) {
-    _run(scriptFor(true, _outputPath + "/" + stem + extension));
-  }
+void VDCCheckPlots::render(const std::string& scriptName, const std::string& stem,
+                           const std::function<std::string(bool saving)>& scriptFor) const {
+  _save(
+      _outputPath + "/" + scriptName,
+      scriptFor(false) + VDPlotScript::ending(VDPlotScript::kDefaultPlotSize, std::nullopt, true));
+  // One run draws the figure once and saves it twice: these plots may hold a day of samples.
+  const std::string stemPath = _outputPath + "/" + stem;
+  const std::string dotsPerInch = std::to_string(VDPlotScript::kDotsPerInch);
+  _run(scriptFor(true) + VDPlotScript::kDefaultPlotSize + "\nf1.tight_layout()\n" + "f1.savefig('" +
+       stemPath + ".png', dpi=" + dotsPerInch + ")\n" + "f1.savefig('" + stemPath +
+       ".pdf', dpi=" + dotsPerInch + ")\nplt.close(f1)\n");
 }
 
 void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
@@ -122,7 +126,7 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
               ", color='#d6eaf8', alpha=0.6, zorder=0, label='Settled')\n" + "ax1.set_ylim(" +
               numberText(lowest - margin) + ", " + numberText(highest + margin) + ")\n";
   }
-  render("PlotCheckTimeError.py", stem, [&](bool saving, const std::string& plotPath) {
+  render("PlotCheckTimeError.py", stem, [&](bool saving) {
     const std::optional<std::string> outputPath =
         saving ? std::optional<std::string>(_outputPath) : std::nullopt;
     std::string script = VDPlotScript::header();
@@ -146,9 +150,6 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
     script += VDPlotScript::labels("Time since the first sample (s)", "Time Error (ns)",
                                    "Time Error - " + _outputName);
     script += "ax1.grid(True, linestyle='-', linewidth=0.8, alpha=0.6)\n\n";
-    script +=
-        VDPlotScript::ending(VDPlotScript::kDefaultPlotSize,
-                             saving ? std::optional<std::string>(plotPath) : std::nullopt, !saving);
     return script;
   });
 }
@@ -221,7 +222,7 @@ void VDCCheckPlots::plotCurve(
                  maskLabel(*mask) + "')\n";
   }
   const std::string stem = _outputName + "_check_" + kind;
-  render("PlotCheck" + title + ".py", stem, [&](bool saving, const std::string& plotPath) {
+  render("PlotCheck" + title + ".py", stem, [&](bool saving) {
     const std::optional<std::string> outputPath =
         saving ? std::optional<std::string>(_outputPath) : std::nullopt;
     std::string script = VDPlotScript::header();
@@ -250,9 +251,6 @@ void VDCCheckPlots::plotCurve(
     script += "ax1.legend(loc='best', fontsize=11, framealpha=0.9)\n";
     script += VDPlotScript::labels("Tau (s)", title + " (ns)", title + " - " + _outputName);
     script += "\n";
-    script +=
-        VDPlotScript::ending(VDPlotScript::kDefaultPlotSize,
-                             saving ? std::optional<std::string>(plotPath) : std::nullopt, !saving);
     return script;
   });
 }

@@ -39,10 +39,10 @@ class VDCCheckPlots {
   void plotCurve(const std::string& kind,
                  const std::map<std::string, std::vector<VDMaskVerdict::CurvePoint>>& curves,
                  const std::vector<const VDMask*>& masks) const;
-  // Saves the script that shows the plot, then runs it twice to save the PNG and the PDF.
-  void render(
-      const std::string& scriptName, const std::string& stem,
-      const std::function<std::string(bool saving, const std::string& plotPath)>& scriptFor) const;
+  // Saves the script that shows the plot, then runs it once to save the PNG and the PDF;
+  // scriptFor gives the script up to its ending.
+  void render(const std::string& scriptName, const std::string& stem,
+              const std::function<std::string(bool saving)>& scriptFor) const;
 
   std::string _outputPath;
   std::string _outputName;

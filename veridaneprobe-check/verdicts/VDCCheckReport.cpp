@@ -98,18 +98,6 @@ VDCCheckReport::VDCCheckReport(Input input, std::vector<VDCMaskCheck> checks, bo
   _verdict = anyFailed ? Verdict::fail : anyNotEvaluated ? Verdict::notEvaluated : Verdict::pass;
 }
 
-const char* VDCCheckReport::verdictText(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::pass:
-      return "PASS";
-    case Verdict::fail:
-      return "FAIL";
-    case Verdict::notEvaluated:
-      break;
-  }
-  return "NOT EVALUATED";
-}
-
 int VDCCheckReport::exitStatusOf(Verdict verdict) {
   switch (verdict) {
     case Verdict::pass:
@@ -136,11 +124,12 @@ std::string VDCCheckReport::consoleText() const {
     }
     text += "\n";
   }
-  return text + "Verdict: " + verdictText(_verdict) + "\n";
+  return text + "Verdict: " + VDMaskVerdict::outcomeText(_verdict) + "\n";
 }
 
 std::string VDCCheckReport::json() const {
-  std::string text = "{\n  \"verdict\": " + jsonString(verdictText(_verdict)) + ",\n";
+  std::string text =
+      "{\n  \"verdict\": " + jsonString(VDMaskVerdict::outcomeText(_verdict)) + ",\n";
   text += "  \"input\": {\"path\": " + jsonString(_input.path) +
           ", \"format\": " + jsonString(_input.format) +
           ", \"samples\": " + std::to_string(_input.samples) +

@@ -14,7 +14,8 @@
 // otherwise (a check the data could not judge is never read as a pass).
 class VDCCheckReport {
  public:
-  enum class Verdict { pass, fail, notEvaluated };
+  // A run's verdict has the three outcomes of a check's.
+  using Verdict = VDMaskVerdict::Outcome;
 
   // What was read, for check.json's "input".
   struct Input {
@@ -43,8 +44,6 @@ class VDCCheckReport {
   // check.json and check.junit.xml into directory; false (with a message on standard error)
   // when one could not be written.
   bool writeFiles(const std::filesystem::path& directory) const;
-
-  static const char* verdictText(Verdict verdict);
 
  private:
   Input _input;
