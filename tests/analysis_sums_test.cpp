@@ -80,7 +80,22 @@ TEST(AnalysisFastSums, ExactAutocorrelationEqualsTheIntegerSumsAtEveryLag) {
   EXPECT_TRUE(VDExactAutocorrelation::of({}).value().empty());
   // Sums the three primes cannot hold are refused, not wrapped.
   EXPECT_FALSE(VDExactAutocorrelation::of({int64_t{1} << 42, 0}).has_value());
-  EXPECT_FALSE(VDExactAutocorrelation::of(std::vector<int64_t>(17, int64_t{1} << 40)).has_value());
+  EXPECT_FALSE(VDExactAutocorrelation::of(std::vector<int64_t>(513, int64_t{1} << 40)).has_value());
+  // Up to N max|y|^2 < 2^89: 17 values of 2^40 are summed exactly.
+  EXPECT_TRUE(VDExactAutocorrelation::of(std::vector<int64_t>(17, int64_t{1} << 40)).value()[0] ==
+              static_cast<__int128>(17) << 80);
+}
+
+TEST(AnalysisFastSums, SequencesBeyondFourMillionValuesStayExact) {
+  // 2^22 + 1 values, one more than the transforms of 2^23 could correlate: exact at the lags
+  // where a lost term would show (the first, around the old length, the last).
+  const std::vector<int64_t> y = randomIntegers((size_t{1} << 22) + 1, 1 << 20, 11);
+  const auto correlation = VDExactAutocorrelation::of(y);
+  ASSERT_TRUE(correlation.has_value());
+  for (const size_t lag : {size_t{0}, size_t{1}, size_t{1} << 21, (size_t{1} << 22) - 1,
+                           size_t{1} << 22}) {
+    EXPECT_TRUE((*correlation)[lag] == bruteForceCorrelation(y, lag)) << "lag " << lag;
+  }
 }
 
 TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {

@@ -10,9 +10,9 @@
 // integer. That is O(N log N) where summing lag by lag is O(N^2).
 class VDExactAutocorrelation {
  public:
-  // c[0] .. c[N-1]; nothing when the sequence is too long for the transforms (over 2^22
+  // c[0] .. c[N-1]; nothing when the sequence is too long for the transforms (over 2^25
   // values) or its values too large for the three primes to hold every sum (N max|y|^2 must
-  // stay below 2^84).
+  // stay below 2^89).
   static std::optional<std::vector<__int128>> of(const std::vector<int64_t>& sequence);
 
   // True when every sum of products of the sequence's values, at any lag and over any stretch,

@@ -12,15 +12,28 @@
 // The operations are templates on the prime, so every reduction is by a constant.
 class VDNumberTheoreticTransform {
  public:
-  // Primes of the form k 2^s + 1 with 3 a primitive root: each has roots of unity of every power
-  // of two up to 2^23.
-  static constexpr uint32_t kPrime1 = 998244353;  // 119 * 2^23 + 1
-  static constexpr uint32_t kPrime2 = 167772161;  // 5 * 2^25 + 1
-  static constexpr uint32_t kPrime3 = 469762049;  // 7 * 2^26 + 1
-  static constexpr size_t kLargestTransform = size_t{1} << 23;
-  // Integers whose magnitude stays below this (about 2^85, half the product of the primes) are
-  // recovered from their residues.
-  static constexpr unsigned __int128 kLargestMagnitude = static_cast<unsigned __int128>(1) << 84;
+  // Primes of the form k 2^s + 1 below 2^31 (the butterflies' reductions need 2p < 2^32): each
+  // has roots of unity of every power of two up to 2^26, so sequences of up to 2^25 values (a
+  // year of 1 PPS) are correlated exactly. The largest such primes, for the widest sums.
+  static constexpr uint32_t kPrime1 = 2013265921;  // 15 * 2^27 + 1, primitive root 31
+  static constexpr uint32_t kPrime2 = 1811939329;  // 27 * 2^26 + 1, primitive root 13
+  static constexpr uint32_t kPrime3 = 469762049;   // 7 * 2^26 + 1, primitive root 3
+  static constexpr size_t kLargestTransform = size_t{1} << 26;
+  // Integers whose magnitude stays below this (half the product of the primes is about 2^89.5)
+  // are recovered from their residues.
+  static constexpr unsigned __int128 kLargestMagnitude = static_cast<unsigned __int128>(1) << 89;
+
+  // A primitive root of each prime: its powers make the roots of unity.
+  template <uint32_t Prime>
+  static constexpr uint32_t primitiveRoot() {
+    if constexpr (Prime == kPrime1) {
+      return 31;
+    } else if constexpr (Prime == kPrime2) {
+      return 13;
+    } else {
+      return 3;
+    }
+  }
 
   template <uint32_t Prime>
   static uint32_t multiply(uint32_t a, uint32_t b) {
@@ -65,7 +78,7 @@ class VDNumberTheoreticTransform {
       if (half == 0) {
         return;
       }
-      const uint32_t root = power<Prime>(3, (Prime - 1) / size);
+      const uint32_t root = power<Prime>(primitiveRoot<Prime>(), (Prime - 1) / size);
       _twiddles[half] = 1;
       for (size_t k = 1; k < half; ++k) {
         _twiddles[half + k] = multiply<Prime>(_twiddles[half + k - 1], root);
@@ -118,7 +131,7 @@ class VDNumberTheoreticTransform {
   };
 
   // The butterflies of one block of a transform stage: low[k], high[k] = low[k] +- high[k] w_k
-  // (high = low + half), with w_k = twiddles[k] and its Shoup quotient, modulo prime < 2^30. One
+  // (high = low + half), with w_k = twiddles[k] and its Shoup quotient, modulo prime < 2^31. One
   // function for every prime, built for several instruction sets.
   static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
                           const uint32_t* quotients, uint32_t prime);

@@ -14,15 +14,28 @@ using NTT = VDNumberTheoreticTransform;
 // up to a block of lags further never wrap around.
 constexpr size_t kBlock = 2048;
 constexpr size_t kTransformSize = 2 * kBlock;
-// Products of residues below 2^30 added to a 64-bit sum before it must be reduced.
-constexpr int kProductsPerReduction = 16;
 
 #define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 
-VD_CLONES void addProducts(uint64_t* sums, const uint32_t* a, const uint32_t* b, size_t count) {
+// sums[k] += a[k] b[k], each kept below 2^63 by taking off multiple, a multiple of the prime in
+// [2^62, 2^63): a product of residues below 2^31 is below 2^62, so the sum never wraps, and the
+// sums stay congruent to the true ones while the loop vectorises (no division).
+VD_CLONES void addProducts(uint64_t* sums, const uint32_t* a, const uint32_t* b, size_t count,
+                           uint64_t multiple) {
   for (size_t k = 0; k < count; ++k) {
-    sums[k] += static_cast<uint64_t>(a[k]) * b[k];
+    const uint64_t sum = sums[k] + static_cast<uint64_t>(a[k]) * b[k];
+    sums[k] = sum >= (uint64_t{1} << 63) ? sum - multiple : sum;
   }
+}
+
+// The multiple of Prime in [2^62, 2^63) that addProducts takes off.
+template <uint32_t Prime>
+constexpr uint64_t largeMultiple() {
+  uint64_t multiple = Prime;
+  while (multiple < (uint64_t{1} << 62)) {
+    multiple <<= 1;
+  }
+  return multiple;
 }
 
 // Exact when every partial sum fits in int64 (the caller checks).
@@ -133,15 +146,10 @@ void VDPrefixCorrelation::sumWholeBlocks(const VDNumberTheoreticTransform::Plan<
                                          std::vector<uint32_t>& residues) const {
   const auto lagBlock = static_cast<size_t>(queries[first].lag) / kBlock;
   std::vector<uint64_t> sums(kTransformSize, 0);
-  int pending = 0;
   for (size_t block = 0; block < wholeBlocks && block + lagBlock < _blockCount; ++block) {
     addProducts(sums.data(), _blockTransforms[primeIndex].data() + block * kTransformSize,
                 _pairTransforms[primeIndex].data() + (block + lagBlock) * kTransformSize,
-                kTransformSize);
-    if (++pending == kProductsPerReduction) {
-      reduce<Prime>(sums);
-      pending = 0;
-    }
+                kTransformSize, largeMultiple<Prime>());
   }
   reduce<Prime>(sums);
   std::vector<uint32_t> correlation(sums.begin(), sums.end());
