@@ -385,10 +385,11 @@ std::vector<uint64_t> VDMaximumRangeSearch::sweptRanges(const VDWindowRange& win
       const int64_t starts = std::min(blockStarts, sampleCount - segmentStart - blockStart);
       const int64_t reach = std::min(sampleCount - 1, blockStart + blockStarts - 1 + segmentEnd);
       const int64_t carried = carriedWindow[block];
-      uint64_t bound;
-      if (carried < 0) {
-        bound = blockRangeBound(blockStart, reach);
-      } else {
+      // The block's whole span first, from the sparse table in O(1): on smooth series most
+      // blocks stop here, before the tighter bound from their carried windows costs a pass
+      // over their starts.
+      uint64_t bound = blockRangeBound(blockStart, reach);
+      if (carried >= 0 && bound > running) {
         // Each carried window widened by every sample it may take in up to segmentEnd.
         int64_t addedMaximum;
         int64_t addedMinimum;
