@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <optional>
+#include <utility>
 
 #include "VDCSVBuffer.h"
 #include "VDPlotScript.h"
@@ -12,6 +14,9 @@ namespace {
 constexpr const char* kLowPassColour = "#e67e22";
 constexpr const char* kBeyondColour = "#c0392b";
 constexpr const char* kMaskColours[] = {"#117a65", "#7d3c98", "#2e4053", "#b7950b", "#a04000"};
+// Dash patterns by turn, so that a mask drawn over another's stretch leaves it visible.
+constexpr const char* kMaskDashes[] = {"(0, (6, 3))", "(0, (2, 2))", "(0, (8, 3, 2, 3))",
+                                       "(0, (12, 4))"};
 
 std::string pythonList(const std::vector<double>& values) {
   VDCSVBuffer text;
@@ -32,7 +37,44 @@ std::string numberText(double value) {
   return text.text();
 }
 
-std::string maskLabel(const VDMask& mask) { return mask.id + " " + mask.metric; }
+// The lines of the masks that pass, each drawn once: masks whose lines would coincide (classes A
+// and B of one metric) share one, labelled with all their ids. A line is a number for the
+// single-number limits, two arrays (tau, limit) for curves within [firstTau, lastTau].
+std::vector<std::pair<std::string, std::string>> sharedLines(
+    const std::vector<const VDMask*>& masks, const std::function<bool(const VDMask&)>& passes,
+    double firstTau = 0, double lastTau = 0) {
+  std::vector<std::pair<std::string, std::string>> lines;
+  for (const VDMask* mask : masks) {
+    if (!passes(*mask)) {
+      continue;
+    }
+    std::string line;
+    if (mask->curve) {
+      std::vector<double> taus;
+      std::vector<double> limits;
+      for (const VDMaskVerdict::CurvePoint& point :
+           VDCCheckPlots::maskLine(*mask, firstTau, lastTau)) {
+        taus.push_back(point.tau);
+        limits.push_back(point.value);
+      }
+      line = pythonList(taus) + ", " + pythonList(limits);
+    } else {
+      line = numberText(mask->segments.front().limitAt(0));
+    }
+    // The same line of another metric is another line.
+    const std::string label = mask->id + " " + mask->metric;
+    const auto same = std::find_if(lines.begin(), lines.end(), [&](const auto& drawn) {
+      return drawn.first == line &&
+             drawn.second.substr(drawn.second.rfind(' ')) == label.substr(label.rfind(' '));
+    });
+    if (same == lines.end()) {
+      lines.emplace_back(line, label);
+    } else {
+      same->second.insert(same->second.rfind(' '), ", " + mask->id);
+    }
+  }
+  return lines;
+}
 
 }  // namespace
 
@@ -94,14 +136,14 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
   csv.writeToFile(_outputPath + "/" + stem + ".csv");
 
   std::string limits;
-  for (const VDMask* mask : masks) {
-    if (mask->metric == "max_abs_te" || mask->metric == "max_abs_te_l") {
-      const std::string limit = numberText(mask->segments.front().limitAt(0));
-      limits += "for sign in (1, -1):\n    ax1.axhline(sign * " + limit +
-                ", color='#fac205', linestyle='" + (mask->metric == "max_abs_te" ? "-" : "--") +
-                "', linewidth=1.2, label='" + maskLabel(*mask) + " limit" +
-                "' if sign > 0 else '_')\n";
-    }
+  int colour = 0;
+  for (const auto& [limit, label] : sharedLines(masks, [](const VDMask& mask) {
+         return mask.metric == "max_abs_te" || mask.metric == "max_abs_te_l";
+       })) {
+    limits += "for sign in (1, -1):\n    ax1.axhline(sign * " + limit + ", color='" +
+              kMaskColours[colour++ % 5] + "', linestyle='" +
+              (label.find("max_abs_te_l") == std::string::npos ? "-" : "--") +
+              "', linewidth=1.2, label='" + label + "' if sign > 0 else '_')\n";
   }
   // The settled window is shaded, and the view holds it and the limits: a start-up step of
   // milliseconds would otherwise flatten the nanoseconds the verdict is about.
@@ -207,19 +249,14 @@ void VDCCheckPlots::plotCurve(
   }
   std::string maskLines;
   int colour = 0;
-  for (const VDMask* mask : masks) {
-    if (mask->metric != kind && mask->metric != "dte_l_" + kind) {
-      continue;
-    }
-    std::vector<double> taus;
-    std::vector<double> limits;
-    for (const VDMaskVerdict::CurvePoint& point : maskLine(*mask, firstTau, lastTau)) {
-      taus.push_back(point.tau);
-      limits.push_back(point.value);
-    }
-    maskLines += "ax1.loglog(" + pythonList(taus) + ", " + pythonList(limits) + ", color='" +
-                 kMaskColours[colour++ % 5] + "', linestyle='--', linewidth=1.5, label='" +
-                 maskLabel(*mask) + "')\n";
+  const auto ofThisKind = [&kind](const VDMask& mask) {
+    return mask.metric == kind || mask.metric == "dte_l_" + kind;
+  };
+  for (const auto& [line, label] : sharedLines(masks, ofThisKind, firstTau, lastTau)) {
+    maskLines += "ax1.loglog(" + line + ", color='" + kMaskColours[colour % 5] +
+                 "', linestyle=" + kMaskDashes[colour % 4] + ", linewidth=1.6, label='" + label +
+                 "')\n";
+    ++colour;
   }
   const std::string stem = _outputName + "_check_" + kind;
   render("PlotCheck" + title + ".py", stem, [&](bool saving) {
