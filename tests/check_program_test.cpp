@@ -3,6 +3,7 @@
 // files a run leaves.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <filesystem>
@@ -90,6 +91,7 @@ TEST(CheckProgram, TranscriptsAndFiles) {
       {"bad-format", "", {"--format", "pcap", "INPUT"}, {}},
       {"unknown-mask", ptp4lLog(40, 0, 0), {"--mask", "g8273.2-e", "INPUT"}, {}},
       {"missing-file", "", {"/nonexistent/ptp4l.log"}, {}},
+      {"servo-of-phase", "1e-9\n2e-9\n", {"INPUT", "--mask", "g811-prc", "--settle", "servo"}, {}},
       {"binary",
        std::string("\x7f"
                    "ELF\x02\x01\x01\0\0\0\xff\xfe\n\x01\x02",
@@ -129,7 +131,9 @@ TEST(CheckProgram, TranscriptsAndFiles) {
        {"input_time_error.csv"}},
   };
   for (const CheckRun& run : runs) {
-    const fs::path work = fs::temp_directory_path() / ("vdc-" + std::string(run.name));
+    // Apart per process, so that two runs of the suite do not share a scratch directory.
+    const fs::path work = fs::temp_directory_path() /
+                          ("vdc-" + std::string(run.name) + "-" + std::to_string(getpid()));
     fs::remove_all(work);
     fs::create_directories(work);
     TestSupport::writeFile(work / "input.log", run.input);

@@ -73,6 +73,11 @@ int VDCCheckRun::run() const {
   if (!recording) {
     return failed(error);
   }
+  const bool withServoStates = !recording->streams().begin()->second.servoStates.empty();
+  if (!masks.empty() && !_options.verdicts.settleSeconds && !withServoStates) {
+    return failed("--settle servo needs a linuxptp log, which gives the servo's state; " +
+                  recording->format() + " has none (settle by seconds instead)");
+  }
   if (recording->unfinishedLastLine()) {
     std::fprintf(stderr, "veridaneprobe-check: %s ends inside a line, which is left out\n",
                  _options.file.c_str());
