@@ -124,7 +124,11 @@ TEST(CheckProgram, TranscriptsAndFiles) {
       {"phase-gaps",
        phaseWithGap + "40 1e-9",
        {"INPUT", "--output", "OUT"},
-       {"segment-1/input_tdev.csv", "segment-3/input_time_error.csv"}},
+       {"segment-1/input_tdev.csv", "segment-3/input_time_error.csv"},
+       "gaps.csv",
+       "kind,sample,time,step\n"
+       "gap,20,21,2\n"
+       "gap,22,24,2\n"},
       {"two-sinks",
        twoSinks,
        {"INPUT", "--output", "OUT", "--stream", "/dev/ptp1"},

@@ -7,6 +7,7 @@
 
 #include "VDCContinuity.h"
 #include "VDCMaskListing.h"
+#include "VDCSVBuffer.h"
 #include "VDCVerdictRun.h"
 #include "VDPFileSystem.h"
 #include "VDPProcessSingleTimeError.h"
@@ -108,6 +109,14 @@ int VDCCheckRun::run() const {
     std::fputs(continuity.summary(streamName, stream.times).c_str(), stdout);
     const std::string streamDirectory =
         streams.size() == 1 ? output : VDPFileSystem::joinedPath(output, directoryName(streamName));
+    if (!continuity.continuous()) {
+      // Where every gap and disorder is, beside the segments' results.
+      std::error_code created;
+      std::filesystem::create_directories(streamDirectory, created);
+      VDCSVBuffer breaks;
+      breaks.appendText(continuity.breaksCSV(stream.times));
+      breaks.writeToFile(VDPFileSystem::joinedPath(streamDirectory, "gaps.csv"));
+    }
     int segmentNumber = 0;
     for (const VDCContinuity::Segment& segment : continuity.segments) {
       ++segmentNumber;

@@ -77,3 +77,21 @@ std::string VDCContinuity::summary(const std::string& stream,
   }
   return text + "\n";
 }
+
+std::string VDCContinuity::breaksCSV(const std::vector<double>& times) const {
+  std::vector<std::pair<const Break*, const char*>> breaks;
+  for (const Break& gap : gaps) {
+    breaks.emplace_back(&gap, "gap");
+  }
+  for (const Break& step : disorder) {
+    breaks.emplace_back(&step, "disorder");
+  }
+  std::sort(breaks.begin(), breaks.end(),
+            [](const auto& a, const auto& b) { return a.first->sample < b.first->sample; });
+  std::string text = "kind,sample,time,step\n";
+  for (const auto& [at, kind] : breaks) {
+    text += std::string(kind) + "," + std::to_string(at->sample) + "," +
+            number(times[at->sample] - times.front(), 17) + "," + number(at->step, 17) + "\n";
+  }
+  return text;
+}

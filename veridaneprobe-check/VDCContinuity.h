@@ -33,4 +33,7 @@ struct VDCContinuity {
   bool continuous() const { return gaps.empty() && disorder.empty(); }
   // One line for the console: the samples, the interval, the gaps and the disorder.
   std::string summary(const std::string& stream, const std::vector<double>& times) const;
+  // Every break as a CSV row, in the order of the samples: "kind,sample,time,step" with kind gap
+  // or disorder, the sample after the break, its time after the first sample and the step, s.
+  std::string breaksCSV(const std::vector<double>& times) const;
 };
