@@ -180,14 +180,18 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
   }
   size_t first = 0;
   while (first < queries.size()) {
-    // The queries whose lags share a block of lags; the smallest starts says how many blocks
-    // all of them take whole.
+    // The queries whose lags share a block of lags; the fewest starts among them says how many
+    // blocks all of them take whole.
     const auto lagBlock = static_cast<size_t>(queries[first].lag) / kBlock;
     size_t end = first;
     while (end < queries.size() && static_cast<size_t>(queries[end].lag) / kBlock == lagBlock) {
       ++end;
     }
-    const uint64_t wholeBlocks = static_cast<uint64_t>(queries[first].starts) / kBlock;
+    int64_t fewestStarts = queries[first].starts;
+    for (size_t q = first; q < end; ++q) {
+      fewestStarts = std::min(fewestStarts, queries[q].starts);
+    }
+    const uint64_t wholeBlocks = static_cast<uint64_t>(fewestStarts) / kBlock;
     if (wholeBlocks > 0) {
       sumWholeBlocks<NTT::kPrime1>(_plan1, 0, queries, first, end, wholeBlocks, residues[0]);
       sumWholeBlocks<NTT::kPrime2>(_plan2, 1, queries, first, end, wholeBlocks, residues[1]);

@@ -22,7 +22,9 @@ class VDPrefixCorrelation {
   // Nothing when not every sum can be had exactly (VDExactAutocorrelation::holdsEverySum).
   static std::optional<VDPrefixCorrelation> of(std::vector<int64_t> sequence);
 
-  // The sums for queries in ascending lag, with starts ascending too.
+  // The sums for queries in ascending lag. Queries of lags in one block of 2048 are summed
+  // together: their starts should lie within a block of each other, or the surplus is summed
+  // term by term.
   std::vector<__int128> sums(const std::vector<Query>& queries) const;
 
  private:
