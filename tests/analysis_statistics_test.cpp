@@ -341,6 +341,13 @@ TEST(AnalysisStatistics, MtieIsExactForTheWidestIntegerSpread) {
 }
 
 TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
+  // 1001 samples 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is 1.0000000000000002).
+  VDMaximumTimeIntervalErrorAnalysis mtie(
+      TestSupport::timeErrorValues(noise(Noise::kWhite, 1001, 0, 9), 1000000000, 0));
+  mtie.performAnalysisFromStartWindowSize(1, 1000, 1);
+  for (const VDStatisticPoint& point : mtie.points()) {
+    ASSERT_EQ(point.tau, static_cast<double>(point.windowSize)) << point.windowSize;
+  }
   const std::vector<int64_t> errors = noise(Noise::kWhite, 50, 0, 8);
   // 125 ms apart, starting before the epoch: the timestamps arrive wrapped.
   VDAllanDeviationAnalysis adev(

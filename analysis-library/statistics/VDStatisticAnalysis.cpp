@@ -19,7 +19,13 @@ double sampleIntervalOf(const std::vector<VDTimeErrorValue>& values) {
   if (span <= 0) {
     return 1.0;
   }
-  return static_cast<double>(span) * 1e-9 / static_cast<double>(values.size() - 1);
+  // Evenly spaced in whole nanoseconds (1 PPS, 16 Hz): the interval exactly, so that 1 PPS gives
+  // tau = m s, not m times 1.0000000000000002.
+  const auto intervals = static_cast<int64_t>(values.size() - 1);
+  if (span % intervals == 0) {
+    return static_cast<double>(span / intervals) / 1e9;
+  }
+  return static_cast<double>(span) * 1e-9 / static_cast<double>(intervals);
 }
 
 }  // namespace
