@@ -327,9 +327,12 @@ void VDCCheckPlots::plotCurve(
       script += "ax1.loglog(tau[shown], value[shown], color='" + std::string(curve.colour) +
                 "', linestyle='-', linewidth=1.5, marker=markerStyle, markersize=4, label='" +
                 curve.label + "', rasterized=rasterizeCurve, zorder=3)\n";
+      // Of the points drawn, those beyond a mask: a mark each (a mark per window of a long curve
+      // would hide it and cost seconds in a PDF).
       script +=
-          "beyondTau.extend(tau[records.beyond == 1])\n"
-          "beyondValue.extend(value[records.beyond == 1])\n";
+          "beyond = records.beyond[shown] == 1\n"
+          "beyondTau.extend(tau[shown][beyond])\n"
+          "beyondValue.extend(value[shown][beyond])\n";
     }
     script += maskLines;
     script +=
