@@ -1,6 +1,7 @@
 #include "VDExactLaggedDifferenceSums.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <utility>
 
@@ -61,14 +62,10 @@ std::vector<__int128> autocorrelation(const std::vector<int64_t>& sequence, int6
                            : VDPrefixCorrelation::of(sequence)->sums(queries);
 }
 
-}  // namespace
-
-std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
-    const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
-    const std::function<void(uint64_t)>& lagsDone) {
-  if (!VDExactAutocorrelation::holdsEverySum(sequence)) {
-    return std::nullopt;
-  }
+// The exact sums of a sequence whose every sum the transforms hold.
+std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
+                                const VDWindowRange& lags,
+                                const std::function<void(uint64_t)>& lagsDone) {
   const std::vector<int64_t>& c = coefficientsOf(order);
   // X_ab = sum_j u[j+am] u[j+bm] over the N - order m starts j is the autocorrelation at lag
   // (b-a)m less the products before start am (head, on the sequence) and those after the last
@@ -103,7 +100,7 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
   for (size_t i = 0; i < count; ++i) {
     squares[i + 1] = squares[i] + static_cast<__int128>(sequence[i]) * sequence[i];
   }
-  std::vector<double> sums(lags.count());
+  std::vector<__int128> sums(lags.count());
   for (uint64_t first = 0; first < lags.count(); first += kLagsPerReport) {
     const uint64_t end = std::min(lags.count(), first + kLagsPerReport);
     const auto headSums = prefixSums(headCorrelation, heads, lags, first, end);
@@ -125,11 +122,89 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
           sum += 2 * c[a] * c[b] * products;
         }
       }
-      sums[index] = static_cast<double>(sum);
+      sums[index] = sum;
     }
     if (lagsDone) {
       lagsDone(end);
     }
   }
   return sums;
+}
+
+// The halves of a sequence split at bit K, u = 2^K h + l with 0 <= l < 2^K, and their sum,
+// when all three are small enough for exact sums; K halves the bits of the largest value.
+std::optional<std::array<std::vector<int64_t>, 3>> splitSequence(
+    const std::vector<int64_t>& sequence, int& bits) {
+  uint64_t largest = 0;
+  for (const int64_t value : sequence) {
+    largest = std::max(largest,
+                       value < 0 ? 0 - static_cast<uint64_t>(value) : static_cast<uint64_t>(value));
+  }
+  if (largest >= (uint64_t{1} << 62)) {
+    return std::nullopt;
+  }
+  bits = (64 - __builtin_clzll(largest | 1) + 1) / 2;
+  std::array<std::vector<int64_t>, 3> parts;
+  for (std::vector<int64_t>& part : parts) {
+    part.reserve(sequence.size());
+  }
+  for (const int64_t value : sequence) {
+    const int64_t high = value >> bits;  // arithmetic shift: floor
+    const int64_t low = value - high * (int64_t{1} << bits);
+    parts[0].push_back(high);
+    parts[1].push_back(low);
+    parts[2].push_back(high + low);
+  }
+  for (const std::vector<int64_t>& part : parts) {
+    if (!VDExactAutocorrelation::holdsEverySum(part)) {
+      return std::nullopt;
+    }
+  }
+  return parts;
+}
+
+}  // namespace
+
+bool VDExactLaggedDifferenceSums::sums(const std::vector<int64_t>& sequence) {
+  int bits = 0;
+  return VDExactAutocorrelation::holdsEverySum(sequence) ||
+         splitSequence(sequence, bits).has_value();
+}
+
+std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
+    const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
+    const std::function<void(uint64_t)>& lagsDone) {
+  std::vector<double> rounded(lags.count());
+  if (VDExactAutocorrelation::holdsEverySum(sequence)) {
+    const std::vector<__int128> exact = exactSums(sequence, order, lags, lagsDone);
+    std::transform(exact.begin(), exact.end(), rounded.begin(),
+                   [](__int128 sum) { return static_cast<double>(sum); });
+    return rounded;
+  }
+  int bits = 0;
+  const auto parts = splitSequence(sequence, bits);
+  if (!parts) {
+    return std::nullopt;
+  }
+  // Three passes over the lags, reported as one that never repeats a count.
+  std::vector<__int128> partSums[3];
+  std::optional<uint64_t> reported;
+  for (int part = 0; part < 3; ++part) {
+    const uint64_t count = lags.count();
+    partSums[part] = exactSums((*parts)[part], order, lags, [&](uint64_t done) {
+      const uint64_t overall = (static_cast<uint64_t>(part) * count + done) / 3;
+      if (lagsDone && (!reported || overall > *reported)) {
+        reported = overall;
+        lagsDone(overall);
+      }
+    });
+  }
+  for (size_t index = 0; index < rounded.size(); ++index) {
+    const __int128 high = partSums[0][index];
+    const __int128 low = partSums[1][index];
+    const __int128 cross = partSums[2][index] - high - low;  // twice the mixed sum
+    // Q(u) stays below 2^127: N (8 max|u|)^2 for at most 2^25 values below 2^47.
+    rounded[index] = static_cast<double>(((high << bits) + cross) * (__int128{1} << bits) + low);
+  }
+  return rounded;
 }

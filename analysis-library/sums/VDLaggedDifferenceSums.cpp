@@ -189,7 +189,7 @@ double sumOfSquaredIntegerDifferences(const int64_t* y, int order, size_t lag, s
 
 VDLaggedDifferenceSums::VDLaggedDifferenceSums(std::vector<int64_t> sequence, int order)
     : _order(order) {
-  if (VDExactAutocorrelation::holdsEverySum(sequence)) {
+  if (VDExactLaggedDifferenceSums::sums(sequence)) {
     _exactSequence = sequence;
   }
   const bool exactInDoubles = std::all_of(sequence.begin(), sequence.end(), [](int64_t value) {
