@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "VDAllanDeviationAnalysis.h"
 #include "VDCContinuity.h"
 #include "VDCRecording.h"
 
@@ -70,6 +71,28 @@ TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
   // Each format's sample lines are recognised as that format.
   for (const auto& [format, lines] : linesOf) {
     EXPECT_EQ(VDCRecording::recognisedFormat(lines, {}), format);
+  }
+}
+
+TEST(CheckFormats, PhaseDataKeepsItsPicosecondsThroughTheStatistics) {
+  // PHASE.DAT read as phase data in seconds: the published overlapping ADEV (one of the
+  // octaves' rows of PHASE.DAT-oadev-octave-stable32.txt each).
+  std::string error;
+  const auto recording =
+      VDCRecording::read((TestSupport::sourceDir() / "tests/data/PHASE.DAT").string(), {}, error);
+  ASSERT_TRUE(recording.has_value()) << error;
+  EXPECT_EQ(recording->format(), "phase");
+  const VDCRecording::Stream& phase = recording->streams().at("phase");
+  std::vector<VDTimeErrorValue> values;
+  for (size_t i = 0; i < phase.times.size(); ++i) {
+    values.emplace_back(static_cast<uint64_t>(phase.times[i] * 1e9), phase.errors[i]);
+  }
+  VDAllanDeviationAnalysis adev(values);
+  adev.setCountsPerNanosecond(recording->countsPerNanosecond());
+  adev.performAnalysisFromStartWindowSize(2, 128, 1);
+  for (const auto& [window, published] :
+       {std::pair<size_t, double>{2, 2.0102e-01}, {16, 6.1915e-02}, {128, 2.7674e-02}}) {
+    EXPECT_NEAR(adev.points()[window - 2].value, published, 1e-4 * published) << window;
   }
 }
 
