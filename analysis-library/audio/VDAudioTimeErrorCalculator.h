@@ -168,8 +168,6 @@ class VDAudioTimeErrorCalculator {
   Tracking newTracking() const;
   int64_t secondsInSamples(double seconds) const;
   double windowCentre(int64_t start) const;
-  double windowCentreSeconds(const Window& window) const;
-  double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
   void measureBackwards(int64_t firstUsed, Tracking& tracking);
   // Correlates around predicted and judges the peak; may move predicted to where the peak lies.
