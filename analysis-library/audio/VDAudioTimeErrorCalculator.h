@@ -9,6 +9,8 @@
 
 #include "VDTimeErrorValue.h"
 
+struct VDAudioTracking;
+
 // A VDAudioTimeErrorCalculator measures, window by window, how far channel B of two recordings
 // of one signal lags channel A, by cross-correlating them, and gives the series as time errors.
 //
@@ -144,7 +146,7 @@ class VDAudioTimeErrorCalculator {
   CorrelationType correlationType() const { return _correlationType; }
 
  private:
-  struct Tracking;
+  using Tracking = VDAudioTracking;
 
   // The correlation's best whole-sample offset from the predicted delay and how it was judged.
   struct Peak {
