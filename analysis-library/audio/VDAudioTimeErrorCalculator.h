@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "VDLagSearch.h"
 #include "VDTimeErrorValue.h"
 
 struct VDAudioTracking;
@@ -158,13 +159,7 @@ class VDAudioTimeErrorCalculator {
     double uncertainty = std::numeric_limits<double>::infinity();  // samples
   };
 
-  // A lag found by a search: the lag at the centre of the stretch of A searched with.
-  struct SearchHit {
-    int64_t lag = 0;
-    double polarity = 1.0;
-    double centre = 0.0;
-    double prominence = 0.0;  // the peak's score over the highest other
-  };
+  using SearchHit = VDLagSearchHit;
 
   bool parametersUsable() const;
   Tracking newTracking() const;
