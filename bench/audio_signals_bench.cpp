@@ -10,7 +10,8 @@
 // cross-correlation of each window of A against B over +-3.2 s with a parabola through the peak
 // (BM_PlainCorrelation): coverage (windows with a value over windows with signal in both
 // channels), rms_ns and max_ns (error against the truth over the values), off_1us (values off
-// by more than 1 us) and x_realtime.
+// by more than 1 us) and x_realtime; for the calculator also how many windows with signal it
+// judged silent, weak, ambiguous, uncertain, lost or outside.
 
 #include <benchmark/benchmark.h>
 
@@ -283,7 +284,9 @@ void BM_Calculator(benchmark::State& state) {
   state.SetLabel(kCases[index].name);
   Score score;
   double seconds = 0;
+  int64_t statuses[7] = {};  // by WindowStatus, over the windows with signal
   for (auto _ : state) {
+    std::fill(std::begin(statuses), std::end(statuses), 0);
     VDAudioTimeErrorCalculator calculator(pair.a.data(), pair.b.data(), kSamples, kInterval,
                                           kLength, kUpscale, kRate,
                                           VDAudioTimeErrorCalculator::kPostResampler);
@@ -295,6 +298,7 @@ void BM_Calculator(benchmark::State& state) {
     for (size_t w = 0; w < windows.size() && w < pair.signal.size(); ++w) {
       if (!pair.signal[w]) continue;
       ++score.withSignal;
+      ++statuses[static_cast<int>(windows[w].status)];
       if (windows[w].status == VDAudioTimeErrorCalculator::WindowStatus::Used) {
         score.add(windows[w].start, windows[w].refinedLag, kCases[index].offset,
                   periodOf(kCases[index]));
@@ -302,6 +306,11 @@ void BM_Calculator(benchmark::State& state) {
     }
   }
   score.report(state, seconds);
+  // Why the others gave no value.
+  const char* names[7] = {"used", "silent", "weak", "ambiguous", "uncertain", "lost", "outside"};
+  for (int i = 1; i < 7; ++i) {
+    if (statuses[i] > 0) state.counters[names[i]] = static_cast<double>(statuses[i]);
+  }
 }
 
 // Each window of A against B over +-kPlainRangeSeconds; the largest correlation (of either sign

@@ -44,10 +44,11 @@ constexpr size_t kCoarseCandidates = 3;
 
 constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
 constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
-// A value whose standard uncertainty exceeds a hundredth of a sample (208 ns at 48 kHz) is not
+// A value whose standard uncertainty exceeds 208 ns (a hundredth of a sample at 48 kHz) is not
 // given: such windows (a quiet syllable, a note fading into the noise) would scatter by
-// microseconds and wreck the statistics drawn from the series.
-constexpr double kMaximumUncertainty = 0.01;
+// microseconds and wreck the statistics drawn from the series. The limit is a time, not a
+// fraction of a sample, so that a recording at 96 kHz is not held to half of it.
+constexpr double kMaximumUncertaintySeconds = 0.01 / 48000.0;
 
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
@@ -353,7 +354,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
   // judged once it has been measured again through the drift.
   const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
   if (status == WindowStatus::Used && judgeUncertainty &&
-      !(peak.uncertainty <= kMaximumUncertainty)) {
+      !(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
     // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
     // less at the whole-sample peak than at the true one, which would make it look noisy: once
     // more, centred between the samples where the peak lies.
@@ -366,7 +367,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
       predicted = centred;
       peak = again;
     }
-    if (!(peak.uncertainty <= kMaximumUncertainty)) {
+    if (!(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
       status = WindowStatus::Uncertain;
     }
   }
@@ -425,7 +426,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       }
     }
     for (Window* earlier : tracking.provisional) {
-      if (!(earlier->delayUncertainty <= kMaximumUncertainty)) {
+      if (!(earlier->delayUncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
         earlier->status = WindowStatus::Uncertain;
       }
     }

@@ -82,8 +82,8 @@ struct VDAudioTracking;
 //              is not known yet, or the best peak lies away from the prediction (a step that the
 //              next window has not confirmed, or a wrong match);
 //   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
-//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds a hundredth of a
-//              sample (208 ns at 48 kHz);
+//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns (a
+//              hundredth of a sample at 48 kHz, a fiftieth at 96 kHz);
 //   lost       its peak lies on the edge of the +-32 sample range;
 //   outside    less than half of it has both channels' neighbourhoods inside the recordings (its
 //              match in B lies beyond B's start or end).
