@@ -10,12 +10,15 @@
 #include <optional>
 #include <utility>
 
-#include "VDCSVBuffer.h"
+#include "VDAudioTracking.h"
+#include "VDAudioWindowExport.h"
 #include "VDCoarseOffsetSearch.h"
 #include "VDCorrelationPeak.h"
 #include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
-#include "VDResultPath.h"
+#include "VDLagSearch.h"
+#include "VDPeakRefinement.h"
+#include "VDResamplingKernel.h"
 
 namespace {
 
@@ -23,16 +26,14 @@ namespace {
 // peak by a small fraction of a sample per window; the margin absorbs jitter and fast drift.
 constexpr int64_t kTrackingRadius = 32;
 
-// Kaiser-windowed sinc interpolator: 40 taps, beta 11. At 48 kHz its fractional-delay error up
-// to 20 kHz stays below 0.5 ns, and far below that where the signal has most of its energy.
-constexpr int64_t kKernelHalfLength = 20;
-constexpr double kKernelBeta = 11.0;
+// The band-limited interpolator's reach, samples each way.
+constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
 
 // Correlation lags kept around the tracked lag: the search range, the interpolator's reach and
 // the parabola's neighbours.
 constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
-constexpr double kMinimumPeakCorrelation = 0.2;
+constexpr double kMinimumPeakCorrelation = VDLagSearch::kMinimumPeakCorrelation;
 constexpr double kSearchPeakRatio = 1.5;
 // A search for a step may settle for less, as two windows must then confirm what it found.
 constexpr double kStepSearchPeakRatio = 1.15;
@@ -43,10 +44,11 @@ constexpr size_t kCoarseCandidates = 3;
 
 constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
 constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
-// A value whose standard uncertainty exceeds a hundredth of a sample (208 ns at 48 kHz) is not
+// A value whose standard uncertainty exceeds 208 ns (a hundredth of a sample at 48 kHz) is not
 // given: such windows (a quiet syllable, a note fading into the noise) would scatter by
-// microseconds and wreck the statistics drawn from the series.
-constexpr double kMaximumUncertainty = 0.01;
+// microseconds and wreck the statistics drawn from the series. The limit is a time, not a
+// fraction of a sample, so that a recording at 96 kHz is not held to half of it.
+constexpr double kMaximumUncertaintySeconds = 0.01 / 48000.0;
 
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
@@ -81,113 +83,6 @@ constexpr int64_t kMaximumUpscaleFactor = int64_t{1} << 40;
 constexpr int kMaximumDriftRounds = 8;
 constexpr double kDriftSettled = 1e-5;
 
-// Steps per sample of the tabulated interpolator used to read B through the drift; linear
-// interpolation between them is good to about 1e-7 of full scale.
-constexpr int64_t kTableResolution = 2048;
-
-// Modified Bessel function of the first kind, order 0, by its power series (converges fast for
-// the arguments of a Kaiser window).
-double besselI0(double x) {
-  double sum = 1.0;
-  double term = 1.0;
-  const double quarterSquare = x * x / 4.0;
-  for (int k = 1; k < 64; ++k) {
-    term *= quarterSquare / (static_cast<double>(k) * k);
-    sum += term;
-    if (term < sum * 1e-17) {
-      break;
-    }
-  }
-  return sum;
-}
-
-// The interpolator's weight for a sample x samples away. sinPiX is sin(pi x), which the caller
-// shares between all taps of one position, since taps an integer apart only differ in its sign.
-double interpolationKernel(double x, double sinPiX) {
-  static const double kWindowNormalisation = 1.0 / besselI0(kKernelBeta);
-  const double ratio = x / static_cast<double>(kKernelHalfLength);
-  if (ratio <= -1.0 || ratio >= 1.0) {
-    return 0.0;
-  }
-  const double sinc = std::fabs(x) < 1e-12 ? 1.0 : sinPiX / (M_PI * x);
-  return sinc * besselI0(kKernelBeta * std::sqrt(1.0 - ratio * ratio)) * kWindowNormalisation;
-}
-
-// Weights of the taps at offset - i for i = first, first + 1, ...; count of them.
-void interpolationTaps(double offset, int64_t first, int64_t count, double* weights) {
-  const double sinPiOffset = std::sin(M_PI * offset);
-  for (int64_t k = 0; k < count; ++k) {
-    const int64_t i = first + k;
-    const double sign = (i % 2 == 0) ? 1.0 : -1.0;
-    weights[k] = interpolationKernel(offset - static_cast<double>(i), sign * sinPiOffset);
-  }
-}
-
-// Two doubles handled as one by the processor's vector instructions.
-typedef double DoublePair __attribute__((vector_size(16)));
-
-DoublePair loadPair(const double* values) {
-  DoublePair pair;
-  std::memcpy(&pair, values, sizeof pair);
-  return pair;
-}
-
-// The interpolator tabulated by fraction: row p (0 <= p <= kTableResolution) holds the
-// 2 kKernelHalfLength weights for a position p / kTableResolution past a sample, weight k for the
-// sample k - kKernelHalfLength + 1 away. Every sample of a drift-following read has its own
-// fraction, too many for the exact kernel; rows either side of it are blended linearly.
-const double* kernelTable() {
-  static const std::vector<double> table = [] {
-    constexpr int64_t kTaps = 2 * kKernelHalfLength;
-    std::vector<double> values(static_cast<size_t>((kTableResolution + 1) * kTaps));
-    for (int64_t row = 0; row <= kTableResolution; ++row) {
-      const double fraction = static_cast<double>(row) / static_cast<double>(kTableResolution);
-      interpolationTaps(fraction, -kKernelHalfLength + 1, kTaps, values.data() + row * kTaps);
-    }
-    return values;
-  }();
-  return table.data();
-}
-
-// The band-limited value at fraction (0 <= fraction < 1) past samples[0], from the samples
-// samples[-kKernelHalfLength + 1] to samples[kKernelHalfLength]. Exact where the fraction falls
-// on a table row (every multiple of 1/kTableResolution, so every step of a power-of-two upscale),
-// blended from the rows either side elsewhere.
-double interpolatedValue(const double* samples, double fraction) {
-  constexpr int64_t kTaps = 2 * kKernelHalfLength;
-  static_assert(kTaps % 8 == 0);
-  const double row = fraction * static_cast<double>(kTableResolution);
-  const int64_t below = std::clamp<int64_t>(static_cast<int64_t>(row), 0, kTableResolution - 1);
-  const double between = row - static_cast<double>(below);
-  const double* in = samples - kKernelHalfLength + 1;
-  const double* weightsBelow = kernelTable() + below * kTaps;
-  const double* weightsAbove = weightsBelow + kTaps;
-  // Pairs of lanes in independent partial sums: this runs for every sample that is read
-  // through the drift, and the additions need not wait on each other.
-  DoublePair sumBelow[4] = {}, sumAbove[4] = {};
-  for (int64_t k = 0; k < kTaps; k += 8) {
-    for (int lane = 0; lane < 4; ++lane) {
-      const DoublePair x = loadPair(in + k + 2 * lane);
-      sumBelow[lane] += x * loadPair(weightsBelow + k + 2 * lane);
-      sumAbove[lane] += x * loadPair(weightsAbove + k + 2 * lane);
-    }
-  }
-  const DoublePair totalBelow = (sumBelow[0] + sumBelow[1]) + (sumBelow[2] + sumBelow[3]);
-  const DoublePair totalAbove = (sumAbove[0] + sumAbove[1]) + (sumAbove[2] + sumAbove[3]);
-  const double valueBelow = totalBelow[0] + totalBelow[1];
-  const double valueAbove = totalAbove[0] + totalAbove[1];
-  return valueBelow + (valueAbove - valueBelow) * between;
-}
-
-// samples[from, from + count) as doubles, zero outside [0, length).
-void copyZeroExtended(const float* samples, int64_t length, int64_t from, int64_t count,
-                      double* out) {
-  for (int64_t i = 0; i < count; ++i) {
-    const int64_t index = from + i;
-    out[i] = index >= 0 && index < length ? samples[index] : 0.0;
-  }
-}
-
 double energy(const float* samples, int64_t length, int64_t from, int64_t count) {
   const int64_t begin = std::max<int64_t>(from, 0);
   const int64_t end = std::min(from + count, length);
@@ -208,269 +103,7 @@ int64_t nonZeroCount(const float* samples, int64_t length, int64_t from, int64_t
   return nonZero;
 }
 
-double dotProduct(const double* x, const double* y, int64_t count) {
-  // Four running sums let the additions overlap instead of waiting on each other.
-  double s0 = 0, s1 = 0, s2 = 0, s3 = 0;
-  int64_t i = 0;
-  for (; i + 4 <= count; i += 4) {
-    s0 += x[i] * y[i];
-    s1 += x[i + 1] * y[i + 1];
-    s2 += x[i + 2] * y[i + 2];
-    s3 += x[i + 3] * y[i + 3];
-  }
-  for (; i < count; ++i) {
-    s0 += x[i] * y[i];
-  }
-  return (s0 + s1) + (s2 + s3);
-}
-
-// Offset of the vertex of the parabola through (-1, below), (0, centre), (1, above) from 0;
-// zero when the three points do not bend downwards.
-double parabolicOffset(double below, double centre, double above) {
-  const double curvature = below - 2.0 * centre + above;
-  if (!(curvature < 0.0)) {
-    return 0.0;
-  }
-  return std::clamp(0.5 * (below - above) / curvature, -0.5, 0.5);
-}
-
-// Finds the grid index in [lowest, highest] where value peaks. Scans [scanLow, scanHigh] with a
-// stride that gives about 16 steps, climbs outward while the edge of the scan keeps rising, and
-// repeats on a 16 times finer stride around the best point until the stride is 1, so that huge
-// grids cost a few dozen evaluations per factor of 16. The correlation around a peak is smooth,
-// which is what makes the coarse strides safe.
-constexpr int kMaximumClimbSteps = 64;
-
-template <typename Value>
-int64_t findGridPeak(int64_t lowest, int64_t highest, int64_t scanLow, int64_t scanHigh,
-                     Value&& value) {
-  scanLow = std::max(scanLow, lowest);
-  scanHigh = std::min(scanHigh, highest);
-  int64_t stride = std::max<int64_t>(1, (scanHigh - scanLow) / 16);
-  int64_t best = scanLow;
-  double bestValue = -std::numeric_limits<double>::infinity();
-  for (;;) {
-    for (int64_t j = scanLow;; j += stride) {
-      j = std::min(j, scanHigh);
-      const double v = value(j);
-      if (v > bestValue) {
-        best = j;
-        bestValue = v;
-      }
-      if (j >= scanHigh) {
-        break;
-      }
-    }
-    // A peak on the edge of the scan may lie beyond it.
-    for (int direction : {-1, 1}) {
-      if (best != (direction < 0 ? scanLow : scanHigh)) {
-        continue;
-      }
-      for (int climb = 0; climb < kMaximumClimbSteps; ++climb) {
-        const int64_t next = best + direction * stride;
-        if (next < lowest || next > highest) {
-          break;
-        }
-        const double v = value(next);
-        if (!(v > bestValue)) {
-          break;
-        }
-        best = next;
-        bestValue = v;
-      }
-    }
-    if (stride == 1) {
-      return best;
-    }
-    scanLow = std::max(lowest, best - stride);
-    scanHigh = std::min(highest, best + stride);
-    stride = std::max<int64_t>(1, stride / 16);
-  }
-}
-
-// The peak of a function sampled on a grid of 1/upscale sample around lag 0, within one sample
-// either way: grid search, then a parabola through the three grid points at the peak.
-template <typename Value>
-double gridPeakOffset(int64_t upscale, Value value) {
-  // Values already evaluated are kept: the parabola asks again for points the scan visited.
-  std::vector<std::pair<int64_t, double>> known;
-  const auto memo = [&](int64_t j) {
-    for (const auto& [index, v] : known) {
-      if (index == j) {
-        return v;
-      }
-    }
-    const double v = value(j);
-    known.emplace_back(j, v);
-    return v;
-  };
-  const int64_t best = findGridPeak(-upscale, upscale, -upscale / 2 - 1, upscale / 2 + 1, memo);
-  double fraction = 0.0;
-  if (best > -upscale && best < upscale) {
-    fraction = parabolicOffset(memo(best - 1), memo(best), memo(best + 1));
-  }
-  return (static_cast<double>(best) + fraction) / static_cast<double>(upscale);
-}
-
-uint64_t roundedTimestamp(double nanoseconds) {
-  if (!(nanoseconds > 0.0)) {
-    return 0;
-  }
-  if (nanoseconds >= 18446744073709551615.0) {
-    return std::numeric_limits<uint64_t>::max();
-  }
-  return static_cast<uint64_t>(nanoseconds + 0.5);
-}
-
-int64_t roundedError(double nanoseconds) {
-  if (std::isnan(nanoseconds)) {
-    return 0;
-  }
-  if (nanoseconds >= 9.2e18) {
-    return std::numeric_limits<int64_t>::max();
-  }
-  if (nanoseconds <= -9.2e18) {
-    return std::numeric_limits<int64_t>::min();
-  }
-  return std::llround(nanoseconds);
-}
-
-// Samples of a recording read through a clock that runs (1 + drift) times as fast from a
-// fractional start: out[j] is the band-limited value at first + offset + j + drift (j - centre),
-// zero outside the recording. With neither drift nor offset it is a plain copy.
-void copyWarped(const float* samples, int64_t length, int64_t first, double offset, int64_t count,
-                double drift, double centre, std::vector<double>& scratch, double* out) {
-  if (drift == 0.0 && offset == 0.0) {
-    copyZeroExtended(samples, length, first, count, out);
-    return;
-  }
-  const auto shiftAt = [&](int64_t j) {
-    return offset + drift * (static_cast<double>(j) - centre);
-  };
-  // The drift is far below one sample per sample, so the samples read only move forward.
-  const int64_t scratchFirst =
-      first + static_cast<int64_t>(std::floor(shiftAt(0))) - kKernelHalfLength + 1;
-  const int64_t scratchLast =
-      first + count - 1 + static_cast<int64_t>(std::floor(shiftAt(count - 1))) + kKernelHalfLength;
-  scratch.resize(static_cast<size_t>(scratchLast - scratchFirst + 1));
-  copyZeroExtended(samples, length, scratchFirst, scratchLast - scratchFirst + 1, scratch.data());
-  for (int64_t j = 0; j < count; ++j) {
-    const double shift = shiftAt(j);
-    const double whole = std::floor(shift);
-    const int64_t nearest = first + j + static_cast<int64_t>(whole) - scratchFirst;
-    out[j] = interpolatedValue(scratch.data() + nearest, shift - whole);
-  }
-}
-
-// Upsamples source by upscale: phases[p * count + n] is the band-limited value at n + p/upscale,
-// for n < count and p < upscale. source[-kKernelHalfLength + 1] to
-// source[count + kKernelHalfLength - 1] must be readable.
-void upsample(const double* source, int64_t count, int64_t upscale, std::vector<double>& taps,
-              double* phases) {
-  const int64_t tapCount = 2 * kKernelHalfLength;
-  taps.resize(static_cast<size_t>(tapCount));
-  for (int64_t phase = 0; phase < upscale; ++phase) {
-    double* out = phases + phase * count;
-    if (phase == 0) {
-      std::copy(source, source + count, out);
-      continue;
-    }
-    if (kTableResolution % upscale == 0) {
-      const double* row = kernelTable() + phase * (kTableResolution / upscale) * tapCount;
-      std::copy(row, row + tapCount, taps.begin());
-    } else {
-      interpolationTaps(static_cast<double>(phase) / static_cast<double>(upscale),
-                        -kKernelHalfLength + 1, tapCount, taps.data());
-    }
-    std::fill(out, out + count, 0.0);
-    for (int64_t t = 0; t < tapCount; ++t) {
-      const double weight = taps[t];
-      const double* in = source + t - kKernelHalfLength + 1;
-      for (int64_t n = 0; n < count; ++n) {
-        out[n] += weight * in[n];
-      }
-    }
-  }
-}
-
-const char* statusName(VDAudioTimeErrorCalculator::WindowStatus status) {
-  switch (status) {
-    case VDAudioTimeErrorCalculator::WindowStatus::Used:
-      return "used";
-    case VDAudioTimeErrorCalculator::WindowStatus::Silent:
-      return "silent";
-    case VDAudioTimeErrorCalculator::WindowStatus::Weak:
-      return "weak";
-    case VDAudioTimeErrorCalculator::WindowStatus::Ambiguous:
-      return "ambiguous";
-    case VDAudioTimeErrorCalculator::WindowStatus::Uncertain:
-      return "uncertain";
-    case VDAudioTimeErrorCalculator::WindowStatus::Lost:
-      return "lost";
-    case VDAudioTimeErrorCalculator::WindowStatus::Outside:
-      return "outside";
-  }
-  return "";
-}
-
 }  // namespace
-
-// What one calculation carries from window to window: the delay being followed (its line), the
-// searches' schedule, a step waiting for confirmation, and the transforms and scratch
-// buffers, made once and reused.
-struct VDAudioTimeErrorCalculator::Tracking : VDDelayLine {
-  double polarity = 1.0;             // -1 when B is measured upside down
-  std::vector<Window*> provisional;  // windows of this track measured before the drift was known
-  bool searchesAllowed = true;       // false when measuring backwards from the first match
-
-  // A step in the delay seen in one window, taken once the next window confirms it.
-  struct Candidate {
-    double delay = 0.0;
-    double centre = 0.0;
-    double polarity = 1.0;
-    Window* window = nullptr;
-  };
-  std::optional<Candidate> candidate;
-
-  // The searches' schedule, in channel A samples.
-  int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
-  double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
-  double usedEnergy = 0.0;  // running mean square of A's windows with a value
-  int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
-  int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
-  int64_t wideSpacing = 0;
-  int64_t nextCoarseSearch = std::numeric_limits<int64_t>::min();
-  int64_t coarseSpacing = 0;
-  std::vector<int64_t> coarseLags;  // the last coarse search's matches, valid for
-  int64_t coarseFrom = 0;           // windows starting in [coarseFrom, coarseUntil)
-  int64_t coarseUntil = 0;
-  int64_t coarseStretchStart = 0;
-
-  int64_t searchLength = 0;  // fine searches: samples of channel A
-  VDCoarseOffsetSearch* coarse = nullptr;
-  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;                    // A's window, B sliding
-  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;                   // B's window, A sliding
-  std::map<size_t, std::unique_ptr<VDFFTCorrelator>> searchCorrelators;  // by transform size
-  std::vector<double> rawB;         // B's samples behind warpedB
-  std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
-  std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
-  int64_t validBegin = 0;           // the part of the window both directions sum over
-  int64_t validEnd = 0;
-  std::vector<double> prefixA, prefixB, scores;
-  std::vector<double> extendedA, phasesA, phasesB, taps;
-
-  void forgetDrift() {
-    restartLine();
-    drift = 0.0;
-  }
-
-  // A step: the drift line is fitted again from here on; its last slope stands in until then.
-  void restartLine() {
-    history.clear();
-    provisional.clear();
-    candidate.reset();
-  }
-};
 
 VDAudioTimeErrorCalculator::VDAudioTimeErrorCalculator(const float* channelA, const float* channelB,
                                                        int64_t length, int64_t interval,
@@ -721,20 +354,20 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
   // judged once it has been measured again through the drift.
   const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
   if (status == WindowStatus::Used && judgeUncertainty &&
-      !(peak.uncertainty <= kMaximumUncertainty)) {
+      !(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
     // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
     // less at the whole-sample peak than at the true one, which would make it look noisy: once
     // more, centred between the samples where the peak lies.
     const double* c = tracking.correlation.data() + kLagMargin + peak.offset;
-    const double centred =
-        predicted + static_cast<double>(peak.offset) + parabolicOffset(c[-1], c[0], c[1]);
+    const double centred = predicted + static_cast<double>(peak.offset) +
+                           VDPeakRefinement::parabolicOffset(c[-1], c[0], c[1]);
     Peak again;
     if (correlateAround(start, centred, polarity, tracking, again) == WindowStatus::Used &&
         again.offset == 0) {
       predicted = centred;
       peak = again;
     }
-    if (!(peak.uncertainty <= kMaximumUncertainty)) {
+    if (!(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
       status = WindowStatus::Uncertain;
     }
   }
@@ -793,7 +426,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       }
     }
     for (Window* earlier : tracking.provisional) {
-      if (!(earlier->delayUncertainty <= kMaximumUncertainty)) {
+      if (!(earlier->delayUncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
         earlier->status = WindowStatus::Uncertain;
       }
     }
@@ -979,9 +612,10 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
 
   const double whole = std::floor(predicted);
   const int64_t extendedLength = windowLength + 2 * kLagMargin;
-  copyWarped(_channelB, _length, start + static_cast<int64_t>(whole) - kLagMargin,
-             predicted - whole, extendedLength, tracking.drift, kLagMargin + halfWindow,
-             tracking.rawB, tracking.warpedB.data());
+  VDResamplingKernel::copyWarped(_channelB, _length,
+                                 start + static_cast<int64_t>(whole) - kLagMargin,
+                                 predicted - whole, extendedLength, tracking.drift,
+                                 kLagMargin + halfWindow, tracking.rawB, tracking.warpedB.data());
   if (polarity < 0.0) {
     for (double& value : tracking.warpedB) {
       value = -value;
@@ -990,14 +624,15 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
   VDFFTCorrelator& forward = *tracking.forwardCorrelator;
   VDFFTCorrelator& backward = *tracking.backwardCorrelator;
   std::fill(forward.reference(), forward.reference() + windowLength, 0.0);
-  copyZeroExtended(_channelA, _length, start + tracking.validBegin, validCount,
-                   forward.reference() + tracking.validBegin);
+  VDResamplingKernel::copyZeroExtended(_channelA, _length, start + tracking.validBegin, validCount,
+                                       forward.reference() + tracking.validBegin);
   std::copy(tracking.warpedB.begin(), tracking.warpedB.end(), forward.other());
   std::fill(backward.reference(), backward.reference() + windowLength, 0.0);
   std::copy(tracking.warpedB.begin() + kLagMargin + tracking.validBegin,
             tracking.warpedB.begin() + kLagMargin + tracking.validEnd,
             backward.reference() + tracking.validBegin);
-  copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength, backward.other());
+  VDResamplingKernel::copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength,
+                                       backward.other());
   const double* forwardResult = forward.correlate();
   const double* backwardResult = backward.correlate();
   for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
@@ -1036,95 +671,8 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
 
 std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchOffset(
     int64_t start, int64_t around, int64_t range, double peakRatio, Tracking& tracking) const {
-  // Lags around - range .. around + range of B against a stretch of A from start.
-  const int64_t stretch = std::min(tracking.searchLength, _length - start);
-  if (stretch < 1 || range < 0) {
-    return std::nullopt;
-  }
-  const int64_t otherLength = stretch + 2 * range;
-  const size_t size =
-      VDFFTCorrelator::fastSize(static_cast<size_t>(tracking.searchLength + 2 * range));
-  std::unique_ptr<VDFFTCorrelator>& slot = tracking.searchCorrelators[size];
-  if (slot == nullptr) {
-    slot = std::make_unique<VDFFTCorrelator>(size);
-  }
-  VDFFTCorrelator& correlator = *slot;
-  double* reference = correlator.reference();
-  double* other = correlator.other();
-  const int64_t otherStart = start + around - range;
-  // Beyond the stretch the inputs must be zero; an earlier, longer search may have left samples.
-  copyZeroExtended(_channelA, _length, start, stretch, reference);
-  std::fill(reference + stretch, reference + correlator.size(), 0.0);
-  copyZeroExtended(_channelB, _length, otherStart, otherLength, other);
-  std::fill(other + otherLength, other + correlator.size(), 0.0);
-
-  // Energies over any overlap, from running sums of the squares.
-  std::vector<double>& prefixA = tracking.prefixA;
-  std::vector<double>& prefixB = tracking.prefixB;
-  prefixA.assign(static_cast<size_t>(stretch + 1), 0.0);
-  prefixB.assign(static_cast<size_t>(otherLength + 1), 0.0);
-  for (int64_t i = 0; i < stretch; ++i) {
-    prefixA[i + 1] = prefixA[i] + reference[i] * reference[i];
-  }
-  for (int64_t i = 0; i < otherLength; ++i) {
-    prefixB[i + 1] = prefixB[i] + other[i] * other[i];
-  }
-
-  const double* correlation = correlator.correlate();
-  // Scored by magnitude: B upside down matches as well as upright.
-  std::vector<double>& scores = tracking.scores;
-  scores.assign(static_cast<size_t>(2 * range + 1), -std::numeric_limits<double>::infinity());
-  double bestScore = -std::numeric_limits<double>::infinity();
-  int64_t bestIndex = 0;
-  for (int64_t index = 0; index <= 2 * range; ++index) {
-    // Samples n of the stretch whose partner otherStart + index + n lies inside channel B.
-    const int64_t bFirst = otherStart + index;
-    const int64_t first = std::max<int64_t>(0, -bFirst);
-    const int64_t last = std::min(stretch, _length - bFirst);
-    if (last <= first || 2 * (last - first) < stretch) {
-      continue;
-    }
-    const double energyA = prefixA[last] - prefixA[first];
-    const double energyB = prefixB[last + index] - prefixB[first + index];
-    if (!(energyA > 0.0 && energyB > 0.0)) {
-      continue;
-    }
-    const double score = std::fabs(correlation[index]) / std::sqrt(energyA * energyB);
-    scores[index] = score;
-    if (score > bestScore) {
-      bestScore = score;
-      bestIndex = index;
-    }
-  }
-  if (!(bestScore >= kMinimumPeakCorrelation)) {
-    return std::nullopt;
-  }
-  // The peak must stand clear of every other: a signal that repeats itself (a held note, a
-  // rhythm, a few steady tones) matches at several lags, and a wrong lag is worse than none.
-  int64_t lobeBegin = bestIndex;
-  int64_t lobeEnd = bestIndex;
-  while (lobeBegin > 0 && scores[lobeBegin - 1] < scores[lobeBegin]) {
-    --lobeBegin;
-  }
-  while (lobeEnd < 2 * range && scores[lobeEnd + 1] < scores[lobeEnd]) {
-    ++lobeEnd;
-  }
-  double highestOther = 0.0;
-  for (int64_t i = 0; i <= 2 * range; ++i) {
-    if (i < lobeBegin || i > lobeEnd) {
-      highestOther = std::max(highestOther, scores[i]);
-    }
-  }
-  if (!(highestOther * peakRatio < bestScore)) {
-    return std::nullopt;
-  }
-  SearchHit hit;
-  hit.prominence =
-      highestOther > 0.0 ? bestScore / highestOther : std::numeric_limits<double>::infinity();
-  hit.lag = around - range + bestIndex;
-  hit.polarity = correlation[bestIndex] < 0.0 ? -1.0 : 1.0;
-  hit.centre = static_cast<double>(start) + static_cast<double>(stretch - 1) / 2.0;
-  return hit;
+  return VDLagSearch(_channelA, _channelB, _length)
+      .search(start, around, range, peakRatio, tracking);
 }
 
 double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffset,
@@ -1133,7 +681,8 @@ double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffs
   switch (_correlationType) {
     case kQuick:
       return static_cast<double>(peakOffset) +
-             parabolicOffset(at(peakOffset - 1), at(peakOffset), at(peakOffset + 1));
+             VDPeakRefinement::parabolicOffset(at(peakOffset - 1), at(peakOffset),
+                                               at(peakOffset + 1));
     case kResampler:
       return static_cast<double>(peakOffset) + resampledPeakOffset(start, peakOffset, tracking);
     case kPostResampler:
@@ -1145,11 +694,11 @@ double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffs
   const auto interpolated = [&](int64_t step) {
     const double x = static_cast<double>(step) / static_cast<double>(upscale);
     const double whole = std::floor(x);
-    return interpolatedValue(
+    return VDResamplingKernel::interpolatedValue(
         tracking.correlation.data() + kLagMargin + peakOffset + static_cast<int64_t>(whole),
         x - whole);
   };
-  return static_cast<double>(peakOffset) + gridPeakOffset(upscale, interpolated);
+  return static_cast<double>(peakOffset) + VDPeakRefinement::gridPeakOffset(upscale, interpolated);
 }
 
 double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t peakOffset,
@@ -1166,12 +715,13 @@ double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t pe
   tracking.extendedA.resize(static_cast<size_t>(countA + 2 * kKernelHalfLength));
   tracking.phasesA.resize(static_cast<size_t>(upscale * countA));
   tracking.phasesB.resize(static_cast<size_t>(upscale * countB));
-  copyZeroExtended(_channelA, _length, start + firstA - kKernelHalfLength + 1,
-                   countA + 2 * kKernelHalfLength - 1, tracking.extendedA.data());
-  upsample(tracking.extendedA.data() + kKernelHalfLength - 1, countA, upscale, tracking.taps,
-           tracking.phasesA.data());
-  upsample(tracking.warpedB.data() + kLagMargin + firstB, countB, upscale, tracking.taps,
-           tracking.phasesB.data());
+  VDResamplingKernel::copyZeroExtended(_channelA, _length, start + firstA - kKernelHalfLength + 1,
+                                       countA + 2 * kKernelHalfLength - 1,
+                                       tracking.extendedA.data());
+  VDResamplingKernel::upsample(tracking.extendedA.data() + kKernelHalfLength - 1, countA, upscale,
+                               tracking.taps, tracking.phasesA.data());
+  VDResamplingKernel::upsample(tracking.warpedB.data() + kLagMargin + firstB, countB, upscale,
+                               tracking.taps, tracking.phasesB.data());
 
   // The symmetric correlation at offset peakOffset + step/upscale, phase by phase: A's fine
   // samples against B's shifted by the offset, plus B's against A's shifted back by it.
@@ -1188,92 +738,30 @@ double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t pe
     int64_t carry = 0;
     for (int64_t phase = 0; phase < upscale; ++phase) {
       const int64_t forwardPhase = phaseOf(phase + step, carry);
-      sum += dotProduct(phasesA + phase * countA - firstA + validBegin,
-                        phasesB + forwardPhase * countB + peakOffset + carry - firstB + validBegin,
-                        validCount);
+      sum += VDPeakRefinement::dotProduct(
+          phasesA + phase * countA - firstA + validBegin,
+          phasesB + forwardPhase * countB + peakOffset + carry - firstB + validBegin, validCount);
       const int64_t backwardPhase = phaseOf(phase - step, carry);
-      sum += dotProduct(phasesB + phase * countB - firstB + validBegin,
-                        phasesA + backwardPhase * countA - peakOffset + carry - firstA + validBegin,
-                        validCount);
+      sum += VDPeakRefinement::dotProduct(
+          phasesB + phase * countB - firstB + validBegin,
+          phasesA + backwardPhase * countA - peakOffset + carry - firstA + validBegin, validCount);
     }
     return sum;
   };
-  return gridPeakOffset(upscale, correlation);
-}
-
-double VDAudioTimeErrorCalculator::windowCentreSeconds(const Window& window) const {
-  return windowCentre(window.start) / _samplingRate;
-}
-
-double VDAudioTimeErrorCalculator::delaySeconds(const Window& window) const {
-  return window.refinedLag / _samplingRate;
+  return VDPeakRefinement::gridPeakOffset(upscale, correlation);
 }
 
 std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {
-  std::vector<VDTimeErrorValue> values;
-  for (const Window& window : _windows) {
-    if (window.status == WindowStatus::Used) {
-      values.emplace_back(roundedTimestamp(windowCentreSeconds(window) * 1e9),
-                          roundedError(delaySeconds(window) * 1e9));
-    }
-  }
-  return values;
+  return VDAudioWindowExport(_windows, _correlationLength, _samplingRate).timeErrors();
 }
-
-namespace {
-
-void appendFormatted(VDCSVBuffer& buffer, const char* format, double value) {
-  char text[64];
-  std::snprintf(text, sizeof text, format, value);
-  buffer.appendText(text);
-}
-
-}  // namespace
 
 bool VDAudioTimeErrorCalculator::exportTimeErrorToDirectoryURL(
     const std::filesystem::path& directory, const std::string& filename) const {
-  VDCSVBuffer buffer;
-  buffer.appendText("time,time_error\n");
-  for (const Window& window : _windows) {
-    if (window.status == WindowStatus::Used) {
-      appendFormatted(buffer, "%.9f", windowCentreSeconds(window));
-      buffer.appendSeparator();
-      appendFormatted(buffer, "%.12f", delaySeconds(window));
-      buffer.endRow();
-    }
-  }
-  return buffer.writeToFile(VDResultPath::inDirectory(directory, filename));
+  return VDAudioWindowExport(_windows, _correlationLength, _samplingRate)
+      .writeSeries(directory, filename);
 }
 
 bool VDAudioTimeErrorCalculator::exportTimeErrorToPath(const std::string& directoryPath) const {
-  VDCSVBuffer buffer;
-  buffer.appendText(
-      "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
-      "delay_uncertainty,peak_ratio,b_inverted\n");
-  for (const Window& window : _windows) {
-    const bool used = window.status == WindowStatus::Used;
-    buffer.appendInteger(window.start);
-    buffer.appendSeparator();
-    buffer.appendInteger(window.integerLag);
-    buffer.appendSeparator();
-    if (used) {
-      appendFormatted(buffer, "%.9f", window.refinedLag);
-      buffer.appendSeparator();
-      appendFormatted(buffer, "%.12f", delaySeconds(window));
-      buffer.appendSeparator();
-    } else {
-      buffer.appendText("nan,nan,");
-    }
-    appendFormatted(buffer, "%.6f", window.peakCorrelation);
-    buffer.appendText(used ? ",1," : ",0,");
-    buffer.appendText(statusName(window.status));
-    buffer.appendSeparator();
-    // The uncertainty in seconds, with three significant digits.
-    appendFormatted(buffer, "%.3g", used ? window.delayUncertainty / _samplingRate : NAN);
-    buffer.appendSeparator();
-    appendFormatted(buffer, "%.3f", window.peakRatio);
-    buffer.appendText(window.bInverted ? ",1" : ",0");
-    buffer.endRow();
-  }
-  return buffer.writeToFile(std::filesystem::path(directoryPath) / kWindowExportFileName);
+  return VDAudioWindowExport(_windows, _correlationLength, _samplingRate)
+      .writeWindows(std::filesystem::path(directoryPath) / kWindowExportFileName);
 }

@@ -7,7 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "VDLagSearch.h"
 #include "VDTimeErrorValue.h"
+
+struct VDAudioTracking;
 
 // A VDAudioTimeErrorCalculator measures, window by window, how far channel B of two recordings
 // of one signal lags channel A, by cross-correlating them, and gives the series as time errors.
@@ -79,8 +82,8 @@
 //              is not known yet, or the best peak lies away from the prediction (a step that the
 //              next window has not confirmed, or a wrong match);
 //   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
-//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds a hundredth of a
-//              sample (208 ns at 48 kHz);
+//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns (a
+//              hundredth of a sample at 48 kHz, a fiftieth at 96 kHz);
 //   lost       its peak lies on the edge of the +-32 sample range;
 //   outside    less than half of it has both channels' neighbourhoods inside the recordings (its
 //              match in B lies beyond B's start or end).
@@ -144,7 +147,7 @@ class VDAudioTimeErrorCalculator {
   CorrelationType correlationType() const { return _correlationType; }
 
  private:
-  struct Tracking;
+  using Tracking = VDAudioTracking;
 
   // The correlation's best whole-sample offset from the predicted delay and how it was judged.
   struct Peak {
@@ -156,20 +159,12 @@ class VDAudioTimeErrorCalculator {
     double uncertainty = std::numeric_limits<double>::infinity();  // samples
   };
 
-  // A lag found by a search: the lag at the centre of the stretch of A searched with.
-  struct SearchHit {
-    int64_t lag = 0;
-    double polarity = 1.0;
-    double centre = 0.0;
-    double prominence = 0.0;  // the peak's score over the highest other
-  };
+  using SearchHit = VDLagSearchHit;
 
   bool parametersUsable() const;
   Tracking newTracking() const;
   int64_t secondsInSamples(double seconds) const;
   double windowCentre(int64_t start) const;
-  double windowCentreSeconds(const Window& window) const;
-  double delaySeconds(const Window& window) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
   void measureBackwards(int64_t firstUsed, Tracking& tracking);
   // Correlates around predicted and judges the peak; may move predicted to where the peak lies.

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "VDAudioTimeErrorCalculator.h"
+#include "VDCoarseOffsetSearch.h"
+#include "VDDelayLine.h"
+#include "VDFFTCorrelator.h"
+
+// What one calculation carries from window to window: the delay being followed (its line), the
+// searches' schedule, a step waiting for confirmation, and the transforms and scratch
+// buffers, made once and reused.
+struct VDAudioTracking : VDDelayLine {
+  using Window = VDAudioTimeErrorCalculator::Window;
+
+  double polarity = 1.0;             // -1 when B is measured upside down
+  std::vector<Window*> provisional;  // windows of this track measured before the drift was known
+  bool searchesAllowed = true;       // false when measuring backwards from the first match
+
+  // A step in the delay seen in one window, taken once the next window confirms it.
+  struct Candidate {
+    double delay = 0.0;
+    double centre = 0.0;
+    double polarity = 1.0;
+    Window* window = nullptr;
+  };
+  std::optional<Candidate> candidate;
+
+  // The searches' schedule, in channel A samples.
+  int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
+  double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
+  double usedEnergy = 0.0;  // running mean square of A's windows with a value
+  int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
+  int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
+  int64_t wideSpacing = 0;
+  int64_t nextCoarseSearch = std::numeric_limits<int64_t>::min();
+  int64_t coarseSpacing = 0;
+  std::vector<int64_t> coarseLags;  // the last coarse search's matches, valid for
+  int64_t coarseFrom = 0;           // windows starting in [coarseFrom, coarseUntil)
+  int64_t coarseUntil = 0;
+  int64_t coarseStretchStart = 0;
+
+  int64_t searchLength = 0;  // fine searches: samples of channel A
+  VDCoarseOffsetSearch* coarse = nullptr;
+  std::unique_ptr<VDFFTCorrelator> forwardCorrelator;                    // A's window, B sliding
+  std::unique_ptr<VDFFTCorrelator> backwardCorrelator;                   // B's window, A sliding
+  std::map<size_t, std::unique_ptr<VDFFTCorrelator>> searchCorrelators;  // by transform size
+  std::vector<double> rawB;         // B's samples behind warpedB
+  std::vector<double> warpedB;      // B around the predicted delay, through the drift estimate
+  std::vector<double> correlation;  // offsets -kLagMargin..kLagMargin from the prediction
+  int64_t validBegin = 0;           // the part of the window both directions sum over
+  int64_t validEnd = 0;
+  std::vector<double> prefixA, prefixB, scores;
+  std::vector<double> extendedA, phasesA, phasesB, taps;
+
+  void forgetDrift() {
+    restartLine();
+    drift = 0.0;
+  }
+
+  // A step: the drift line is fitted again from here on; its last slope stands in until then.
+  void restartLine() {
+    history.clear();
+    provisional.clear();
+    candidate.reset();
+  }
+};
