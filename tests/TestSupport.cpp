@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <random>
@@ -194,6 +195,26 @@ ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::
   waitpid(child, &status, 0);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
+}
+
+ToolRun shell(const std::string& command) {
+  ToolRun run;
+  FILE* stream = popen(command.c_str(), "r");
+  if (stream == nullptr) {
+    return run;
+  }
+  char buffer[4096];
+  while (const size_t count = fread(buffer, 1, sizeof buffer, stream)) {
+    run.out.append(buffer, count);
+  }
+  const int status = pclose(stream);
+  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return run;
+}
+
+std::string plotCommand(const std::filesystem::path& script) {
+  return "MPLBACKEND=Agg /usr/bin/python3 '" +
+         (sourceDir() / "python" / "veridaneprobe-plot").string() + "' '" + script.string() + "'";
 }
 
 }  // namespace TestSupport

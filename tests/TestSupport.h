@@ -78,4 +78,9 @@ ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::
                    const std::map<std::string, std::optional<std::string>>& environment = {},
                    bool oneStream = false);
 
+// Runs a shell command line: what it wrote to standard output, and its exit status.
+ToolRun shell(const std::string& command);
+// The plotting wrapper's command line for a script, without a display.
+std::string plotCommand(const std::filesystem::path& script);
+
 }  // namespace TestSupport

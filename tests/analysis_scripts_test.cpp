@@ -174,13 +174,8 @@ TEST(AnalysisScripts, HooksOfTheAnalysisOwnClassGoInTheirPlaces) {
   }
 }
 
-// Runs a script through the plotting wrapper, without a display.
 int runPlotScript(const std::filesystem::path& script) {
-  const std::string command =
-      "MPLBACKEND=Agg /usr/bin/python3 '" +
-      (TestSupport::sourceDir() / "python" / "veridaneprobe-plot").string() + "' '" +
-      script.string() + "' > /dev/null 2>&1";
-  return std::system(command.c_str());
+  return TestSupport::shell(TestSupport::plotCommand(script) + " > /dev/null 2>&1").status;
 }
 
 bool isPng(const std::filesystem::path& path) {

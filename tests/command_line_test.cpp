@@ -7,7 +7,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
+#include <vector>
 
 #include "TestSupport.h"
 #include "VDPFileSystem.h"
@@ -26,22 +28,23 @@ std::string usage(const std::string& word) {
   return "usage:\n" + tool() + " " + word + " --data path --output path [--name name]\n";
 }
 
+std::string audioUsage() {
+  return "usage:\n" + tool() +
+         " audio --channel-a path --channel-b path --output path [--name name] --interval interval "
+         "[--upscale upscale] --length length [--type quick|resampler|post-resampler]\n";
+}
+
 std::string sourceFile(const std::string& name) {
   return (TestSupport::sourceDir() / "veridaneprobe" / name).string();
 }
 
-// A run whose initialiser fails on its options: banner only on stdout, message and usage on
-// stderr, exit status 0.
-void expectUsageFailure(const ToolRun& run, const std::string& message,
-                        const std::string& word = "time-error") {
-  EXPECT_EQ(run.out, kBanner);
-  EXPECT_EQ(run.err, message + usage(word));
-  EXPECT_EQ(run.status, 0);
-}
-
 class CommandLineTest : public ::testing::Test {
  protected:
-  CommandLineTest() { TestSupport::writeFile(dir / "data.csv", "index,time,error\n"); }
+  CommandLineTest() {
+    TestSupport::writeFile(dir / "data.csv", "index,time,error\n");
+    TestSupport::writeFile(dir / "a.wav", "");
+    TestSupport::writeFile(dir / "b.wav", "");
+  }
   TempDir dir;
   std::string data() const { return (dir / "data.csv").string(); }
   std::string output() const { return (dir / "out").string(); }
@@ -68,50 +71,35 @@ TEST_F(CommandLineTest, UnknownCommandsExitWithStatusZero) {
   }
 }
 
-TEST_F(CommandLineTest, EachFileCommandNamesItselfInItsUsage) {
-  for (const std::string word : {"time-error", "dual-check", "marten", "osprey"}) {
-    expectUsageFailure(runTool({word, "--bogus"}), "unknown argument \"--bogus\"\n", word);
+// Every row of tests/data/usage-failures.txt: a run whose initialiser fails on its options
+// prints the banner only on stdout, the message and the usage on stderr, and exits with 0.
+TEST_F(CommandLineTest, OptionFailuresFromTheTable) {
+  std::istringstream table(
+      TestSupport::readFile(TestSupport::sourceDir() / "tests" / "data" / "usage-failures.txt"));
+  std::vector<std::string> arguments;
+  int rows = 0;
+  for (std::string line; std::getline(table, line);) {
+    if (line.rfind("$ ", 0) == 0) {
+      arguments.clear();
+      std::istringstream fields(line.substr(2) + "|");
+      for (std::string field; std::getline(fields, field, '|');) {
+        arguments.push_back(field == "{data}" ? data() : field == "{output}" ? output() : field);
+      }
+    } else if (!arguments.empty()) {
+      SCOPED_TRACE(line);
+      for (size_t at; (at = line.find("\\n")) != std::string::npos;) {
+        line.replace(at, 2, "\n");
+      }
+      const bool audio = arguments[0] == "audio" || arguments[0] == "drift";
+      const ToolRun run = runTool(arguments, dir.path());
+      EXPECT_EQ(run.out, kBanner);
+      EXPECT_EQ(run.err, line + "\n" + (audio ? audioUsage() : usage(arguments[0])));
+      EXPECT_EQ(run.status, 0);
+      arguments.clear();
+      ++rows;
+    }
   }
-}
-
-TEST_F(CommandLineTest, WindowOptionsAreCheckedAsTheyAreMet) {
-  expectUsageFailure(runTool({"time-error", "--window-lower", "1", "--window-lower", "3"}),
-                     "window lower limit 1 is less than 2. It must be at least 2.\n");
-  expectUsageFailure(runTool({"time-error", "--window-upper", "-5"}),
-                     "window upper limit -5 is less than 2. It must be at least 2.\n");
-  expectUsageFailure(runTool({"time-error", "--window-step", "0x10"}),
-                     "window step size 0 is less than 1. It must be at least 1.\n");
-  expectUsageFailure(runTool({"time-error", "--window-lower", "abc"}),
-                     "could not parse window lower limit \"abc\"\n");
-  expectUsageFailure(runTool({"time-error", "--window-upper", "-"}),
-                     "could not parse window upper limit \"-\"\n");
-  expectUsageFailure(runTool({"time-error", "--window-step", ""}),
-                     "could not parse window step size \"\"\n");
-  // A missing value counts as the empty text.
-  expectUsageFailure(runTool({"time-error", "--data", data(), "--window-step"}),
-                     "could not parse window step size \"\"\n");
-  // The first bad argument ends parsing.
-  expectUsageFailure(runTool({"time-error", "--what", "--window-lower", "1"}),
-                     "unknown argument \"--what\"\n");
-  // Saturation at the signed 64-bit bounds.
-  expectUsageFailure(runTool({"time-error", "--window-lower", "-99999999999999999999"}),
-                     "window lower limit -9223372036854775808 is less than 2. It must be at "
-                     "least 2.\n");
-}
-
-TEST_F(CommandLineTest, ChecksAfterParsingComeInOrder) {
-  expectUsageFailure(runTool({"time-error", "--output", output()}),
-                     "must provide time error file path (--time-error)\n");
-  // --data as the last argument has no value: the path is absent.
-  expectUsageFailure(runTool({"time-error", "--data"}),
-                     "must provide time error file path (--time-error)\n");
-  expectUsageFailure(
-      runTool({"time-error", "--data", data(), "--window-lower", "6", "--window-upper", "5"}),
-      "window lower limit (6) is higher than the window upper limit (5)\n");
-  // Leading blanks, a sign and trailing text are the integer scanner's business.
-  expectUsageFailure(
-      runTool({"time-error", "--data", data(), "--window-lower", " +7abc", "--window-upper", "6"}),
-      "window lower limit (7) is higher than the window upper limit (6)\n");
+  EXPECT_EQ(rows, 31);
 }
 
 TEST_F(CommandLineTest, MissingDataFilePrintsTheAssertionOnStandardOutput) {

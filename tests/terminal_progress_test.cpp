@@ -102,18 +102,7 @@ TEST(TerminalProgress, DurationsReadAsMinutesAndSecondsOrHours) {
   EXPECT_EQ(VDPTerminalProgress::durationText(-3.0), "0:00");
 }
 
-// Runs a shell command line and returns what it wrote to standard output.
-std::string outputOf(const std::string& command) {
-  std::string output;
-  FILE* stream = popen(command.c_str(), "r");
-  char buffer[4096];
-  size_t count;
-  while ((count = fread(buffer, 1, sizeof buffer, stream)) > 0) {
-    output.append(buffer, count);
-  }
-  pclose(stream);
-  return output;
-}
+std::string outputOf(const std::string& command) { return TestSupport::shell(command).out; }
 
 TEST(TerminalProgress, TheToolShowsProgressOnATerminalOnlyAndErasesIt) {
   // A statistic that runs for seconds on any current processor, while the plots stay small:

@@ -87,19 +87,10 @@ TEST(TimeErrorRun, CompleteRunWritesEveryResult) {
   EXPECT_EQ(pngSize(out / "run1_time_error.png"), (std::pair<uint32_t, uint32_t>{1753, 987}));
 
   // A saved script runs by hand on current matplotlib through the wrapper, from anywhere.
-  const std::string command =
-      "cd / && MPLBACKEND=Agg " +
-      (TestSupport::sourceDir() / "python" / "veridaneprobe-plot").string() + " '" +
-      (out / "PlotMTIE.py").string() + "' 2>&1";
-  FILE* pipe = popen(command.c_str(), "r");
-  ASSERT_NE(pipe, nullptr);
-  std::string handRunOutput;
-  char buffer[4096];
-  while (size_t n = fread(buffer, 1, sizeof buffer, pipe)) {
-    handRunOutput.append(buffer, n);
-  }
-  EXPECT_EQ(pclose(pipe), 0) << handRunOutput;
-  EXPECT_EQ(handRunOutput.find("Traceback"), std::string::npos) << handRunOutput;
+  const ToolRun handRun =
+      TestSupport::shell("cd / && " + TestSupport::plotCommand(out / "PlotMTIE.py") + " 2>&1");
+  EXPECT_EQ(handRun.status, 0) << handRun.out;
+  EXPECT_EQ(handRun.out.find("Traceback"), std::string::npos) << handRun.out;
 }
 
 TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
