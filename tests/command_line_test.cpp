@@ -88,7 +88,7 @@ TEST_F(CommandLineTest, OptionFailuresFromTheTable) {
     } else if (!arguments.empty()) {
       SCOPED_TRACE(line);
       for (size_t at; (at = line.find("\\n")) != std::string::npos;) {
-        line.replace(at, 2, "\n");
+        line.replace(at, 2, 1, '\n');
       }
       const bool audio = arguments[0] == "audio" || arguments[0] == "drift";
       const ToolRun run = runTool(arguments, dir.path());
