@@ -135,7 +135,7 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
       EXPECT_EQ(verdict.firstTau, c.firstTau);
       EXPECT_EQ(verdict.lastTau, c.lastTau);
       EXPECT_EQ(verdict.note,
-                "the mask's upper end (no end) is not confirmed by the recommendation");
+                "the mask's last row (tau above 273 s) is not confirmed by the recommendation");
     }
   }
   // A tau off a breakpoint or the data's end by rounding only is judged as on it.

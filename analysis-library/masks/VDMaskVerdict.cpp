@@ -71,9 +71,13 @@ VDMaskVerdict VDMaskVerdict::ofCurve(const VDMask& mask, const std::vector<Curve
     note.appendDouble(supportedTau);
     note.appendText(" s)");
   } else if (mask.upperUnsure()) {
-    note.appendText("the mask's upper end (");
-    note.appendText(std::isinf(mask.domainUpper()) ? "no end" : "");
-    if (!std::isinf(mask.domainUpper())) {
+    // A last row without an end is named by where it starts: "(no end)" would tell nothing.
+    if (std::isinf(mask.domainUpper())) {
+      note.appendText("the mask's last row (tau above ");
+      note.appendDouble(mask.segments.back().lower);
+      note.appendText(" s");
+    } else {
+      note.appendText("the mask's upper end (");
       note.appendDouble(mask.domainUpper());
       note.appendText(" s");
     }
