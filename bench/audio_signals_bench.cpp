@@ -24,10 +24,15 @@
 #include <string>
 #include <vector>
 
+#include "SyntheticSignal.h"
 #include "VDAudioTimeErrorCalculator.h"
 #include "VDFFTCorrelator.h"
 
 namespace {
+
+using synthetic::Note;
+using synthetic::Partial;
+using synthetic::Signal;
 
 constexpr double kRate = 48000.0;
 constexpr int64_t kInterval = 4800;
@@ -37,63 +42,6 @@ constexpr double kSeconds = 20.0;
 constexpr int64_t kSamples = static_cast<int64_t>(kSeconds * kRate);
 constexpr double kDrift = 30e-6;
 constexpr double kPlainRangeSeconds = 3.2;
-
-struct Partial {
-  double frequency, amplitude, phase;
-};
-
-// Partials under an envelope: raised-cosine attack, exponential decay, raised-cosine release.
-struct Note {
-  double start, duration, attack, decay, release;
-  std::vector<Partial> partials;
-
-  double envelope(double t) const {
-    const double local = t - start;
-    if (local <= 0.0 || local >= duration) {
-      return 0.0;
-    }
-    double value = std::isinf(decay) ? 1.0 : std::exp(-local / decay);
-    if (local < attack) {
-      value *= 0.5 - 0.5 * std::cos(M_PI * local / attack);
-    }
-    if (duration - local < release) {
-      value *= 0.5 - 0.5 * std::cos(M_PI * (duration - local) / release);
-    }
-    return value;
-  }
-};
-
-using Signal = std::vector<Note>;
-
-// Adds the signal at t0 + n dt to out (exact phases at each note's first sample).
-void render(const Signal& signal, double t0, double dt, std::vector<double>& out) {
-  const int64_t count = static_cast<int64_t>(out.size());
-  for (const Note& note : signal) {
-    const int64_t first = std::max<int64_t>(0, static_cast<int64_t>((note.start - t0) / dt) - 1);
-    const int64_t last =
-        std::min(count, static_cast<int64_t>((note.start + note.duration - t0) / dt) + 2);
-    if (first >= last) {
-      continue;
-    }
-    for (const Partial& partial : note.partials) {
-      // Rotation, restarted exactly every 4096 samples so the phase does not wander.
-      for (int64_t block = first; block < last; block += 4096) {
-        const double t = t0 + static_cast<double>(block) * dt;
-        const double cycles = partial.frequency * t;
-        const double theta = 2.0 * M_PI * (cycles - std::floor(cycles)) + partial.phase;
-        const double step = 2.0 * M_PI * partial.frequency * dt;
-        double re = std::cos(theta), im = std::sin(theta);
-        const double c = std::cos(step), s = std::sin(step);
-        for (int64_t n = block; n < std::min(last, block + 4096); ++n) {
-          out[n] += partial.amplitude * re * note.envelope(t0 + static_cast<double>(n) * dt);
-          const double nextRe = re * c - im * s;
-          im = re * s + im * c;
-          re = nextRe;
-        }
-      }
-    }
-  }
-}
 
 Note harmonicNote(double start, double duration, double fundamental, double decay,
                   std::mt19937_64& random, double top = 12000.0) {
@@ -223,8 +171,9 @@ const Pair& pairOf(int index) {
                         : c.signal == 3 ? tone()
                                         : clicks();
   std::vector<double> a(kSamples, 0.0), b(kSamples, 0.0);
-  render(signal, 0.0, 1.0 / kRate, a);
-  render(signal, -c.offset / (1.0 + kDrift), 1.0 / (kRate * (1.0 + kDrift)), b);
+  synthetic::render(signal, 0.0, 1.0 / kRate, kSamples, a);
+  synthetic::render(signal, -c.offset / (1.0 + kDrift), 1.0 / (kRate * (1.0 + kDrift)), kSamples,
+                    b);
   double power = 0;
   for (double v : a) power += v * v;
   power /= kSamples;
