@@ -17,6 +17,8 @@
 #include "VDAllanDeviationAnalysis.h"
 #include "VDMaximumTimeIntervalErrorAnalysis.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
+#include "VDPlotReduction.h"
+#include "VDPlotScript.h"
 #include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
 #include "VDTimeDeviationAnalysis.h"
 #include "VDTimeErrorSequence.h"
@@ -300,6 +302,70 @@ TEST(AnalysisScripts, ReducedCurvesKeepEachPixelColumnsExtremes) {
       check("tau", "adev, adevMin, adevMax", "True");
   TestSupport::writeFile(dir / "Adev.py", adevScript);
   EXPECT_EQ(runPlotScript(dir / "Adev.py"), 0);
+}
+
+// The rows a run hands to its plots in memory, reduced where the values are, are drawn exactly
+// as the script draws every row: the script's own reduction (numpy) of the rows handed over
+// keeps the rows it keeps of all of them, and the count it decides the legend by stays on the
+// same side of the rasterising limit. Curves with ties, values a log axis cannot show, and x
+// that does not rise.
+TEST(AnalysisScripts, RowsHandedToAPlotRunDrawAsEveryRow) {
+  struct Case {
+    int count;
+    bool logAxes;
+    bool rising;
+  };
+  const Case cases[] = {{30000, true, true}, {30000, false, true}, {12000, true, true},
+                        {5000, false, true}, {9000, false, false}, {400000, true, true}};
+  TestSupport::TempDir dir;
+  std::string check = VDPlotScript::header() + VDPlotScript::pixelColumnExtremesFunction();
+  for (size_t c = 0; c < std::size(cases); ++c) {
+    const Case& row = cases[c];
+    std::vector<double> x, y, band;
+    std::string table;
+    for (int i = 0; i < row.count; ++i) {
+      x.push_back(row.rising ? 0.25 * (i + 1) : (i * 7919) % row.count + 1.0);
+      // Plateaus (ties), spikes, and zeros and negatives among the values.
+      y.push_back(i % 97 == 0 ? 0.0 : (i % 1009 == 0 ? -3.0 : std::floor(1.0 + (i * 31) % 17)));
+      band.push_back(y.back() * (i % 3001 == 0 ? 9 : 1.5));
+      table += std::to_string(x.back()) + "," + std::to_string(y.back()) + "," +
+               std::to_string(band.back()) + "\n";
+    }
+    const auto at = [](const std::vector<double>& values) {
+      return [&values](size_t i) { return values[i]; };
+    };
+    std::string rows;
+    for (const size_t i :
+         VDPlotReduction::rowsForPlotRun(x.size(), at(x), row.logAxes, {at(y), at(band)})) {
+      rows += std::to_string(i) + "\n";
+    }
+    const std::string name = "case" + std::to_string(c);
+    TestSupport::writeFile(dir / (name + ".csv"), table);
+    TestSupport::writeFile(dir / (name + ".rows"), rows);
+    check +=
+        "x, y, band = np.loadtxt('" + (dir / (name + ".csv")).string() +
+        "', delimiter=',', unpack=True)\n"
+        "rows = np.loadtxt('" +
+        (dir / (name + ".rows")).string() +
+        "', dtype=np.int64)\n"
+        "logAxes = " +
+        (row.logAxes ? "True" : "False") +
+        "\n"
+        "every = np.arange(len(x))[pixelColumnExtremes(x, logAxes, y, band)]\n"
+        "handed = rows[pixelColumnExtremes(x[rows], logAxes, y[rows], band[rows])]\n"
+        "if not np.array_equal(every, handed):\n"
+        "    sys.exit(" +
+        std::to_string(10 + c) +
+        ")\n"
+        "limit = " +
+        std::to_string(VDPlotScript::kRasterisedPoints) +
+        "\n"
+        "if (len(rows) > limit) != (len(x) > limit) or rows[0] != 0 or rows[-1] != len(x) - 1:\n"
+        "    sys.exit(" +
+        std::to_string(20 + c) + ")\n";
+  }
+  TestSupport::writeFile(dir / "Check.py", check);
+  EXPECT_EQ(TestSupport::shell("/usr/bin/python3 '" + (dir / "Check.py").string() + "'").status, 0);
 }
 
 }  // namespace

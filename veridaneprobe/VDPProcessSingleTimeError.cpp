@@ -56,11 +56,15 @@ void VDPProcessSingleTimeError::processTimeErrorFromTimeErrors(
   VDPFileSystem::saveScript(filePath("PlotTimeError.py"),
                             timeErrors.generatePythonScriptWithOutputPath(
                                 std::nullopt, csvName, _outputName, std::nullopt, true));
+  // The figures draw the rows handed over here rather than reading back every row written.
+  const std::string csvPath = _outputPath + "/" + csvName;
+  VDPPythonInterpreter::provideRecords(csvPath, timeErrors.plotRecords());
   for (const char* extension : {".png", ".pdf"}) {
     VDPPythonInterpreter::runScript(timeErrors.generatePythonScriptWithOutputPath(
         _outputPath, csvName, _outputName, filePath(_outputName + "_time_error" + extension),
         false));
   }
+  VDPPythonInterpreter::withdrawRecords(csvPath);
 }
 
 void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis,
@@ -81,10 +85,14 @@ void VDPProcessSingleTimeError::processStatistic(VDStatisticAnalysis& analysis,
   VDPFileSystem::saveScript(filePath(scriptName),
                             analysisClass.generatePythonScriptWithOutputPath(
                                 std::nullopt, csvName, _outputName, std::nullopt, true));
+  const std::string csvPath = _outputPath + "/" + csvName;
+  VDPPythonInterpreter::provideRecords(
+      csvPath, analysis.plotRecords(_startWindowSize, _endWindowSize, _stepSize));
   for (const char* extension : {".png", ".pdf"}) {
     VDPPythonInterpreter::runScript(analysisClass.generatePythonScriptWithOutputPath(
         _outputPath, csvName, _outputName, filePath(stem + extension), false));
   }
+  VDPPythonInterpreter::withdrawRecords(csvPath);
 }
 
 std::unique_ptr<VDAllanDeviationAnalysis> VDPProcessSingleTimeError::processADEVFromTimeErrors(

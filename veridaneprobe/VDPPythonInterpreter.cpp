@@ -100,6 +100,63 @@ void VDPPythonInterpreter::runScript(const std::string& scriptText) {
   flushPythonStream("stderr");
 }
 
+namespace {
+
+// Calls the compatibility module's function name with arguments (a new reference, stolen);
+// a failure prints its traceback.
+void callCompatibility(const char* name, PyObject* arguments) {
+  if (!gCompatibilityInstalled) {
+    installCompatibility();
+  }
+  PyObject* module = PyImport_ImportModule("veridaneprobe_compat");
+  PyObject* function = module != nullptr ? PyObject_GetAttrString(module, name) : nullptr;
+  PyObject* result = function != nullptr && arguments != nullptr
+                         ? PyObject_CallObject(function, arguments)
+                         : nullptr;
+  if (result == nullptr) {
+    PyErr_Print();
+  }
+  Py_XDECREF(result);
+  Py_XDECREF(function);
+  Py_XDECREF(module);
+  Py_XDECREF(arguments);
+}
+
+bool scriptsRunHere() { return !gScriptRunner && Py_IsInitialized(); }
+
+}  // namespace
+
+void VDPPythonInterpreter::provideRecords(const std::string& csvPath,
+                                          const VDPlotRecords& records) {
+  if (!scriptsRunHere()) {
+    return;
+  }
+  PyObject* columns = PyList_New(0);
+  for (const VDPlotRecords::Column& column : records.columns) {
+    const char* data = column.integral ? reinterpret_cast<const char*>(column.integers.data())
+                                       : reinterpret_cast<const char*>(column.reals.data());
+    const size_t count = column.integral ? column.integers.size() : column.reals.size();
+    data = count > 0 ? data : "";  // no buffer behind an empty column; y# would make None
+    PyObject* entry =
+        Py_BuildValue("(sy#N)", column.name.c_str(), data, static_cast<Py_ssize_t>(count * 8),
+                      PyBool_FromLong(column.integral ? 1 : 0));
+    if (entry == nullptr) {
+      PyErr_Print();
+      Py_DECREF(columns);
+      return;
+    }
+    PyList_Append(columns, entry);
+    Py_DECREF(entry);
+  }
+  callCompatibility("provide_records", Py_BuildValue("(sN)", csvPath.c_str(), columns));
+}
+
+void VDPPythonInterpreter::withdrawRecords(const std::string& csvPath) {
+  if (scriptsRunHere()) {
+    callCompatibility("withdraw_records", Py_BuildValue("(s)", csvPath.c_str()));
+  }
+}
+
 void VDPPythonInterpreter::finalise() {
   if (Py_IsInitialized()) {
     flushPythonStream("stdout");

@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "VDPlotRecords.h"
+
 // The VDPPythonInterpreter owns the embedded CPython that renders every plot script. There is
 // one per process: started after the command line has been checked, finalised on every path.
 // matplotlib is loaded only when the first script is about to run, so runs that plot nothing
@@ -16,6 +18,12 @@ class VDPPythonInterpreter {
   // standard error and the run goes on. Console output is flushed on both sides of the run, so
   // lines keep their order when standard output is a pipe.
   static void runScript(const std::string& scriptText);
+
+  // Until withdrawn, a script that reads csvPath (mlab.csv2rec) gets these records instead of
+  // reading the file: the rows its figure draws of a result just written. Nothing happens while
+  // scripts go to a test's runner or the interpreter is not running.
+  static void provideRecords(const std::string& csvPath, const VDPlotRecords& records);
+  static void withdrawRecords(const std::string& csvPath);
 
   // Finalises the interpreter; harmless when it was never started.
   static void finalise();

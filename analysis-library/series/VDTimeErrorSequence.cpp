@@ -1,8 +1,10 @@
 #include "VDTimeErrorSequence.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "VDCSVBuffer.h"
+#include "VDPlotReduction.h"
 #include "VDPlotScript.h"
 #include "VDResultPath.h"
 
@@ -34,6 +36,39 @@ bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::
     // Out of memory: reported like any other failed write.
     return false;
   }
+}
+
+VDPlotRecords VDTimeErrorSequence::plotRecords() const {
+  const double countsPerNanosecond = static_cast<double>(_countsPerNanosecond);
+  const auto error = [&](size_t i) {
+    return static_cast<double>(_timeErrors[i].error()) / countsPerNanosecond;
+  };
+  const std::vector<size_t> rows = VDPlotReduction::rowsForPlotRun(
+      _timeErrors.size(),
+      [this](size_t i) { return static_cast<double>(_timeErrors[i].timestamp()); }, false, {error});
+  // Typed as the CSV reader types the columns: integers unless a value is not one (a time
+  // beyond int64, which the CSV prints unsigned, or an error with decimals).
+  VDPlotRecords records;
+  VDPlotRecords::Column time{"time", true, {}, {}};
+  VDPlotRecords::Column timeError{"time_error", _countsPerNanosecond == 1, {}, {}};
+  for (const size_t row : rows) {
+    time.integral = time.integral && _timeErrors[row].timestamp() <= uint64_t{INT64_MAX};
+  }
+  for (const size_t row : rows) {
+    const VDTimeErrorValue& value = _timeErrors[row];
+    if (time.integral) {
+      time.integers.push_back(static_cast<int64_t>(value.timestamp()));
+    } else {
+      time.reals.push_back(static_cast<double>(value.timestamp()));
+    }
+    if (timeError.integral) {
+      timeError.integers.push_back(value.error());
+    } else {
+      timeError.reals.push_back(error(row));
+    }
+  }
+  records.columns = {std::move(time), std::move(timeError)};
+  return records;
 }
 
 std::string VDTimeErrorSequence::generatePythonScriptWithOutputPath(

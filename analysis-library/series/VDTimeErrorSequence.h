@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "VDPlotRecords.h"
 #include "VDTimeErrorValue.h"
 
 // A VDTimeErrorSequence holds the time error values of one series in the order they were
@@ -25,6 +26,10 @@ class VDTimeErrorSequence {
   // false when the file could not be written; never throws.
   bool exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
                                       const std::string& filename) const;
+
+  // The rows of that CSV that its figure draws (VDPlotReduction::rowsForPlotRun), for the plot
+  // run to take from memory.
+  VDPlotRecords plotRecords() const;
 
   // The matplotlib script that plots the CSV written by exportTimeErrorsToDirectoryURL. With no
   // outputPath the script reads the CSV from beside itself; with a plotPath it saves the

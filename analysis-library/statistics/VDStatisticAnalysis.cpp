@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "VDCSVBuffer.h"
+#include "VDPlotReduction.h"
 #include "VDResultPath.h"
 
 namespace {
@@ -140,4 +141,56 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
     // Out of memory: reported like any other failed write.
     return false;
   }
+}
+
+VDPlotRecords VDStatisticAnalysis::plotRecords(int64_t startWindowSize, int64_t endWindowSize,
+                                               int64_t stepSize) const {
+  const VDWindowRange range = VDWindowRange::clamped(startWindowSize, endWindowSize, stepSize, 1,
+                                                     std::numeric_limits<int64_t>::max());
+  std::vector<const VDStatisticPoint*> exported;
+  for (const VDStatisticPoint& point : _points) {
+    if (range.contains(point.windowSize)) {
+      exported.push_back(&point);
+    }
+  }
+  const bool withBounds = analysisClass().hasConfidenceBand();
+  const auto column = [&exported](double VDStatisticPoint::*field) {
+    return [&exported, field](size_t i) { return exported[i]->*field; };
+  };
+  std::vector<VDPlotReduction::Column> series{column(&VDStatisticPoint::value)};
+  if (withBounds) {
+    series.insert(series.end(),
+                  {column(&VDStatisticPoint::minimum), column(&VDStatisticPoint::maximum)});
+  }
+  const std::vector<size_t> rows = VDPlotReduction::rowsForPlotRun(
+      exported.size(), column(&VDStatisticPoint::tau), true, series);
+  // The columns of the CSV, in its order.
+  const std::string value = analysisClass().valueColumn();
+  VDPlotRecords records;
+  const auto integers = [&](const std::string& name, auto of) {
+    VDPlotRecords::Column& out = records.columns.emplace_back();
+    out.name = name;
+    out.integral = true;
+    for (const size_t row : rows) {
+      out.integers.push_back(static_cast<int64_t>(of(*exported[row])));
+    }
+  };
+  const auto reals = [&](const std::string& name, double VDStatisticPoint::*field) {
+    VDPlotRecords::Column& out = records.columns.emplace_back();
+    out.name = name;
+    for (const size_t row : rows) {
+      out.reals.push_back(exported[row]->*field);
+    }
+  };
+  integers("window", [](const VDStatisticPoint& point) { return point.windowSize; });
+  reals("tau", &VDStatisticPoint::tau);
+  reals(value, &VDStatisticPoint::value);
+  integers("terms", [](const VDStatisticPoint& point) { return point.termCount; });
+  if (withBounds) {
+    integers("alpha", [](const VDStatisticPoint& point) { return point.alpha; });
+    reals("edf", &VDStatisticPoint::edf);
+    reals(value + "_min", &VDStatisticPoint::minimum);
+    reals(value + "_max", &VDStatisticPoint::maximum);
+  }
+  return records;
 }

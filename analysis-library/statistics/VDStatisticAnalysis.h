@@ -9,6 +9,7 @@
 
 #include "VDAnalysisClass.h"
 #include "VDAnalysisProgress.h"
+#include "VDPlotRecords.h"
 #include "VDStatisticPoint.h"
 #include "VDTimeErrorValue.h"
 #include "VDWindowRange.h"
@@ -48,6 +49,11 @@ class VDStatisticAnalysis {
   bool exportAnalysisToDirectoryURL(const std::filesystem::path& directory,
                                     const std::string& filename, int64_t startWindowSize,
                                     int64_t endWindowSize, int64_t stepSize) const;
+
+  // The rows of that CSV that its figure draws (VDPlotReduction::rowsForPlotRun over tau and
+  // the value, with the confidence bounds where there are any), for the plot run to take from
+  // memory.
+  VDPlotRecords plotRecords(int64_t startWindowSize, int64_t endWindowSize, int64_t stepSize) const;
 
   // How many counts of the time errors make a nanosecond (1 by default; 1000 for values kept to
   // the picosecond): the results are in nanoseconds whatever the unit of the counts.

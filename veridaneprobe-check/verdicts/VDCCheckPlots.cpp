@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "VDCSVBuffer.h"
+#include "VDPlotReduction.h"
 #include "VDPlotScript.h"
 
 namespace {
@@ -29,45 +30,6 @@ std::string pythonList(const std::vector<double>& values) {
   }
   text.appendText("])");
   return text.text();
-}
-
-// The samples a saved figure needs to look as with every sample: in each of
-// VDPlotScript::kPixelColumns columns of the time range the first and the last, and those where
-// the time error and its low-pass are lowest and highest.
-std::vector<size_t> pixelColumnExtremes(const std::vector<double>& times,
-                                        const std::vector<double>& errors,
-                                        const std::vector<double>& lowPassed) {
-  std::vector<size_t> shown;
-  const double span = times.back() - times.front();
-  if (times.size() <= static_cast<size_t>(VDPlotScript::kReducedPoints) || !(span > 0)) {
-    for (size_t i = 0; i < times.size(); ++i) {
-      shown.push_back(i);
-    }
-    return shown;
-  }
-  const double columnsPerSecond = (VDPlotScript::kPixelColumns - 1) / span;
-  size_t first = 0;
-  while (first < times.size()) {
-    const auto column = static_cast<int64_t>((times[first] - times.front()) * columnsPerSecond);
-    size_t end = first;
-    size_t lowest[2] = {first, first};
-    size_t highest[2] = {first, first};
-    while (end < times.size() &&
-           static_cast<int64_t>((times[end] - times.front()) * columnsPerSecond) == column) {
-      for (int series = 0; series < 2; ++series) {
-        const std::vector<double>& values = series == 0 ? errors : lowPassed;
-        lowest[series] = values[end] < values[lowest[series]] ? end : lowest[series];
-        highest[series] = values[end] > values[highest[series]] ? end : highest[series];
-      }
-      ++end;
-    }
-    const size_t kept = shown.size();
-    shown.insert(shown.end(), {first, lowest[0], highest[0], lowest[1], highest[1], end - 1});
-    std::sort(shown.begin() + static_cast<long>(kept), shown.end());
-    shown.erase(std::unique(shown.begin() + static_cast<long>(kept), shown.end()), shown.end());
-    first = end;
-  }
-  return shown;
 }
 
 std::string numberText(double value) {
@@ -215,7 +177,11 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
       // The run that saves the figure gets the points it draws from here, not by reading back
       // the CSV just written (a day at 16 Hz is over a million rows).
       std::vector<double> shownTimes, shownErrors, shownLowPassed;
-      for (const size_t i : pixelColumnExtremes(times, errors, lowPassed)) {
+      const auto at = [](const std::vector<double>& values) {
+        return [&values](size_t i) { return values[i]; };
+      };
+      for (const size_t i : VDPlotReduction::pixelColumnExtremes(times.size(), at(times), false,
+                                                                 {at(errors), at(lowPassed)})) {
         shownTimes.push_back(times[i] - times.front());
         shownErrors.push_back(errors[i]);
         shownLowPassed.push_back(lowPassed[i]);
