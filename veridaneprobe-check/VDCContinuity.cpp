@@ -58,7 +58,9 @@ VDCContinuity VDCContinuity::of(const std::vector<double>& times) {
 std::string VDCContinuity::summary(const std::string& stream,
                                    const std::vector<double>& times) const {
   std::string text = "Stream " + stream + ": " + std::to_string(times.size()) +
-                     " samples, sample interval " + number(meanInterval) + " s";
+                     (times.size() == 1 ? " sample" : " samples");
+  // One sample has no interval to tell.
+  text += times.size() > 1 ? ", sample interval " + number(meanInterval) + " s" : "";
   if (gaps.empty()) {
     text += ", no gaps";
   } else {
