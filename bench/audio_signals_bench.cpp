@@ -11,7 +11,9 @@
 // (BM_PlainCorrelation): coverage (windows with a value over windows with signal in both
 // channels), rms_ns and max_ns (error against the truth over the values), off_1us (values off
 // by more than 1 us) and x_realtime; for the calculator also how many windows with signal it
-// judged silent, weak, ambiguous, uncertain, lost or outside.
+// judged silent, weak, ambiguous, uncertain, lost or outside, and how honest its stated
+// uncertainties are (beyond_3u, beyond_5u: values off by more than 3 and 5 times theirs;
+// sure_off_1us: values stated to within 200 ns yet off by more than 1 us).
 
 #include <benchmark/benchmark.h>
 
@@ -202,10 +204,15 @@ const Pair& pairOf(int index) {
 
 struct Score {
   int64_t withSignal = 0, values = 0, off1us = 0;
+  // Values off by more than 3 and 5 times their stated standard uncertainty, and values stated
+  // to within 200 ns yet off by more than 1 us: how honest the uncertainties are.
+  int64_t beyond3u = 0, beyond5u = 0, sureButOff = 0;
   double sumSquares = 0, maxError = 0;
 
-  // period: of a signal that repeats exactly (tone, clicks), whose offset is known modulo it.
-  void add(int64_t start, double lag, double offset, double period) {
+  // period: of a signal that repeats exactly (tone, clicks), whose offset is known modulo it;
+  // uncertainty: the stated standard uncertainty in samples (NaN where none is stated).
+  void add(int64_t start, double lag, double offset, double period,
+           double uncertainty = std::nan("")) {
     const double centre = (start + (kLength - 1) / 2.0) / kRate;
     double error = lag / kRate - (offset + kDrift * centre);
     if (period > 0) {
@@ -216,6 +223,10 @@ struct Score {
     sumSquares += error * error;
     maxError = std::max(maxError, error);
     off1us += error > 1e-6 ? 1 : 0;
+    const double stated = uncertainty / kRate;
+    beyond3u += error > 3 * stated ? 1 : 0;
+    beyond5u += error > 5 * stated ? 1 : 0;
+    sureButOff += stated < 200e-9 && error > 1e-6 ? 1 : 0;
   }
 
   void report(benchmark::State& state, double seconds) const {
@@ -224,6 +235,12 @@ struct Score {
     state.counters["max_ns"] = values ? maxError * 1e9 : NAN;
     state.counters["off_1us"] = static_cast<double>(off1us);
     state.counters["x_realtime"] = kSeconds / seconds;
+  }
+
+  void reportHonesty(benchmark::State& state) const {
+    state.counters["beyond_3u"] = static_cast<double>(beyond3u);
+    state.counters["beyond_5u"] = static_cast<double>(beyond5u);
+    state.counters["sure_off_1us"] = static_cast<double>(sureButOff);
   }
 };
 
@@ -250,11 +267,12 @@ void BM_Calculator(benchmark::State& state) {
       ++statuses[static_cast<int>(windows[w].status)];
       if (windows[w].status == VDAudioTimeErrorCalculator::WindowStatus::Used) {
         score.add(windows[w].start, windows[w].refinedLag, kCases[index].offset,
-                  periodOf(kCases[index]));
+                  periodOf(kCases[index]), windows[w].delayUncertainty);
       }
     }
   }
   score.report(state, seconds);
+  score.reportHonesty(state);
   // Why the others gave no value.
   const char* names[7] = {"used", "silent", "weak", "ambiguous", "uncertain", "lost", "outside"};
   for (int i = 1; i < 7; ++i) {
