@@ -45,10 +45,14 @@ constexpr size_t kCoarseCandidates = 3;
 constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
 constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
 // A value whose standard uncertainty exceeds 208 ns (a hundredth of a sample at 48 kHz) is not
-// given: such windows (a quiet syllable, a note fading into the noise) would scatter by
-// microseconds and wreck the statistics drawn from the series. The limit is a time, not a
-// fraction of a sample, so that a recording at 96 kHz is not held to half of it.
+// given while the drift is still being found: such windows (a quiet syllable, a note fading into
+// the noise) scatter by microseconds and would mislead the drift line. Once the drift is known
+// the prediction places the peak, so a noisier window is measured too, up to 500 ns (its stated
+// uncertainty still honest: at 20 dB SNR music gets a value in most windows instead of almost
+// none). Beyond that a value would wreck the statistics drawn from the series. The limits are
+// times, not fractions of a sample, so that a recording at 96 kHz is held to the same.
 constexpr double kMaximumUncertaintySeconds = 0.01 / 48000.0;
+constexpr double kTrackedUncertaintySeconds = 0.5e-6;
 
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
@@ -353,8 +357,10 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
   // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
   // judged once it has been measured again through the drift.
   const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
-  if (status == WindowStatus::Used && judgeUncertainty &&
-      !(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
+  const double limit =
+      (tracking.driftKnown() ? kTrackedUncertaintySeconds : kMaximumUncertaintySeconds) *
+      _samplingRate;
+  if (status == WindowStatus::Used && judgeUncertainty && !(peak.uncertainty <= limit)) {
     // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
     // less at the whole-sample peak than at the true one, which would make it look noisy: once
     // more, centred between the samples where the peak lies.
@@ -367,7 +373,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
       predicted = centred;
       peak = again;
     }
-    if (!(peak.uncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
+    if (!(peak.uncertainty <= limit)) {
       status = WindowStatus::Uncertain;
     }
   }

@@ -83,7 +83,8 @@ struct VDAudioTracking;
 //              next window has not confirmed, or a wrong match);
 //   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
 //              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns (a
-//              hundredth of a sample at 48 kHz, a fiftieth at 96 kHz);
+//              hundredth of a sample at 48 kHz) while the drift is not known yet, 500 ns once
+//              it is;
 //   lost       its peak lies on the edge of the +-32 sample range;
 //   outside    less than half of it has both channels' neighbourhoods inside the recordings (its
 //              match in B lies beyond B's start or end).
