@@ -301,8 +301,10 @@ void VDCCheckPlots::plotCurve(
           "beyondValue.extend(value[shown][beyond])\n";
     }
     script += maskLines;
+    // Listed in the legend only where there is a mark to explain.
     script +=
-        "ax1.plot(beyondTau, beyondValue, linestyle='None', marker='x', markersize=5, "
+        "if beyondTau:\n"
+        "    ax1.plot(beyondTau, beyondValue, linestyle='None', marker='x', markersize=5, "
         "color='" +
         std::string(kBeyondColour) + "', label='Beyond a mask', zorder=4)\n";
     script += VDPlotScript::decadeGrid("ax1");
