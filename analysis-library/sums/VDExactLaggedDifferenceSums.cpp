@@ -27,20 +27,17 @@ constexpr int64_t kShortLagFactor = 16;
 // Lags whose sums are finished (and reported) together.
 constexpr uint64_t kLagsPerReport = 8192;
 
-// The prefix sums of every family for the lags first .. end-1 of lags.
-std::map<Family, std::vector<__int128>> prefixSums(
-    const std::optional<VDPrefixCorrelation>& correlation, const std::vector<Family>& families,
-    const VDWindowRange& lags, uint64_t first, uint64_t end) {
-  std::map<Family, std::vector<__int128>> sums;
-  for (const Family& family : families) {
-    std::vector<VDPrefixCorrelation::Query> queries;
-    queries.reserve(end - first);
-    for (uint64_t index = first; index < end; ++index) {
-      queries.push_back({family.first * lags.at(index), family.second * lags.at(index)});
-    }
-    sums[family] = correlation->sums(queries);
+// The prefix sums of one family for every lag of lags; queriesDone as for
+// VDPrefixCorrelation::sumsBySplitting.
+std::vector<__int128> prefixSums(const VDPrefixCorrelation& correlation, const Family& family,
+                                 const VDWindowRange& lags,
+                                 const std::function<void(size_t)>& queriesDone) {
+  std::vector<VDPrefixCorrelation::Query> queries;
+  queries.reserve(lags.count());
+  for (uint64_t index = 0; index < lags.count(); ++index) {
+    queries.push_back({family.first * lags.at(index), family.second * lags.at(index)});
   }
-  return sums;
+  return correlation.sumsBySplitting(queries, queriesDone);
 }
 
 // The autocorrelation c[0] .. c[largestLag] (entries beyond are left 0). Over every lag that is
@@ -93,40 +90,64 @@ std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
     headCorrelation = VDPrefixCorrelation::of(sequence);
     tailCorrelation = VDPrefixCorrelation::of({sequence.rbegin(), sequence.rend()});
   }
-  const std::vector<__int128> correlation =
+  std::vector<__int128> correlation =
       autocorrelation(sequence, order * lags.last(), headCorrelation);
   const size_t count = sequence.size();
   std::vector<__int128> squares(count + 1, 0);  // squares[k] = u[0]^2 + ... + u[k-1]^2
   for (size_t i = 0; i < count; ++i) {
     squares[i + 1] = squares[i] + static_cast<__int128>(sequence[i]) * sequence[i];
   }
+  // sums[index] = sum_a c_a^2 (squares over the starts of u[j + a m]) + 2 sum_{a<b} c_a c_b X_ab:
+  // the squares and the autocorrelation's part first, then each family's prefix sums taken off
+  // as they come, one family after another (each family's sums are as long as the lags).
   std::vector<__int128> sums(lags.count());
-  for (uint64_t first = 0; first < lags.count(); first += kLagsPerReport) {
-    const uint64_t end = std::min(lags.count(), first + kLagsPerReport);
-    const auto headSums = prefixSums(headCorrelation, heads, lags, first, end);
-    const auto tailSums = prefixSums(tailCorrelation, tails, lags, first, end);
-    for (uint64_t index = first; index < end; ++index) {
-      const auto m = static_cast<size_t>(lags.at(index));
-      const size_t starts = count - static_cast<size_t>(order) * m;
-      __int128 sum = 0;
-      for (int a = 0; a <= order; ++a) {
-        sum += c[a] * c[a] * (squares[a * m + starts] - squares[a * m]);
-        for (int b = a + 1; b <= order; ++b) {
-          __int128 products = correlation[(b - a) * m];
-          if (a > 0) {
-            products -= headSums.at({b - a, a})[index - first];
-          }
-          if (order - b > 0) {
-            products -= tailSums.at({b - a, order - b})[index - first];
-          }
-          sum += 2 * c[a] * c[b] * products;
-        }
+  for (uint64_t index = 0; index < lags.count(); ++index) {
+    const auto m = static_cast<size_t>(lags.at(index));
+    const size_t starts = count - static_cast<size_t>(order) * m;
+    __int128 sum = 0;
+    for (int a = 0; a <= order; ++a) {
+      sum += c[a] * c[a] * (squares[a * m + starts] - squares[a * m]);
+      for (int b = a + 1; b <= order; ++b) {
+        sum += 2 * c[a] * c[b] * correlation[(b - a) * m];
       }
-      sums[index] = sum;
     }
-    if (lagsDone) {
-      lagsDone(end);
+    sums[index] = sum;
+  }
+  // Gone before the families' sums take their room.
+  std::vector<__int128>().swap(correlation);
+  std::vector<__int128>().swap(squares);
+  // Progress in parts of kLagsPerReport lags, the families' passes reported as one.
+  const uint64_t lagCount = lags.count();
+  const uint64_t passes = heads.size() + tails.size();
+  uint64_t nextReport = kLagsPerReport;
+  const auto reportUpTo = [&](uint64_t done) {
+    for (; nextReport <= done && nextReport < lagCount; nextReport += kLagsPerReport) {
+      if (lagsDone) {
+        lagsDone(nextReport);
+      }
     }
+  };
+  uint64_t pass = 0;
+  for (int a = 0; a <= order; ++a) {
+    for (int b = a + 1; b <= order; ++b) {
+      for (const bool head : {true, false}) {
+        if (head ? a == 0 : order - b == 0) {
+          continue;
+        }
+        const Family family = head ? Family{b - a, a} : Family{b - a, order - b};
+        const std::vector<__int128> prefix =
+            prefixSums(head ? *headCorrelation : *tailCorrelation, family, lags,
+                       [&](size_t done) { reportUpTo((pass * lagCount + done) / passes); });
+        for (uint64_t index = 0; index < lagCount; ++index) {
+          sums[index] -= 2 * c[a] * c[b] * prefix[index];
+        }
+        ++pass;
+      }
+    }
+  }
+  reportUpTo(lagCount);
+  if (lagsDone) {
+    lagsDone(lagCount);
   }
   return sums;
 }

@@ -94,9 +94,16 @@ class VDNumberTheoreticTransform {
     }
 
     // values.size() must be the plan's size.
-    void forward(std::vector<uint32_t>& values) const {
-      for (size_t i = 1, j = 0; i < _size; ++i) {
-        size_t bit = _size >> 1;
+    void forward(std::vector<uint32_t>& values) const { forward(values.data(), _size); }
+
+    // The inverse, with the division by the length: the forward transform read backwards.
+    void inverse(std::vector<uint32_t>& values) const { inverse(values.data(), _size); }
+
+    // The transforms of any power-of-two length up to the plan's: a stage's factors do not
+    // depend on the length, so a plan holds those of every shorter one.
+    void forward(uint32_t* values, size_t size) const {
+      for (size_t i = 1, j = 0; i < size; ++i) {
+        size_t bit = size >> 1;
         for (; j & bit; bit >>= 1) {
           j ^= bit;
         }
@@ -105,24 +112,25 @@ class VDNumberTheoreticTransform {
           std::swap(values[i], values[j]);
         }
       }
-      for (size_t half = 1; half < _size; half *= 2) {
-        for (size_t start = 0; start < _size; start += 2 * half) {
-          butterflies(values.data() + start, half, _twiddles.data() + half,
-                      _quotients.data() + half, Prime);
+      for (size_t half = 1; half < size; half *= 2) {
+        for (size_t start = 0; start < size; start += 2 * half) {
+          butterflies(values + start, half, _twiddles.data() + half, _quotients.data() + half,
+                      Prime);
         }
       }
     }
 
-    // The inverse, with the division by the length: the forward transform read backwards.
-    void inverse(std::vector<uint32_t>& values) const {
-      forward(values);
-      std::reverse(values.begin() + 1, values.end());
+    void inverse(uint32_t* values, size_t size) const {
+      forward(values, size);
+      std::reverse(values + 1, values + size);
       const uint32_t scale =
-          VDNumberTheoreticTransform::inverse<Prime>(static_cast<uint32_t>(_size % Prime));
-      for (uint32_t& value : values) {
-        value = multiply<Prime>(value, scale);
+          VDNumberTheoreticTransform::inverse<Prime>(static_cast<uint32_t>(size % Prime));
+      for (size_t k = 0; k < size; ++k) {
+        values[k] = multiply<Prime>(values[k], scale);
       }
     }
+
+    size_t size() const { return _size; }
 
    private:
     size_t _size;

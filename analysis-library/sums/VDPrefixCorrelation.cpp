@@ -1,6 +1,7 @@
 #include "VDPrefixCorrelation.h"
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 #include "VDExactAutocorrelation.h"
@@ -14,6 +15,10 @@ using NTT = VDNumberTheoreticTransform;
 // up to a block of lags further never wrap around.
 constexpr size_t kBlock = 2048;
 constexpr size_t kTransformSize = 2 * kBlock;
+
+// Terms summed term by term that cost about as much as one butterfly step of a split's
+// transforms (three primes, two forward and one inverse transform each).
+constexpr uint64_t kTermsPerTransformStep = 16;
 
 #define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 
@@ -99,13 +104,19 @@ VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
     _low.push_back(static_cast<int32_t>(value & ((int64_t{1} << kLimbBits) - 1)));
   }
   _blockCount = (_sequence.size() + kBlock - 1) / kBlock;
+}
+
+void VDPrefixCorrelation::transformBlocks() const {
+  if (_blockCount == 0 || !_blockTransforms[0].empty()) {
+    return;
+  }
   transformBlocks<NTT::kPrime1>(0);
   transformBlocks<NTT::kPrime2>(1);
   transformBlocks<NTT::kPrime3>(2);
 }
 
 template <uint32_t Prime>
-void VDPrefixCorrelation::transformBlocks(int primeIndex) {
+void VDPrefixCorrelation::transformBlocks(int primeIndex) const {
   std::vector<uint32_t>& blocks = _blockTransforms[primeIndex];
   std::vector<uint32_t>& pairs = _pairTransforms[primeIndex];
   blocks.resize(_blockCount * kTransformSize);
@@ -172,7 +183,19 @@ __int128 VDPrefixCorrelation::limbDotProduct(size_t a, size_t b, size_t count) c
   return sum;
 }
 
+__int128 VDPrefixCorrelation::productSum(size_t from, size_t lag, size_t count) const {
+  if (count == 0) {
+    return 0;
+  }
+  if (static_cast<unsigned __int128>(_largestSquare) * count <
+      (static_cast<unsigned __int128>(1) << 63)) {
+    return dotProduct(_sequence.data() + from, _sequence.data() + from + lag, count);
+  }
+  return limbDotProduct(from, from + lag, count);
+}
+
 std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
+  transformBlocks();
   std::vector<__int128> results(queries.size(), 0);
   std::vector<uint32_t> residues[3];
   for (std::vector<uint32_t>& residue : residues) {
@@ -201,13 +224,7 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
       const size_t from = wholeBlocks * kBlock;
       const auto to = static_cast<size_t>(queries[q].starts);
       const auto lag = static_cast<size_t>(queries[q].lag);
-      __int128 rest = 0;
-      if (to > from && static_cast<unsigned __int128>(_largestSquare) * (to - from) <
-                           (static_cast<unsigned __int128>(1) << 63)) {
-        rest = dotProduct(_sequence.data() + from, _sequence.data() + from + lag, to - from);
-      } else {
-        rest = limbDotProduct(from, from + lag, to > from ? to - from : 0);
-      }
+      const __int128 rest = productSum(from, lag, to > from ? to - from : 0);
       results[q] =
           rest +
           (wholeBlocks > 0 ? NTT::fromResidues(residues[0][q], residues[1][q], residues[2][q]) : 0);
@@ -215,4 +232,141 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
     first = end;
   }
   return results;
+}
+
+// The queries first .. end-1 of a split all sum from the same start on, base: the products before
+// base are summed already (as residues, or term by term). Either each is summed term by term from
+// base to its starts, or the starts all of them share, base .. least-1, are summed for all their
+// lags by one cross-correlation of base .. least-1 with the values their lags reach, and both
+// halves go on from least.
+struct VDPrefixCorrelation::Splitting {
+  const VDPrefixCorrelation& correlation;
+  const std::vector<Query>& queries;
+  const std::function<void(size_t)>& queriesDone;
+  std::vector<__int128> results;
+  std::vector<uint32_t> residues[3];
+  // The transforms of the longest length taken so far (a plan holds every shorter one), and room
+  // for two sequences of that length.
+  std::optional<NTT::Plan<NTT::kPrime1>> plan1;
+  std::optional<NTT::Plan<NTT::kPrime2>> plan2;
+  std::optional<NTT::Plan<NTT::kPrime3>> plan3;
+  std::vector<uint32_t> x, y;
+
+  Splitting(const VDPrefixCorrelation& correlation, const std::vector<Query>& queries,
+            const std::function<void(size_t)>& queriesDone)
+      : correlation(correlation),
+        queries(queries),
+        queriesDone(queriesDone),
+        results(queries.size(), 0) {
+    for (std::vector<uint32_t>& residue : residues) {
+      residue.assign(queries.size(), 0);
+    }
+  }
+
+  void split(size_t first, size_t end, size_t base) {
+    auto least = static_cast<size_t>(queries[first].starts);
+    uint64_t terms = 0;
+    for (size_t q = first; q < end; ++q) {
+      least = std::min(least, static_cast<size_t>(queries[q].starts));
+      terms += static_cast<uint64_t>(queries[q].starts) - base;
+    }
+    const auto firstLag = static_cast<size_t>(queries[first].lag);
+    const size_t lagSpan = static_cast<size_t>(queries[end - 1].lag) - firstLag;
+    const size_t length = (least - base) + lagSpan;
+    // A product summed term by term costs a fraction of a butterfly: a half is summed so when
+    // that costs less than a few transforms of its length.
+    const uint64_t transformWork = kTermsPerTransformStep * length * (std::bit_width(length) + 1);
+    if (end - first == 1 || terms <= transformWork) {
+      for (size_t q = first; q < end; ++q) {
+        results[q] += correlation.productSum(base, static_cast<size_t>(queries[q].lag),
+                                             static_cast<size_t>(queries[q].starts) - base);
+      }
+      if (queriesDone) {
+        queriesDone(end);
+      }
+      return;
+    }
+    if (least > base) {
+      crossCorrelate<NTT::kPrime1>(0, first, end, base, least);
+      crossCorrelate<NTT::kPrime2>(1, first, end, base, least);
+      crossCorrelate<NTT::kPrime3>(2, first, end, base, least);
+    }
+    const size_t middle = first + (end - first) / 2;
+    split(first, middle, least);
+    split(middle, end, least);
+  }
+
+  template <uint32_t Prime>
+  std::optional<NTT::Plan<Prime>>& planFor() {
+    if constexpr (Prime == NTT::kPrime1) {
+      return plan1;
+    } else if constexpr (Prime == NTT::kPrime2) {
+      return plan2;
+    } else {
+      return plan3;
+    }
+  }
+
+  // residues[primeIndex][q] += sum over j in base .. least-1 of u[j] u[j + lag q], modulo Prime,
+  // for the queries first .. end-1.
+  template <uint32_t Prime>
+  void crossCorrelate(int primeIndex, size_t first, size_t end, size_t base, size_t least) {
+    const std::vector<int64_t>& sequence = correlation._sequence;
+    const size_t count = least - base;
+    const auto firstLag = static_cast<size_t>(queries[first].lag);
+    const size_t lagSpan = static_cast<size_t>(queries[end - 1].lag) - firstLag;
+    // x = u[base ..], count values; y = u[base + firstLag ..], count + lagSpan values: no product
+    // a query wants wraps around.
+    size_t size = 1;
+    while (size < count + lagSpan) {
+      size <<= 1;
+    }
+    std::optional<NTT::Plan<Prime>>& plan = planFor<Prime>();
+    if (!plan || plan->size() < size) {
+      plan.reset();
+      plan.emplace(size);
+    }
+    if (x.size() < size) {
+      x.resize(size);
+      y.resize(size);
+    }
+    for (size_t i = 0; i < count; ++i) {
+      x[i] = NTT::residue<Prime>(sequence[base + i]);
+    }
+    std::fill(x.begin() + static_cast<ptrdiff_t>(count),
+              x.begin() + static_cast<ptrdiff_t>(size), 0);
+    const size_t yStart = base + firstLag;
+    const size_t yCount = std::min(count + lagSpan, sequence.size() - yStart);
+    for (size_t i = 0; i < yCount; ++i) {
+      y[i] = NTT::residue<Prime>(sequence[yStart + i]);
+    }
+    std::fill(y.begin() + static_cast<ptrdiff_t>(yCount),
+              y.begin() + static_cast<ptrdiff_t>(size), 0);
+    plan->forward(x.data(), size);
+    plan->forward(y.data(), size);
+    // The correlation's transform is X[-k] Y[k].
+    for (size_t k = 0; k < size; ++k) {
+      y[k] = NTT::multiply<Prime>(x[(size - k) & (size - 1)], y[k]);
+    }
+    plan->inverse(y.data(), size);
+    std::vector<uint32_t>& residue = residues[primeIndex];
+    for (size_t q = first; q < end; ++q) {
+      const uint32_t sum = residue[q] + y[static_cast<size_t>(queries[q].lag) - firstLag];
+      residue[q] = sum >= Prime ? sum - Prime : sum;
+    }
+  }
+};
+
+std::vector<__int128> VDPrefixCorrelation::sumsBySplitting(
+    const std::vector<Query>& queries, const std::function<void(size_t)>& queriesDone) const {
+  if (queries.empty()) {
+    return {};
+  }
+  Splitting splitting(*this, queries, queriesDone);
+  splitting.split(0, queries.size(), 0);
+  for (size_t q = 0; q < queries.size(); ++q) {
+    splitting.results[q] += NTT::fromResidues(
+        splitting.residues[0][q], splitting.residues[1][q], splitting.residues[2][q]);
+  }
+  return std::move(splitting.results);
 }
