@@ -112,12 +112,7 @@ class VDNumberTheoreticTransform {
           std::swap(values[i], values[j]);
         }
       }
-      for (size_t half = 1; half < size; half *= 2) {
-        for (size_t start = 0; start < size; start += 2 * half) {
-          butterflies(values + start, half, _twiddles.data() + half, _quotients.data() + half,
-                      Prime);
-        }
-      }
+      forwardOfScrambled(values, size);
     }
 
     void inverse(uint32_t* values, size_t size) const {
@@ -132,17 +127,57 @@ class VDNumberTheoreticTransform {
 
     size_t size() const { return _size; }
 
+    // For convolutions, where only products of transforms are taken, two transforms that skip
+    // the reordering (an index's bits reversed) and run in stretches that stay in cache:
+    // scrambledForward leaves the transform in bit-reversed order (decimation in frequency);
+    // forwardOfScrambled takes a sequence in bit-reversed order and gives the transform of the
+    // sequence in natural order (decimation in time). So forwardOfScrambled(X Y), for X and Y
+    // from scrambledForward, is size times the cyclic convolution at negated index: entry
+    // (size - n) mod size for n.
+    void scrambledForward(uint32_t* values, size_t size) const {
+      const size_t local = std::min(size, kLocalStages);
+      for (size_t half = size / 2; half >= local; half /= 2) {
+        frequencyStage(values, size, half, _twiddles.data() + half, _quotients.data() + half,
+                       Prime);
+      }
+      for (size_t start = 0; start < size; start += local) {
+        for (size_t half = local / 2; half >= 1; half /= 2) {
+          frequencyStage(values + start, local, half, _twiddles.data() + half,
+                         _quotients.data() + half, Prime);
+        }
+      }
+    }
+
+    void forwardOfScrambled(uint32_t* values, size_t size) const {
+      const size_t local = std::min(size, kLocalStages);
+      for (size_t start = 0; start < size; start += local) {
+        for (size_t half = 1; half < local; half *= 2) {
+          timeStage(values + start, local, half, _twiddles.data() + half,
+                    _quotients.data() + half, Prime);
+        }
+      }
+      for (size_t half = local; half < size; half *= 2) {
+        timeStage(values, size, half, _twiddles.data() + half, _quotients.data() + half, Prime);
+      }
+    }
+
    private:
     size_t _size;
     std::vector<uint32_t> _twiddles;
     std::vector<uint32_t> _quotients;
   };
 
-  // The butterflies of one block of a transform stage: low[k], high[k] = low[k] +- high[k] w_k
-  // (high = low + half), with w_k = twiddles[k] and its Shoup quotient, modulo prime < 2^31. One
-  // function for every prime, built for several instruction sets.
-  static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
-                          const uint32_t* quotients, uint32_t prime);
+  // Values a transform's stages take in cache-sized stretches once their blocks fit (128 KB).
+  static constexpr size_t kLocalStages = size_t{1} << 15;
+
+  // One stage over every block of 2 half values of size, modulo prime < 2^31 (one function for
+  // every prime, built for several instruction sets), with w_k = twiddles[k] and its Shoup
+  // quotient: low[k], high[k] = low[k] +- high[k] w_k (decimation in time), or
+  // low[k] + high[k], (low[k] - high[k]) w_k (decimation in frequency); high = low + half.
+  static void timeStage(uint32_t* values, size_t size, size_t half, const uint32_t* twiddles,
+                        const uint32_t* quotients, uint32_t prime);
+  static void frequencyStage(uint32_t* values, size_t size, size_t half, const uint32_t* twiddles,
+                             const uint32_t* quotients, uint32_t prime);
 
   // The integer of magnitude below kLargestMagnitude with these residues (Garner's method).
   static __int128 fromResidues(uint32_t residue1, uint32_t residue2, uint32_t residue3) {

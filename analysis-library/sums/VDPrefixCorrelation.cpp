@@ -315,8 +315,9 @@ struct VDPrefixCorrelation::Splitting {
     const size_t count = least - base;
     const auto firstLag = static_cast<size_t>(queries[first].lag);
     const size_t lagSpan = static_cast<size_t>(queries[end - 1].lag) - firstLag;
-    // x = u[base ..], count values; y = u[base + firstLag ..], count + lagSpan values: no product
-    // a query wants wraps around.
+    // The correlation as a convolution: x = u[base ..], count values, reversed; y =
+    // u[base + firstLag ..], count + lagSpan values. The lag firstLag + d is the convolution's
+    // entry count - 1 + d, which no product wraps onto.
     size_t size = 1;
     while (size < count + lagSpan) {
       size <<= 1;
@@ -331,7 +332,7 @@ struct VDPrefixCorrelation::Splitting {
       y.resize(size);
     }
     for (size_t i = 0; i < count; ++i) {
-      x[i] = NTT::residue<Prime>(sequence[base + i]);
+      x[count - 1 - i] = NTT::residue<Prime>(sequence[base + i]);
     }
     std::fill(x.begin() + static_cast<ptrdiff_t>(count),
               x.begin() + static_cast<ptrdiff_t>(size), 0);
@@ -342,16 +343,19 @@ struct VDPrefixCorrelation::Splitting {
     }
     std::fill(y.begin() + static_cast<ptrdiff_t>(yCount),
               y.begin() + static_cast<ptrdiff_t>(size), 0);
-    plan->forward(x.data(), size);
-    plan->forward(y.data(), size);
-    // The correlation's transform is X[-k] Y[k].
+    plan->scrambledForward(x.data(), size);
+    plan->scrambledForward(y.data(), size);
     for (size_t k = 0; k < size; ++k) {
-      y[k] = NTT::multiply<Prime>(x[(size - k) & (size - 1)], y[k]);
+      y[k] = NTT::multiply<Prime>(x[k], y[k]);
     }
-    plan->inverse(y.data(), size);
+    plan->forwardOfScrambled(y.data(), size);
+    // size times the convolution, at negated index.
+    const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(size % Prime));
     std::vector<uint32_t>& residue = residues[primeIndex];
     for (size_t q = first; q < end; ++q) {
-      const uint32_t sum = residue[q] + y[static_cast<size_t>(queries[q].lag) - firstLag];
+      const size_t entry = count - 1 + static_cast<size_t>(queries[q].lag) - firstLag;
+      const uint32_t sum =
+          residue[q] + NTT::multiply<Prime>(y[(size - entry) & (size - 1)], scale);
       residue[q] = sum >= Prime ? sum - Prime : sum;
     }
   }
