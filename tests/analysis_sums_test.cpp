@@ -340,7 +340,8 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
     }
     for (const auto& list : {queries, everyLag}) {
       const std::vector<__int128> sums = correlation->sums(list);
-      const std::vector<__int128> split = correlation->sumsBySplitting(list, {});
+      VDPrefixCorrelation::Workspace workspace;
+      const std::vector<__int128> split = correlation->sumsBySplitting(list, {}, workspace);
       for (size_t q = 0; q < list.size(); ++q) {
         __int128 exact = 0;
         for (int64_t j = 0; j < list[q].starts; ++j) {

@@ -31,13 +31,14 @@ constexpr uint64_t kLagsPerReport = 8192;
 // VDPrefixCorrelation::sumsBySplitting.
 std::vector<__int128> prefixSums(const VDPrefixCorrelation& correlation, const Family& family,
                                  const VDWindowRange& lags,
-                                 const std::function<void(size_t)>& queriesDone) {
+                                 const std::function<void(size_t)>& queriesDone,
+                                 VDPrefixCorrelation::Workspace& workspace) {
   std::vector<VDPrefixCorrelation::Query> queries;
   queries.reserve(lags.count());
   for (uint64_t index = 0; index < lags.count(); ++index) {
     queries.push_back({family.first * lags.at(index), family.second * lags.at(index)});
   }
-  return correlation.sumsBySplitting(queries, queriesDone);
+  return correlation.sumsBySplitting(queries, queriesDone, workspace);
 }
 
 // The autocorrelation c[0] .. c[largestLag] (entries beyond are left 0). Over every lag that is
@@ -62,7 +63,8 @@ std::vector<__int128> autocorrelation(const std::vector<int64_t>& sequence, int6
 // The exact sums of a sequence whose every sum the transforms hold.
 std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
                                 const VDWindowRange& lags,
-                                const std::function<void(uint64_t)>& lagsDone) {
+                                const std::function<void(uint64_t)>& lagsDone,
+                                VDPrefixCorrelation::Workspace& workspace) {
   const std::vector<int64_t>& c = coefficientsOf(order);
   // X_ab = sum_j u[j+am] u[j+bm] over the N - order m starts j is the autocorrelation at lag
   // (b-a)m less the products before start am (head, on the sequence) and those after the last
@@ -137,7 +139,8 @@ std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
         const Family family = head ? Family{b - a, a} : Family{b - a, order - b};
         const std::vector<__int128> prefix =
             prefixSums(head ? *headCorrelation : *tailCorrelation, family, lags,
-                       [&](size_t done) { reportUpTo((pass * lagCount + done) / passes); });
+                       [&](size_t done) { reportUpTo((pass * lagCount + done) / passes); },
+                       workspace);
         for (uint64_t index = 0; index < lagCount; ++index) {
           sums[index] -= 2 * c[a] * c[b] * prefix[index];
         }
@@ -196,8 +199,9 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
     const std::vector<int64_t>& sequence, int order, const VDWindowRange& lags,
     const std::function<void(uint64_t)>& lagsDone) {
   std::vector<double> rounded(lags.count());
+  VDPrefixCorrelation::Workspace workspace;
   if (VDExactAutocorrelation::holdsEverySum(sequence)) {
-    const std::vector<__int128> exact = exactSums(sequence, order, lags, lagsDone);
+    const std::vector<__int128> exact = exactSums(sequence, order, lags, lagsDone, workspace);
     std::transform(exact.begin(), exact.end(), rounded.begin(),
                    [](__int128 sum) { return static_cast<double>(sum); });
     return rounded;
@@ -218,7 +222,7 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
         reported = overall;
         lagsDone(overall);
       }
-    });
+    }, workspace);
   }
   for (size_t index = 0; index < rounded.size(); ++index) {
     const __int128 high = partSums[0][index];

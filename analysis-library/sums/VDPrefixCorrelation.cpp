@@ -18,7 +18,7 @@ constexpr size_t kTransformSize = 2 * kBlock;
 
 // Terms summed term by term that cost about as much as one butterfly step of a split's
 // transforms (three primes, two forward and one inverse transform each).
-constexpr uint64_t kTermsPerTransformStep = 16;
+constexpr uint64_t kTermsPerTransformStep = 32;
 
 #define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 
@@ -243,20 +243,18 @@ struct VDPrefixCorrelation::Splitting {
   const VDPrefixCorrelation& correlation;
   const std::vector<Query>& queries;
   const std::function<void(size_t)>& queriesDone;
-  std::vector<__int128> results;
-  std::vector<uint32_t> residues[3];
   // The transforms of the longest length taken so far (a plan holds every shorter one), and room
   // for two sequences of that length.
-  std::optional<NTT::Plan<NTT::kPrime1>> plan1;
-  std::optional<NTT::Plan<NTT::kPrime2>> plan2;
-  std::optional<NTT::Plan<NTT::kPrime3>> plan3;
-  std::vector<uint32_t> x, y;
+  Workspace& workspace;
+  std::vector<__int128> results;
+  std::vector<uint32_t> residues[3];
 
   Splitting(const VDPrefixCorrelation& correlation, const std::vector<Query>& queries,
-            const std::function<void(size_t)>& queriesDone)
+            const std::function<void(size_t)>& queriesDone, Workspace& workspace)
       : correlation(correlation),
         queries(queries),
         queriesDone(queriesDone),
+        workspace(workspace),
         results(queries.size(), 0) {
     for (std::vector<uint32_t>& residue : residues) {
       residue.assign(queries.size(), 0);
@@ -299,11 +297,11 @@ struct VDPrefixCorrelation::Splitting {
   template <uint32_t Prime>
   std::optional<NTT::Plan<Prime>>& planFor() {
     if constexpr (Prime == NTT::kPrime1) {
-      return plan1;
+      return workspace._plan1;
     } else if constexpr (Prime == NTT::kPrime2) {
-      return plan2;
+      return workspace._plan2;
     } else {
-      return plan3;
+      return workspace._plan3;
     }
   }
 
@@ -327,19 +325,28 @@ struct VDPrefixCorrelation::Splitting {
       plan.reset();
       plan.emplace(size);
     }
+    std::vector<uint32_t>& x = workspace._x;
+    std::vector<uint32_t>& y = workspace._y;
     if (x.size() < size) {
       x.resize(size);
       y.resize(size);
     }
+    // Values below the prime (the halves of split series) need no division.
+    const auto residueOf = [](int64_t value) {
+      constexpr auto kPrime = static_cast<int64_t>(Prime);
+      return value > -kPrime && value < kPrime
+                 ? static_cast<uint32_t>(value < 0 ? value + kPrime : value)
+                 : NTT::residue<Prime>(value);
+    };
     for (size_t i = 0; i < count; ++i) {
-      x[count - 1 - i] = NTT::residue<Prime>(sequence[base + i]);
+      x[count - 1 - i] = residueOf(sequence[base + i]);
     }
     std::fill(x.begin() + static_cast<ptrdiff_t>(count),
               x.begin() + static_cast<ptrdiff_t>(size), 0);
     const size_t yStart = base + firstLag;
     const size_t yCount = std::min(count + lagSpan, sequence.size() - yStart);
     for (size_t i = 0; i < yCount; ++i) {
-      y[i] = NTT::residue<Prime>(sequence[yStart + i]);
+      y[i] = residueOf(sequence[yStart + i]);
     }
     std::fill(y.begin() + static_cast<ptrdiff_t>(yCount),
               y.begin() + static_cast<ptrdiff_t>(size), 0);
@@ -362,11 +369,12 @@ struct VDPrefixCorrelation::Splitting {
 };
 
 std::vector<__int128> VDPrefixCorrelation::sumsBySplitting(
-    const std::vector<Query>& queries, const std::function<void(size_t)>& queriesDone) const {
+    const std::vector<Query>& queries, const std::function<void(size_t)>& queriesDone,
+    Workspace& workspace) const {
   if (queries.empty()) {
     return {};
   }
-  Splitting splitting(*this, queries, queriesDone);
+  Splitting splitting(*this, queries, queriesDone, workspace);
   splitting.split(0, queries.size(), 0);
   for (size_t q = 0; q < queries.size(); ++q) {
     splitting.results[q] += NTT::fromResidues(

@@ -33,10 +33,22 @@ class VDPrefixCorrelation {
   // term by term.
   std::vector<__int128> sums(const std::vector<Query>& queries) const;
 
+  // The transforms and scratch room of sumsBySplitting, for a caller that sums several times
+  // to keep: the transforms of a long series take a while to make.
+  class Workspace {
+   private:
+    friend class VDPrefixCorrelation;
+    std::optional<VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime1>> _plan1;
+    std::optional<VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime2>> _plan2;
+    std::optional<VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime3>> _plan3;
+    std::vector<uint32_t> _x, _y;
+  };
+
   // The sums for queries in ascending lag, of any starts. queriesDone(count), when given, reports
   // now and then that the first count queries are summed.
   std::vector<__int128> sumsBySplitting(const std::vector<Query>& queries,
-                                        const std::function<void(size_t)>& queriesDone) const;
+                                        const std::function<void(size_t)>& queriesDone,
+                                        Workspace& workspace) const;
 
  private:
   explicit VDPrefixCorrelation(std::vector<int64_t> sequence);
