@@ -47,13 +47,13 @@ bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence)
     largestMagnitude = magnitude > largestMagnitude ? magnitude : largestMagnitude;
   }
   // The first test keeps the product below from overflowing.
-  return 2 * sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
+  return sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
          sequence.size() * largestMagnitude * largestMagnitude < NTT::kLargestMagnitude;
 }
 
 std::optional<std::vector<__int128>> VDExactAutocorrelation::of(
     const std::vector<int64_t>& sequence) {
-  if (!holdsEverySum(sequence)) {
+  if (2 * sequence.size() > NTT::kLargestTransform || !holdsEverySum(sequence)) {
     return std::nullopt;
   }
   const size_t count = sequence.size();

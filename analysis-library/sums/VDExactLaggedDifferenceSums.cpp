@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "VDExactAutocorrelation.h"
+#include "VDNumberTheoreticTransform.h"
 #include "VDPrefixCorrelation.h"
 
 namespace {
@@ -41,23 +42,31 @@ std::vector<__int128> prefixSums(const VDPrefixCorrelation& correlation, const F
   return correlation.sumsBySplitting(queries, queriesDone, workspace);
 }
 
-// The autocorrelation c[0] .. c[largestLag] (entries beyond are left 0). Over every lag that is
-// the transform of the whole series; when only lags short against the series are wanted, the
-// sums of whole blocks of the prefix correlation cost a fraction of that (a day at 16 Hz to
-// 1000 s: a fifth).
+// The autocorrelation c[0] .. c[largestLag] (or beyond). Over every lag that is
+// the transform of the whole series, or, for a series too long for one transform (over 2^25
+// values), the splitting prefix sums of every lag over every start; when only lags short against
+// the series are wanted, the sums of whole blocks of the prefix correlation cost a fraction of
+// that (a day at 16 Hz to 1000 s: a fifth).
 // prefixCorrelation is the sequence's, where one is made already.
 std::vector<__int128> autocorrelation(const std::vector<int64_t>& sequence, int64_t largestLag,
-                                      const std::optional<VDPrefixCorrelation>& prefixCorrelation) {
+                                      const std::optional<VDPrefixCorrelation>& prefixCorrelation,
+                                      VDPrefixCorrelation::Workspace& workspace) {
   const auto count = static_cast<int64_t>(sequence.size());
-  if (largestLag * kShortLagFactor > count) {
+  const bool shortLags = largestLag * kShortLagFactor <= count;
+  if (!shortLags && 2 * sequence.size() <= VDNumberTheoreticTransform::kLargestTransform) {
     return VDExactAutocorrelation::of(sequence).value();
   }
   std::vector<VDPrefixCorrelation::Query> queries;
   for (int64_t lag = 0; lag <= largestLag; ++lag) {
     queries.push_back({lag, count - lag});
   }
-  return prefixCorrelation ? prefixCorrelation->sums(queries)
-                           : VDPrefixCorrelation::of(sequence)->sums(queries);
+  std::optional<VDPrefixCorrelation> made;
+  if (!prefixCorrelation) {
+    made = VDPrefixCorrelation::of(sequence);
+  }
+  const VDPrefixCorrelation& correlation = prefixCorrelation ? *prefixCorrelation : *made;
+  return shortLags ? correlation.sums(queries)
+                   : correlation.sumsBySplitting(queries, {}, workspace);
 }
 
 // The exact sums of a sequence whose every sum the transforms hold.
@@ -93,7 +102,7 @@ std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
     tailCorrelation = VDPrefixCorrelation::of({sequence.rbegin(), sequence.rend()});
   }
   std::vector<__int128> correlation =
-      autocorrelation(sequence, order * lags.last(), headCorrelation);
+      autocorrelation(sequence, order * lags.last(), headCorrelation, workspace);
   const size_t count = sequence.size();
   std::vector<__int128> squares(count + 1, 0);  // squares[k] = u[0]^2 + ... + u[k-1]^2
   for (size_t i = 0; i < count; ++i) {
@@ -228,7 +237,7 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
     const __int128 high = partSums[0][index];
     const __int128 low = partSums[1][index];
     const __int128 cross = partSums[2][index] - high - low;  // twice the mixed sum
-    // Q(u) stays below 2^127: N (8 max|u|)^2 for at most 2^25 values below 2^47.
+    // Q(u) stays below 2^127: N (8 max|u|)^2 for at most 2^26 values below 2^47.
     rounded[index] = static_cast<double>(((high << bits) + cross) * (__int128{1} << bits) + low);
   }
   return rounded;

@@ -14,7 +14,8 @@ class VDNumberTheoreticTransform {
  public:
   // Primes of the form k 2^s + 1 below 2^31 (the butterflies' reductions need 2p < 2^32): each
   // has roots of unity of every power of two up to 2^26, so sequences of up to 2^25 values (a
-  // year of 1 PPS) are correlated exactly. The largest such primes, for the widest sums.
+  // year of 1 PPS) are autocorrelated exactly by one transform, and up to 2^26 by transforms of
+  // parts (VDPrefixCorrelation). The largest such primes, for the widest sums.
   static constexpr uint32_t kPrime1 = 2013265921;  // 15 * 2^27 + 1, primitive root 31
   static constexpr uint32_t kPrime2 = 1811939329;  // 27 * 2^26 + 1, primitive root 13
   static constexpr uint32_t kPrime3 = 469762049;   // 7 * 2^26 + 1, primitive root 3
