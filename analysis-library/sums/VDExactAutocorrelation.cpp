@@ -22,17 +22,15 @@ std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence
   const NTT::Plan<Prime> plan(transformSize);
   plan.scrambledForward(values.data(), transformSize);
   plan.scrambledForward(reversed.data(), transformSize);
-  for (size_t k = 0; k < transformSize; ++k) {
-    values[k] = NTT::multiply<Prime>(values[k], reversed[k]);
-  }
+  NTT::multiplyResidues(values.data(), reversed.data(), transformSize, Prime);
   std::vector<uint32_t>().swap(reversed);
   plan.forwardOfScrambled(values.data(), transformSize);
   // transformSize times the convolution, at negated index.
   const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(transformSize % Prime));
   std::vector<uint32_t> correlation(count);
   for (size_t lag = 0; lag < count; ++lag) {
-    correlation[lag] =
-        NTT::multiply<Prime>(values[(transformSize - (count - 1 + lag)) & (transformSize - 1)], scale);
+    const size_t negated = (transformSize - (count - 1 + lag)) & (transformSize - 1);
+    correlation[lag] = NTT::multiply<Prime>(values[negated], scale);
   }
   return correlation;
 }

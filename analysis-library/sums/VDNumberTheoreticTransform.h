@@ -180,6 +180,9 @@ class VDNumberTheoreticTransform {
   static void frequencyStage(uint32_t* values, size_t size, size_t half, const uint32_t* twiddles,
                              const uint32_t* quotients, uint32_t prime);
 
+  // y[k] = x[k] y[k] modulo prime, for residues below prime < 2^31; vectorised.
+  static void multiplyResidues(uint32_t* y, const uint32_t* x, size_t count, uint32_t prime);
+
   // The integer of magnitude below kLargestMagnitude with these residues (Garner's method).
   static __int128 fromResidues(uint32_t residue1, uint32_t residue2, uint32_t residue3) {
     static const uint32_t inverse1Modulo2 = inverse<kPrime2>(kPrime1 % kPrime2);

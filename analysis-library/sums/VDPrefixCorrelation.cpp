@@ -73,6 +73,14 @@ VD_CLONES void addLimbProducts(const int32_t* aHigh, const int32_t* aLow, const 
   low = sumLow;
 }
 
+// The residues of values of magnitude below prime.
+VD_CLONES void smallResidues(uint32_t* residues, const int64_t* values, size_t count,
+                             uint32_t prime) {
+  for (size_t k = 0; k < count; ++k) {
+    residues[k] = static_cast<uint32_t>(values[k] + (values[k] < 0 ? prime : 0));
+  }
+}
+
 template <uint32_t Prime>
 void reduce(std::vector<uint64_t>& sums) {
   for (uint64_t& sum : sums) {
@@ -332,29 +340,32 @@ struct VDPrefixCorrelation::Splitting {
       y.resize(size);
     }
     // Values below the prime (the halves of split series) need no division.
-    const auto residueOf = [](int64_t value) {
-      constexpr auto kPrime = static_cast<int64_t>(Prime);
-      return value > -kPrime && value < kPrime
-                 ? static_cast<uint32_t>(value < 0 ? value + kPrime : value)
-                 : NTT::residue<Prime>(value);
-    };
-    for (size_t i = 0; i < count; ++i) {
-      x[count - 1 - i] = residueOf(sequence[base + i]);
+    const bool small = correlation._largestSquare < static_cast<uint64_t>(Prime) * Prime;
+    const int64_t* xValues = sequence.data() + base;
+    if (small) {
+      smallResidues(x.data(), xValues, count, Prime);
+    } else {
+      for (size_t i = 0; i < count; ++i) {
+        x[i] = NTT::residue<Prime>(xValues[i]);
+      }
     }
+    std::reverse(x.begin(), x.begin() + static_cast<ptrdiff_t>(count));
     std::fill(x.begin() + static_cast<ptrdiff_t>(count),
               x.begin() + static_cast<ptrdiff_t>(size), 0);
     const size_t yStart = base + firstLag;
     const size_t yCount = std::min(count + lagSpan, sequence.size() - yStart);
-    for (size_t i = 0; i < yCount; ++i) {
-      y[i] = residueOf(sequence[yStart + i]);
+    if (small) {
+      smallResidues(y.data(), sequence.data() + yStart, yCount, Prime);
+    } else {
+      for (size_t i = 0; i < yCount; ++i) {
+        y[i] = NTT::residue<Prime>(sequence[yStart + i]);
+      }
     }
     std::fill(y.begin() + static_cast<ptrdiff_t>(yCount),
               y.begin() + static_cast<ptrdiff_t>(size), 0);
     plan->scrambledForward(x.data(), size);
     plan->scrambledForward(y.data(), size);
-    for (size_t k = 0; k < size; ++k) {
-      y[k] = NTT::multiply<Prime>(x[k], y[k]);
-    }
+    NTT::multiplyResidues(y.data(), x.data(), size, Prime);
     plan->forwardOfScrambled(y.data(), size);
     // size times the convolution, at negated index.
     const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(size % Prime));
