@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <utility>
 
 #include "VDExactAutocorrelation.h"
@@ -25,7 +24,7 @@ using Family = std::pair<int64_t, int64_t>;
 // Lags at most a series' length over this are short: their autocorrelation is summed by blocks.
 constexpr int64_t kShortLagFactor = 16;
 
-// Lags whose sums are finished (and reported) together.
+// Lags per progress report.
 constexpr uint64_t kLagsPerReport = 8192;
 
 // The prefix sums of one family for every lag of lags; queriesDone as for
@@ -42,11 +41,11 @@ std::vector<__int128> prefixSums(const VDPrefixCorrelation& correlation, const F
   return correlation.sumsBySplitting(queries, queriesDone, workspace);
 }
 
-// The autocorrelation c[0] .. c[largestLag] (or beyond). Over every lag that is
-// the transform of the whole series, or, for a series too long for one transform (over 2^25
-// values), the splitting prefix sums of every lag over every start; when only lags short against
-// the series are wanted, the sums of whole blocks of the prefix correlation cost a fraction of
-// that (a day at 16 Hz to 1000 s: a fifth).
+// The autocorrelation c[0] .. c[largestLag] (or beyond). Over every lag that is the transform of
+// the whole series, or, for a series too long for one transform (over 2^25 values), the
+// splitting prefix sums of every lag over every start; when only lags short against the series
+// are wanted, the sums of whole blocks of the prefix correlation cost a fraction of that (a day
+// at 16 Hz to 1000 s: a fifth).
 // prefixCorrelation is the sequence's, where one is made already.
 std::vector<__int128> autocorrelation(const std::vector<int64_t>& sequence, int64_t largestLag,
                                       const std::optional<VDPrefixCorrelation>& prefixCorrelation,
