@@ -52,21 +52,25 @@ VD_CLONES int64_t dotProduct(const int64_t* a, const int64_t* b, size_t count) {
   return sum;
 }
 
-// Values below 2^42 split into 21-bit limbs, v = high 2^21 + low with 0 <= low < 2^21: the
-// limb products stay below 2^43, so 2^16 of them add up in int64 with room to spare, and the
-// 32-bit multiplies vectorise where 64-bit ones by 64-bit ones do not.
+// Values below 2^42 split into 21-bit limbs, v = high 2^21 + low with 0 <= low < 2^21, as they
+// are read: the limb products stay below 2^43, so 2^16 of them add up in int64 with room to
+// spare, and the 32-bit multiplies vectorise where 64-bit ones by 64-bit ones do not.
 constexpr int kLimbBits = 21;
 constexpr size_t kLimbTermsPerChunk = size_t{1} << 16;
 
-VD_CLONES void addLimbProducts(const int32_t* aHigh, const int32_t* aLow, const int32_t* bHigh,
-                               const int32_t* bLow, size_t count, int64_t& high, int64_t& middle,
-                               int64_t& low) {
+VD_CLONES void addLimbProducts(const int64_t* a, const int64_t* b, size_t count, int64_t& high,
+                               int64_t& middle, int64_t& low) {
+  constexpr int64_t kLowMask = (int64_t{1} << kLimbBits) - 1;
   int64_t sumHigh = 0, sumMiddle = 0, sumLow = 0;
   for (size_t k = 0; k < count; ++k) {
-    sumHigh += static_cast<int64_t>(aHigh[k]) * bHigh[k];
-    sumMiddle +=
-        static_cast<int64_t>(aHigh[k]) * bLow[k] + static_cast<int64_t>(aLow[k]) * bHigh[k];
-    sumLow += static_cast<int64_t>(aLow[k]) * bLow[k];
+    // Arithmetic shifts: the high limbs are floors.
+    const auto aHigh = static_cast<int32_t>(a[k] >> kLimbBits);
+    const auto aLow = static_cast<int32_t>(a[k] & kLowMask);
+    const auto bHigh = static_cast<int32_t>(b[k] >> kLimbBits);
+    const auto bLow = static_cast<int32_t>(b[k] & kLowMask);
+    sumHigh += static_cast<int64_t>(aHigh) * bHigh;
+    sumMiddle += static_cast<int64_t>(aHigh) * bLow + static_cast<int64_t>(aLow) * bHigh;
+    sumLow += static_cast<int64_t>(aLow) * bLow;
   }
   high = sumHigh;
   middle = sumMiddle;
@@ -102,14 +106,10 @@ VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
       _plan1(kTransformSize),
       _plan2(kTransformSize),
       _plan3(kTransformSize) {
-  _high.reserve(_sequence.size());
-  _low.reserve(_sequence.size());
   for (const int64_t value : _sequence) {
     // Below 2^42 (holdsEverySum), so the square fits.
     const auto magnitude = static_cast<uint64_t>(value < 0 ? -value : value);
     _largestSquare = std::max(_largestSquare, magnitude * magnitude);
-    _high.push_back(static_cast<int32_t>(value >> kLimbBits));  // arithmetic shift: floor
-    _low.push_back(static_cast<int32_t>(value & ((int64_t{1} << kLimbBits) - 1)));
   }
   _blockCount = (_sequence.size() + kBlock - 1) / kBlock;
 }
@@ -183,8 +183,8 @@ __int128 VDPrefixCorrelation::limbDotProduct(size_t a, size_t b, size_t count) c
   for (size_t done = 0; done < count; done += kLimbTermsPerChunk) {
     const size_t chunk = std::min(kLimbTermsPerChunk, count - done);
     int64_t high = 0, middle = 0, low = 0;
-    addLimbProducts(_high.data() + a + done, _low.data() + a + done, _high.data() + b + done,
-                    _low.data() + b + done, chunk, high, middle, low);
+    addLimbProducts(_sequence.data() + a + done, _sequence.data() + b + done, chunk, high, middle,
+                    low);
     constexpr __int128 kLimb = __int128{1} << kLimbBits;
     sum += (static_cast<__int128>(high) * kLimb + middle) * kLimb + low;
   }

@@ -74,7 +74,7 @@ class VDPrefixCorrelation {
                       const std::vector<Query>& queries, size_t first, size_t end,
                       uint64_t wholeBlocks, std::vector<uint32_t>& residues) const;
 
-  // sequence[a] sequence[b] + ... over count terms, exactly, from the limbs below.
+  // sequence[a] sequence[b] + ... over count terms, exactly, from 21-bit limbs of the values.
   __int128 limbDotProduct(size_t a, size_t b, size_t count) const;
   // sequence[from] sequence[from + lag] + ... over count terms, exactly.
   __int128 productSum(size_t from, size_t lag, size_t count) const;
@@ -84,7 +84,6 @@ class VDPrefixCorrelation {
   VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime1> _plan1;
   VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime2> _plan2;
   VDNumberTheoreticTransform::Plan<VDNumberTheoreticTransform::kPrime3> _plan3;
-  std::vector<int32_t> _high, _low;  // each value as high 2^21 + low, 0 <= low < 2^21
   uint64_t _largestSquare = 0;
   size_t _blockCount = 0;
   // Per prime, block b's transform (zero-padded to two blocks, index negated) and the transform
