@@ -333,13 +333,23 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
         }
       }
     }
-    const std::vector<__int128> sums = correlation->sums(queries);
-    for (size_t q = 0; q < queries.size(); ++q) {
-      __int128 exact = 0;
-      for (int64_t j = 0; j < queries[q].starts; ++j) {
-        exact += static_cast<__int128>(u[j]) * u[j + queries[q].lag];
+    // Every lag over every start: many enough for the splitting to take cross-correlations.
+    std::vector<VDPrefixCorrelation::Query> everyLag;
+    for (int64_t lag = 0; lag < count; ++lag) {
+      everyLag.push_back({lag, count - lag});
+    }
+    for (const auto& list : {queries, everyLag}) {
+      const std::vector<__int128> sums = correlation->sums(list);
+      VDPrefixCorrelation::Workspace workspace;
+      const std::vector<__int128> split = correlation->sumsBySplitting(list, {}, workspace);
+      for (size_t q = 0; q < list.size(); ++q) {
+        __int128 exact = 0;
+        for (int64_t j = 0; j < list[q].starts; ++j) {
+          exact += static_cast<__int128>(u[j]) * u[j + list[q].lag];
+        }
+        ASSERT_TRUE(sums[q] == exact && split[q] == exact)
+            << "lag " << list[q].lag << " starts " << list[q].starts;
       }
-      ASSERT_TRUE(sums[q] == exact) << "lag " << queries[q].lag << " starts " << queries[q].starts;
     }
   }
 }

@@ -8,26 +8,31 @@ namespace {
 
 using NTT = VDNumberTheoreticTransform;
 
-// The autocorrelation modulo Prime at lags 0 .. N-1: with A the transform of y padded to twice
-// its length, the correlation's transform is A[k] A[-k].
+// The autocorrelation modulo Prime at lags 0 .. N-1, as the convolution of y with y reversed,
+// both padded to at least twice the length: lag l is the convolution's entry N-1+l.
 template <uint32_t Prime>
 std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence,
                                             size_t transformSize) {
+  const size_t count = sequence.size();
   std::vector<uint32_t> values(transformSize, 0);
-  for (size_t i = 0; i < sequence.size(); ++i) {
-    values[i] = NTT::residue<Prime>(sequence[i]);
+  std::vector<uint32_t> reversed(transformSize, 0);
+  for (size_t i = 0; i < count; ++i) {
+    values[i] = reversed[count - 1 - i] = NTT::residue<Prime>(sequence[i]);
   }
   const NTT::Plan<Prime> plan(transformSize);
-  plan.forward(values);
-  // A[k] A[-k] is the same at k and -k, so the product replaces both in place.
-  for (size_t k = 0; k <= transformSize / 2; ++k) {
-    const size_t negated = (transformSize - k) & (transformSize - 1);
-    values[k] = values[negated] = NTT::multiply<Prime>(values[k], values[negated]);
+  plan.scrambledForward(values.data(), transformSize);
+  plan.scrambledForward(reversed.data(), transformSize);
+  NTT::multiplyResidues(values.data(), reversed.data(), transformSize, Prime);
+  std::vector<uint32_t>().swap(reversed);
+  plan.forwardOfScrambled(values.data(), transformSize);
+  // transformSize times the convolution, at negated index.
+  const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(transformSize % Prime));
+  std::vector<uint32_t> correlation(count);
+  for (size_t lag = 0; lag < count; ++lag) {
+    const size_t negated = (transformSize - (count - 1 + lag)) & (transformSize - 1);
+    correlation[lag] = NTT::multiply<Prime>(values[negated], scale);
   }
-  plan.inverse(values);
-  values.resize(sequence.size());
-  values.shrink_to_fit();
-  return values;
+  return correlation;
 }
 
 }  // namespace
@@ -40,13 +45,13 @@ bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence)
     largestMagnitude = magnitude > largestMagnitude ? magnitude : largestMagnitude;
   }
   // The first test keeps the product below from overflowing.
-  return 2 * sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
+  return sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
          sequence.size() * largestMagnitude * largestMagnitude < NTT::kLargestMagnitude;
 }
 
 std::optional<std::vector<__int128>> VDExactAutocorrelation::of(
     const std::vector<int64_t>& sequence) {
-  if (!holdsEverySum(sequence)) {
+  if (2 * sequence.size() > NTT::kLargestTransform || !holdsEverySum(sequence)) {
     return std::nullopt;
   }
   const size_t count = sequence.size();

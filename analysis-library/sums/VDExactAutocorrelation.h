@@ -16,6 +16,7 @@ class VDExactAutocorrelation {
   static std::optional<std::vector<__int128>> of(const std::vector<int64_t>& sequence);
 
   // True when every sum of products of the sequence's values, at any lag and over any stretch,
-  // can be had exactly: the bounds of of(), which also suit VDPrefixCorrelation.
+  // can be had exactly by VDPrefixCorrelation: the bounds of of() on the values, up to 2^26
+  // values (the longest transform; its splitting never takes a longer one).
   static bool holdsEverySum(const std::vector<int64_t>& sequence);
 };

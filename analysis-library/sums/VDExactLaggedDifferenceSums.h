@@ -12,7 +12,8 @@
 // exactly (only the result is rounded to double). Expanding the square of
 // sum_a c_a u[j + a m] leaves sums of squares (prefix sums), sums of products a lag apart over
 // every start (the autocorrelation) and, near both ends, over the first starts only
-// (VDPrefixCorrelation, on the sequence and on its reverse): O(N log N) instead of O(N^2).
+// (VDPrefixCorrelation::sumsBySplitting, on the sequence and on its reverse): O(N log^2 N)
+// instead of O(N^2), for series of up to 2^26 values.
 //
 // Values too large for the transforms' sums are split, u = 2^K h + l: the sums are a quadratic
 // form Q, and Q(u) = 2^2K Q(h) + 2^K (Q(h + l) - Q(h) - Q(l)) + Q(l), three sums of values of

@@ -14,7 +14,8 @@ class VDNumberTheoreticTransform {
  public:
   // Primes of the form k 2^s + 1 below 2^31 (the butterflies' reductions need 2p < 2^32): each
   // has roots of unity of every power of two up to 2^26, so sequences of up to 2^25 values (a
-  // year of 1 PPS) are correlated exactly. The largest such primes, for the widest sums.
+  // year of 1 PPS) are autocorrelated exactly by one transform, and up to 2^26 by transforms of
+  // parts (VDPrefixCorrelation). The largest such primes, for the widest sums.
   static constexpr uint32_t kPrime1 = 2013265921;  // 15 * 2^27 + 1, primitive root 31
   static constexpr uint32_t kPrime2 = 1811939329;  // 27 * 2^26 + 1, primitive root 13
   static constexpr uint32_t kPrime3 = 469762049;   // 7 * 2^26 + 1, primitive root 3
@@ -94,9 +95,16 @@ class VDNumberTheoreticTransform {
     }
 
     // values.size() must be the plan's size.
-    void forward(std::vector<uint32_t>& values) const {
-      for (size_t i = 1, j = 0; i < _size; ++i) {
-        size_t bit = _size >> 1;
+    void forward(std::vector<uint32_t>& values) const { forward(values.data(), _size); }
+
+    // The inverse, with the division by the length: the forward transform read backwards.
+    void inverse(std::vector<uint32_t>& values) const { inverse(values.data(), _size); }
+
+    // The transforms of any power-of-two length up to the plan's: a stage's factors do not
+    // depend on the length, so a plan holds those of every shorter one.
+    void forward(uint32_t* values, size_t size) const {
+      for (size_t i = 1, j = 0; i < size; ++i) {
+        size_t bit = size >> 1;
         for (; j & bit; bit >>= 1) {
           j ^= bit;
         }
@@ -105,22 +113,52 @@ class VDNumberTheoreticTransform {
           std::swap(values[i], values[j]);
         }
       }
-      for (size_t half = 1; half < _size; half *= 2) {
-        for (size_t start = 0; start < _size; start += 2 * half) {
-          butterflies(values.data() + start, half, _twiddles.data() + half,
-                      _quotients.data() + half, Prime);
+      forwardOfScrambled(values, size);
+    }
+
+    void inverse(uint32_t* values, size_t size) const {
+      forward(values, size);
+      std::reverse(values + 1, values + size);
+      const uint32_t scale =
+          VDNumberTheoreticTransform::inverse<Prime>(static_cast<uint32_t>(size % Prime));
+      for (size_t k = 0; k < size; ++k) {
+        values[k] = multiply<Prime>(values[k], scale);
+      }
+    }
+
+    size_t size() const { return _size; }
+
+    // For convolutions, where only products of transforms are taken, two transforms that skip
+    // the reordering (an index's bits reversed) and run in stretches that stay in cache:
+    // scrambledForward leaves the transform in bit-reversed order (decimation in frequency);
+    // forwardOfScrambled takes a sequence in bit-reversed order and gives the transform of the
+    // sequence in natural order (decimation in time). So forwardOfScrambled(X Y), for X and Y
+    // from scrambledForward, is size times the cyclic convolution at negated index: entry
+    // (size - n) mod size for n.
+    void scrambledForward(uint32_t* values, size_t size) const {
+      const size_t local = std::min(size, kLocalStages);
+      for (size_t half = size / 2; half >= local; half /= 2) {
+        frequencyStage(values, size, half, _twiddles.data() + half, _quotients.data() + half,
+                       Prime);
+      }
+      for (size_t start = 0; start < size; start += local) {
+        for (size_t half = local / 2; half >= 1; half /= 2) {
+          frequencyStage(values + start, local, half, _twiddles.data() + half,
+                         _quotients.data() + half, Prime);
         }
       }
     }
 
-    // The inverse, with the division by the length: the forward transform read backwards.
-    void inverse(std::vector<uint32_t>& values) const {
-      forward(values);
-      std::reverse(values.begin() + 1, values.end());
-      const uint32_t scale =
-          VDNumberTheoreticTransform::inverse<Prime>(static_cast<uint32_t>(_size % Prime));
-      for (uint32_t& value : values) {
-        value = multiply<Prime>(value, scale);
+    void forwardOfScrambled(uint32_t* values, size_t size) const {
+      const size_t local = std::min(size, kLocalStages);
+      for (size_t start = 0; start < size; start += local) {
+        for (size_t half = 1; half < local; half *= 2) {
+          timeStage(values + start, local, half, _twiddles.data() + half,
+                    _quotients.data() + half, Prime);
+        }
+      }
+      for (size_t half = local; half < size; half *= 2) {
+        timeStage(values, size, half, _twiddles.data() + half, _quotients.data() + half, Prime);
       }
     }
 
@@ -130,11 +168,20 @@ class VDNumberTheoreticTransform {
     std::vector<uint32_t> _quotients;
   };
 
-  // The butterflies of one block of a transform stage: low[k], high[k] = low[k] +- high[k] w_k
-  // (high = low + half), with w_k = twiddles[k] and its Shoup quotient, modulo prime < 2^31. One
-  // function for every prime, built for several instruction sets.
-  static void butterflies(uint32_t* low, size_t half, const uint32_t* twiddles,
-                          const uint32_t* quotients, uint32_t prime);
+  // Values a transform's stages take in cache-sized stretches once their blocks fit (128 KB).
+  static constexpr size_t kLocalStages = size_t{1} << 15;
+
+  // One stage over every block of 2 half values of size, modulo prime < 2^31 (one function for
+  // every prime, built for several instruction sets), with w_k = twiddles[k] and its Shoup
+  // quotient: low[k], high[k] = low[k] +- high[k] w_k (decimation in time), or
+  // low[k] + high[k], (low[k] - high[k]) w_k (decimation in frequency); high = low + half.
+  static void timeStage(uint32_t* values, size_t size, size_t half, const uint32_t* twiddles,
+                        const uint32_t* quotients, uint32_t prime);
+  static void frequencyStage(uint32_t* values, size_t size, size_t half, const uint32_t* twiddles,
+                             const uint32_t* quotients, uint32_t prime);
+
+  // y[k] = x[k] y[k] modulo prime, for residues below prime < 2^31; vectorised.
+  static void multiplyResidues(uint32_t* y, const uint32_t* x, size_t count, uint32_t prime);
 
   // The integer of magnitude below kLargestMagnitude with these residues (Garner's method).
   static __int128 fromResidues(uint32_t residue1, uint32_t residue2, uint32_t residue3) {

@@ -1,6 +1,7 @@
 #include "VDPrefixCorrelation.h"
 
 #include <algorithm>
+#include <bit>
 #include <utility>
 
 #include "VDExactAutocorrelation.h"
@@ -14,6 +15,10 @@ using NTT = VDNumberTheoreticTransform;
 // up to a block of lags further never wrap around.
 constexpr size_t kBlock = 2048;
 constexpr size_t kTransformSize = 2 * kBlock;
+
+// Terms summed term by term that cost about as much as one butterfly step of a split's
+// transforms (three primes, two forward and one inverse transform each).
+constexpr uint64_t kTermsPerTransformStep = 32;
 
 #define VD_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
 
@@ -47,25 +52,37 @@ VD_CLONES int64_t dotProduct(const int64_t* a, const int64_t* b, size_t count) {
   return sum;
 }
 
-// Values below 2^42 split into 21-bit limbs, v = high 2^21 + low with 0 <= low < 2^21: the
-// limb products stay below 2^43, so 2^16 of them add up in int64 with room to spare, and the
-// 32-bit multiplies vectorise where 64-bit ones by 64-bit ones do not.
+// Values below 2^42 split into 21-bit limbs, v = high 2^21 + low with 0 <= low < 2^21, as they
+// are read: the limb products stay below 2^43, so 2^16 of them add up in int64 with room to
+// spare, and the 32-bit multiplies vectorise where 64-bit ones by 64-bit ones do not.
 constexpr int kLimbBits = 21;
 constexpr size_t kLimbTermsPerChunk = size_t{1} << 16;
 
-VD_CLONES void addLimbProducts(const int32_t* aHigh, const int32_t* aLow, const int32_t* bHigh,
-                               const int32_t* bLow, size_t count, int64_t& high, int64_t& middle,
-                               int64_t& low) {
+VD_CLONES void addLimbProducts(const int64_t* a, const int64_t* b, size_t count, int64_t& high,
+                               int64_t& middle, int64_t& low) {
+  constexpr int64_t kLowMask = (int64_t{1} << kLimbBits) - 1;
   int64_t sumHigh = 0, sumMiddle = 0, sumLow = 0;
   for (size_t k = 0; k < count; ++k) {
-    sumHigh += static_cast<int64_t>(aHigh[k]) * bHigh[k];
-    sumMiddle +=
-        static_cast<int64_t>(aHigh[k]) * bLow[k] + static_cast<int64_t>(aLow[k]) * bHigh[k];
-    sumLow += static_cast<int64_t>(aLow[k]) * bLow[k];
+    // Arithmetic shifts: the high limbs are floors.
+    const auto aHigh = static_cast<int32_t>(a[k] >> kLimbBits);
+    const auto aLow = static_cast<int32_t>(a[k] & kLowMask);
+    const auto bHigh = static_cast<int32_t>(b[k] >> kLimbBits);
+    const auto bLow = static_cast<int32_t>(b[k] & kLowMask);
+    sumHigh += static_cast<int64_t>(aHigh) * bHigh;
+    sumMiddle += static_cast<int64_t>(aHigh) * bLow + static_cast<int64_t>(aLow) * bHigh;
+    sumLow += static_cast<int64_t>(aLow) * bLow;
   }
   high = sumHigh;
   middle = sumMiddle;
   low = sumLow;
+}
+
+// The residues of values of magnitude below prime.
+VD_CLONES void smallResidues(uint32_t* residues, const int64_t* values, size_t count,
+                             uint32_t prime) {
+  for (size_t k = 0; k < count; ++k) {
+    residues[k] = static_cast<uint32_t>(values[k] + (values[k] < 0 ? prime : 0));
+  }
 }
 
 template <uint32_t Prime>
@@ -89,23 +106,25 @@ VDPrefixCorrelation::VDPrefixCorrelation(std::vector<int64_t> sequence)
       _plan1(kTransformSize),
       _plan2(kTransformSize),
       _plan3(kTransformSize) {
-  _high.reserve(_sequence.size());
-  _low.reserve(_sequence.size());
   for (const int64_t value : _sequence) {
     // Below 2^42 (holdsEverySum), so the square fits.
     const auto magnitude = static_cast<uint64_t>(value < 0 ? -value : value);
     _largestSquare = std::max(_largestSquare, magnitude * magnitude);
-    _high.push_back(static_cast<int32_t>(value >> kLimbBits));  // arithmetic shift: floor
-    _low.push_back(static_cast<int32_t>(value & ((int64_t{1} << kLimbBits) - 1)));
   }
   _blockCount = (_sequence.size() + kBlock - 1) / kBlock;
+}
+
+void VDPrefixCorrelation::transformBlocks() const {
+  if (_blockCount == 0 || !_blockTransforms[0].empty()) {
+    return;
+  }
   transformBlocks<NTT::kPrime1>(0);
   transformBlocks<NTT::kPrime2>(1);
   transformBlocks<NTT::kPrime3>(2);
 }
 
 template <uint32_t Prime>
-void VDPrefixCorrelation::transformBlocks(int primeIndex) {
+void VDPrefixCorrelation::transformBlocks(int primeIndex) const {
   std::vector<uint32_t>& blocks = _blockTransforms[primeIndex];
   std::vector<uint32_t>& pairs = _pairTransforms[primeIndex];
   blocks.resize(_blockCount * kTransformSize);
@@ -164,15 +183,27 @@ __int128 VDPrefixCorrelation::limbDotProduct(size_t a, size_t b, size_t count) c
   for (size_t done = 0; done < count; done += kLimbTermsPerChunk) {
     const size_t chunk = std::min(kLimbTermsPerChunk, count - done);
     int64_t high = 0, middle = 0, low = 0;
-    addLimbProducts(_high.data() + a + done, _low.data() + a + done, _high.data() + b + done,
-                    _low.data() + b + done, chunk, high, middle, low);
+    addLimbProducts(_sequence.data() + a + done, _sequence.data() + b + done, chunk, high, middle,
+                    low);
     constexpr __int128 kLimb = __int128{1} << kLimbBits;
     sum += (static_cast<__int128>(high) * kLimb + middle) * kLimb + low;
   }
   return sum;
 }
 
+__int128 VDPrefixCorrelation::productSum(size_t from, size_t lag, size_t count) const {
+  if (count == 0) {
+    return 0;
+  }
+  if (static_cast<unsigned __int128>(_largestSquare) * count <
+      (static_cast<unsigned __int128>(1) << 63)) {
+    return dotProduct(_sequence.data() + from, _sequence.data() + from + lag, count);
+  }
+  return limbDotProduct(from, from + lag, count);
+}
+
 std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& queries) const {
+  transformBlocks();
   std::vector<__int128> results(queries.size(), 0);
   std::vector<uint32_t> residues[3];
   for (std::vector<uint32_t>& residue : residues) {
@@ -201,13 +232,7 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
       const size_t from = wholeBlocks * kBlock;
       const auto to = static_cast<size_t>(queries[q].starts);
       const auto lag = static_cast<size_t>(queries[q].lag);
-      __int128 rest = 0;
-      if (to > from && static_cast<unsigned __int128>(_largestSquare) * (to - from) <
-                           (static_cast<unsigned __int128>(1) << 63)) {
-        rest = dotProduct(_sequence.data() + from, _sequence.data() + from + lag, to - from);
-      } else {
-        rest = limbDotProduct(from, from + lag, to > from ? to - from : 0);
-      }
+      const __int128 rest = productSum(from, lag, to > from ? to - from : 0);
       results[q] =
           rest +
           (wholeBlocks > 0 ? NTT::fromResidues(residues[0][q], residues[1][q], residues[2][q]) : 0);
@@ -215,4 +240,156 @@ std::vector<__int128> VDPrefixCorrelation::sums(const std::vector<Query>& querie
     first = end;
   }
   return results;
+}
+
+// The queries first .. end-1 of a split all sum from the same start on, base: the products before
+// base are summed already (as residues, or term by term). Either each is summed term by term from
+// base to its starts, or the starts all of them share, base .. least-1, are summed for all their
+// lags by one cross-correlation of base .. least-1 with the values their lags reach, and both
+// halves go on from least.
+struct VDPrefixCorrelation::Splitting {
+  const VDPrefixCorrelation& correlation;
+  const std::vector<Query>& queries;
+  const std::function<void(size_t)>& queriesDone;
+  // The transforms of the longest length taken so far (a plan holds every shorter one), and room
+  // for two sequences of that length.
+  Workspace& workspace;
+  std::vector<__int128> results;
+  std::vector<uint32_t> residues[3];
+
+  Splitting(const VDPrefixCorrelation& correlation, const std::vector<Query>& queries,
+            const std::function<void(size_t)>& queriesDone, Workspace& workspace)
+      : correlation(correlation),
+        queries(queries),
+        queriesDone(queriesDone),
+        workspace(workspace),
+        results(queries.size(), 0) {
+    for (std::vector<uint32_t>& residue : residues) {
+      residue.assign(queries.size(), 0);
+    }
+  }
+
+  void split(size_t first, size_t end, size_t base) {
+    auto least = static_cast<size_t>(queries[first].starts);
+    uint64_t terms = 0;
+    for (size_t q = first; q < end; ++q) {
+      least = std::min(least, static_cast<size_t>(queries[q].starts));
+      terms += static_cast<uint64_t>(queries[q].starts) - base;
+    }
+    const auto firstLag = static_cast<size_t>(queries[first].lag);
+    const size_t lagSpan = static_cast<size_t>(queries[end - 1].lag) - firstLag;
+    const size_t length = (least - base) + lagSpan;
+    // A product summed term by term costs a fraction of a butterfly: a half is summed so when
+    // that costs less than a few transforms of its length.
+    const uint64_t transformWork = kTermsPerTransformStep * length * (std::bit_width(length) + 1);
+    if (end - first == 1 || terms <= transformWork) {
+      for (size_t q = first; q < end; ++q) {
+        results[q] += correlation.productSum(base, static_cast<size_t>(queries[q].lag),
+                                             static_cast<size_t>(queries[q].starts) - base);
+      }
+      if (queriesDone) {
+        queriesDone(end);
+      }
+      return;
+    }
+    if (least > base) {
+      crossCorrelate<NTT::kPrime1>(0, first, end, base, least);
+      crossCorrelate<NTT::kPrime2>(1, first, end, base, least);
+      crossCorrelate<NTT::kPrime3>(2, first, end, base, least);
+    }
+    const size_t middle = first + (end - first) / 2;
+    split(first, middle, least);
+    split(middle, end, least);
+  }
+
+  template <uint32_t Prime>
+  std::optional<NTT::Plan<Prime>>& planFor() {
+    if constexpr (Prime == NTT::kPrime1) {
+      return workspace._plan1;
+    } else if constexpr (Prime == NTT::kPrime2) {
+      return workspace._plan2;
+    } else {
+      return workspace._plan3;
+    }
+  }
+
+  // residues[primeIndex][q] += sum over j in base .. least-1 of u[j] u[j + lag q], modulo Prime,
+  // for the queries first .. end-1.
+  template <uint32_t Prime>
+  void crossCorrelate(int primeIndex, size_t first, size_t end, size_t base, size_t least) {
+    const std::vector<int64_t>& sequence = correlation._sequence;
+    const size_t count = least - base;
+    const auto firstLag = static_cast<size_t>(queries[first].lag);
+    const size_t lagSpan = static_cast<size_t>(queries[end - 1].lag) - firstLag;
+    // The correlation as a convolution: x = u[base ..], count values, reversed; y =
+    // u[base + firstLag ..], count + lagSpan values. The lag firstLag + d is the convolution's
+    // entry count - 1 + d, which no product wraps onto.
+    size_t size = 1;
+    while (size < count + lagSpan) {
+      size <<= 1;
+    }
+    std::optional<NTT::Plan<Prime>>& plan = planFor<Prime>();
+    if (!plan || plan->size() < size) {
+      plan.reset();
+      plan.emplace(size);
+    }
+    std::vector<uint32_t>& x = workspace._x;
+    std::vector<uint32_t>& y = workspace._y;
+    if (x.size() < size) {
+      x.resize(size);
+      y.resize(size);
+    }
+    // Values below the prime (the halves of split series) need no division.
+    const bool small = correlation._largestSquare < static_cast<uint64_t>(Prime) * Prime;
+    const int64_t* xValues = sequence.data() + base;
+    if (small) {
+      smallResidues(x.data(), xValues, count, Prime);
+    } else {
+      for (size_t i = 0; i < count; ++i) {
+        x[i] = NTT::residue<Prime>(xValues[i]);
+      }
+    }
+    std::reverse(x.begin(), x.begin() + static_cast<ptrdiff_t>(count));
+    std::fill(x.begin() + static_cast<ptrdiff_t>(count),
+              x.begin() + static_cast<ptrdiff_t>(size), 0);
+    const size_t yStart = base + firstLag;
+    const size_t yCount = std::min(count + lagSpan, sequence.size() - yStart);
+    if (small) {
+      smallResidues(y.data(), sequence.data() + yStart, yCount, Prime);
+    } else {
+      for (size_t i = 0; i < yCount; ++i) {
+        y[i] = NTT::residue<Prime>(sequence[yStart + i]);
+      }
+    }
+    std::fill(y.begin() + static_cast<ptrdiff_t>(yCount),
+              y.begin() + static_cast<ptrdiff_t>(size), 0);
+    plan->scrambledForward(x.data(), size);
+    plan->scrambledForward(y.data(), size);
+    NTT::multiplyResidues(y.data(), x.data(), size, Prime);
+    plan->forwardOfScrambled(y.data(), size);
+    // size times the convolution, at negated index.
+    const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(size % Prime));
+    std::vector<uint32_t>& residue = residues[primeIndex];
+    for (size_t q = first; q < end; ++q) {
+      const size_t entry = count - 1 + static_cast<size_t>(queries[q].lag) - firstLag;
+      const uint32_t sum =
+          residue[q] + NTT::multiply<Prime>(y[(size - entry) & (size - 1)], scale);
+      residue[q] = sum >= Prime ? sum - Prime : sum;
+    }
+  }
+};
+
+std::vector<__int128> VDPrefixCorrelation::sumsBySplitting(
+    const std::vector<Query>& queries, const std::function<void(size_t)>& queriesDone,
+    Workspace& workspace) const {
+  if (queries.empty()) {
+    return {};
+  }
+  Splitting splitting(*this, queries, queriesDone, workspace);
+  splitting.split(0, queries.size(), 0);
+  for (size_t q = 0; q < queries.size(); ++q) {
+    splitting.results[q] += NTT::fromResidues(
+        splitting.residues[0][q], splitting.residues[1][q], splitting.residues[2][q]);
+  }
+  return std::move(splitting.results);
 }
