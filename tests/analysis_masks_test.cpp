@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "VDMTIEMask.h"
 #include "VDMaskTable.h"
 #include "VDMaskVerdict.h"
 #include "VDTimeErrorMetrics.h"
@@ -151,6 +152,20 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
   EXPECT_EQ(VDMaskVerdict::ofValue(classC, 30.000001).outcome, Outcome::fail);
   EXPECT_EQ(VDMaskVerdict::ofValue(classC, std::nan("")).outcome, Outcome::fail);
   EXPECT_FALSE(VDMaskVerdict::ofValue(classC, 3).atTau.has_value());
+}
+
+TEST(AnalysisMasks, OneHopMaskConformsUpToItsLimitAndNamesTheFirstPointBeyond) {
+  const VDMTIEMask mask = VDMTIEMask::gPTP1Hop();
+  std::optional<std::string> error;
+  EXPECT_TRUE(mask.mtieConformsToMask({}, &error));
+  EXPECT_TRUE(mask.mtieConformsToMask({{1, 0.125, 12, 99}, {2, 0.25, 160, 98}}, &error));
+  EXPECT_FALSE(error.has_value());
+  const std::vector<VDStatisticPoint> beyond = {
+      {1, 0.125, 12, 99}, {7, 0.875, 160.5, 93}, {8, 1, 161, 92}};
+  EXPECT_FALSE(mask.mtieConformsToMask(beyond, nullptr));
+  EXPECT_FALSE(mask.mtieConformsToMask(beyond, &error));
+  EXPECT_EQ(error, "MTIE exceeds the mask at window size 7 (tau 0.875 s): 160.5 ns > 160 ns");
+  EXPECT_FALSE(mask.mtieConformsToMask({{3, 3, std::nan(""), 1}}, nullptr));
 }
 
 // The metrics' definitions as plain loops over doubles.

@@ -64,28 +64,6 @@ TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
                 "plt.close(f1)\n");
 }
 
-TEST(DualLinkScripts, MTIEHooksBelongToTheDualLinkClass) {
-  const VDAnalysisClass& dualLink = VDPDualLinkMaximumTimeIntervalErrorAnalysis::classObject();
-  EXPECT_EQ(dualLink.additionalScriptInitialization(),
-            "def gPTP1HopMTIE(x):\n\treturn 160\n\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n");
-  EXPECT_EQ(dualLink.additionalScriptRecords(), "gPTP1HopMask = vGPTP1HopMTIE(tau)\n");
-  EXPECT_EQ(dualLink.additionalScriptPlots("axB"),
-            "l2, = axB.plot(tau, gPTP1HopMask, '-', color='#fac205', label='gPTP 1 Hop')\n"
-            "ax1.legend(loc='best', fontsize='x-small')\n");
-  EXPECT_EQ(dualLink.plotSize(), "f1.set_size_inches(9.5, 9.5)");
-  EXPECT_EQ(dualLink.plotYLimits("axB"), "axB.set_ylim([10,10000])");
-
-  const VDPDualLinkMaximumTimeIntervalErrorAnalysis analysis(std::vector<VDTimeErrorValue>{});
-  const std::string script = analysis.analysisClass().generatePythonScriptWithOutputPath(
-      "/o", "n_mtie.csv", "n", "/o/n_mtie.png", false);
-  for (const char* line :
-       {"\nvGPTP1HopMTIE = np.vectorize(gPTP1HopMTIE)\n", "\ngPTP1HopMask = vGPTP1HopMTIE(tau)\n",
-        "\nax1.legend(loc='best', fontsize='x-small')\n", "\nf1.set_size_inches(9.5, 9.5)\n",
-        "\nax1.set_ylim([10,10000])\n"}) {
-    EXPECT_NE(script.find(line), std::string::npos) << line;
-  }
-}
-
 class DualLinkProcessorTest : public ::testing::Test {
  protected:
   DualLinkProcessorTest() {
@@ -106,46 +84,35 @@ class DualLinkProcessorTest : public ::testing::Test {
   TestSupport::TempDir dir;
 };
 
-TEST_F(DualLinkProcessorTest, TimeErrorLimitIsEightyNanosecondsEitherWay) {
-  EXPECT_EQ(verdicts({80, -80, 3}, false),
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min -80 max 80 range 160\nAnalysis Done\n");
-  EXPECT_EQ(verdicts({0, 81, 0}, false),
-            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
-            "TimeError: min 0 max 81 range 81\nAnalysis Done\n");
-  EXPECT_EQ(verdicts({-81, 0}, false),
-            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
-            "TimeError: min -81 max 0 range 81\nAnalysis Done\n");
-  // The most negative error has no positive magnitude and passes; the range wraps.
-  EXPECT_EQ(verdicts({std::numeric_limits<int64_t>::min(), 1}, false),
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min -9223372036854775808 max 1 range -9223372036854775807\n"
-            "Analysis Done\n");
-  EXPECT_EQ(verdicts({}, false),
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min 9223372036854775807 max -9223372036854775808 range 1\n"
-            "Analysis Done\n");
-}
-
-TEST_F(DualLinkProcessorTest, MTIEIsJudgedAgainstTheOneHopMask) {
-  EXPECT_EQ(verdicts({0, 10, 20, 30, 40}, true),
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min 0 max 40 range 40\n"
-            "Running Maximum Time Interval Error Analysis...\n"
-            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
-            "MTIE: min 20 max 40 range 20\nAnalysis Done\n");
-  EXPECT_EQ(verdicts({0, 0, 161, 0, 0}, true),
-            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
-            "TimeError: min 0 max 161 range 161\n"
-            "Running Maximum Time Interval Error Analysis...\n"
-            "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n"
-            "MTIE: min 161 max 161 range 0\nAnalysis Done\n");
-  EXPECT_EQ(verdicts({}, true),
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min 9223372036854775807 max -9223372036854775808 range 1\n"
-            "Running Maximum Time Interval Error Analysis...\n"
-            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
-            "MTIE: min 0 max 0 range 0\nAnalysis Done\n");
+TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOneHopMaskPass) {
+  const std::string pass = "PASS: Time Error conforms to 1 hop gPTP limit\nTimeError: ";
+  const std::string fail = "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\nTimeError: ";
+  const std::string mtie = "Running Maximum Time Interval Error Analysis...\n";
+  const std::string mtiePass = mtie + "PASS: MTIE conforms to 1 hop gPTP Mask\nMTIE: ";
+  const std::string mtieFail = mtie + "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\nMTIE: ";
+  const std::string empty = "min 9223372036854775807 max -9223372036854775808 range 1\n";
+  const std::string done = "Analysis Done\n";
+  const struct {
+    std::vector<int64_t> errors;
+    bool mtie;
+    std::string expected;
+  } rows[] = {
+      {{80, -80, 3}, false, pass + "min -80 max 80 range 160\n" + done},
+      {{0, 81, 0}, false, fail + "min 0 max 81 range 81\n" + done},
+      {{-81, 0}, false, fail + "min -81 max 0 range 81\n" + done},
+      // The most negative error has no positive magnitude and passes; the range wraps.
+      {{INT64_MIN, 1}, false,
+       pass + "min -9223372036854775808 max 1 range -9223372036854775807\n" + done},
+      {{}, false, pass + empty + done},
+      {{0, 10, 20, 30, 40}, true,
+       pass + "min 0 max 40 range 40\n" + mtiePass + "min 20 max 40 range 20\n" + done},
+      {{0, 0, 161, 0, 0}, true,
+       fail + "min 0 max 161 range 161\n" + mtieFail + "min 161 max 161 range 0\n" + done},
+      {{}, true, pass + empty + mtiePass + "min 0 max 0 range 0\n" + done},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(verdicts(row.errors, row.mtie), row.expected);
+  }
 }
 
 TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
