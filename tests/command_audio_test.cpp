@@ -1,6 +1,6 @@
-// The audio and drift commands beyond their transcripts in tests/data/runs (and their option
-// messages in tests/data/usage-failures.txt): FLAC headers that lie about the length, the sample
-// recordings through both commands, and the audio command's own plot scripts.
+// The audio and drift commands beyond their transcripts in tests/data/runs: FLAC headers that
+// lie about the length, the sample recordings through both commands, and the audio command's
+// own plot scripts.
 
 #include <gtest/gtest.h>
 

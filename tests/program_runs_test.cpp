@@ -71,11 +71,16 @@ std::vector<Section> sectionsOf(const std::string& text) {
   return sections;
 }
 
-// Words separated by spaces; '' is an empty word; WORK/ and SRC/ begin paths in those places.
+// Words separated by spaces ('' an empty word), or by "|" when the line holds one; WORK and SRC
+// begin paths in those places.
 std::vector<std::string> argumentsOf(const std::string& line, const fs::path& work) {
   std::vector<std::string> words;
-  std::istringstream stream(line.substr(2));
-  for (std::string word; stream >> word;) {
+  const char separator = line.find('|') == std::string::npos ? ' ' : '|';
+  std::istringstream stream(line.substr(2) + separator);
+  for (std::string word; std::getline(stream, word, separator);) {
+    if (separator == ' ' && word.empty()) {
+      continue;
+    }
     word = word == "''" ? "" : word;
     if (word.rfind("WORK", 0) == 0 || word.rfind("SRC", 0) == 0) {
       replaceAll(word, "WORK", work.string());
@@ -113,11 +118,16 @@ void runCase(const fs::path& file) {
       fields >> path >> rate >> seconds;
       writeTone(work / path, rate, seconds);
     } else if (directive == "$") {
-      std::vector<std::string> arguments = argumentsOf(section.header, work.path());
+      // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
+      const bool oneStream = section.header.size() > 5 &&
+                             section.header.substr(section.header.size() - 5) == " 2>&1";
+      std::vector<std::string> arguments =
+          argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
       const fs::path program = arguments[0] == "veridaneprobe-check" ? TestSupport::checkToolPath()
                                                                      : TestSupport::toolPath();
       arguments.erase(arguments.begin());
-      run = TestSupport::runProgram(program, arguments, work.path());
+      run = TestSupport::runProgram(program, arguments, work.path(),
+                                    {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
     } else if (directive == "stdout" || directive == "stderr") {
       actual = shown(directive == "stdout" ? run.out : run.err, work.path());
     } else if (directive == "exit") {
@@ -131,7 +141,7 @@ void runCase(const fs::path& file) {
       for (std::string name; std::getline(names, name);) {
         EXPECT_EQ(fs::exists(work / name), directive == "exists") << name;
       }
-    } else if (directive != "#") {
+    } else if (directive != "#" && directive != "note") {
       ADD_FAILURE() << "unknown directive " << section.header;
     }
     EXPECT_EQ(actual, section.content) << section.header;
