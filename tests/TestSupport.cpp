@@ -106,6 +106,10 @@ std::string readFile(const std::filesystem::path& path) {
   return content.str();
 }
 
+std::string expected(const std::string& name) {
+  return readFile(sourceDir() / "tests/data/expected" / name);
+}
+
 void writeFile(const std::filesystem::path& path, const std::string& content) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
   stream << content;

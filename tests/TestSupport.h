@@ -148,6 +148,8 @@ inline Reference reference(Statistic statistic, const std::vector<int64_t>& x, i
 }
 
 std::string readFile(const std::filesystem::path& path);
+// An expected output kept as a file of tests/data/expected.
+std::string expected(const std::string& name);
 void writeFile(const std::filesystem::path& path, const std::string& content);
 
 struct ToolRun {

@@ -98,27 +98,10 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
 }
 
 TEST(AudioPlotScripts, BothTemplatesByteForByte) {
-  const std::string body =
-      "\n\ntime = timeErrorRecords.time\n"
-      "timeError = timeErrorRecords.time_error * 1000000.0\n\n"
-      "f1, ax1 = plt.subplots()\n\n"
-      "ax1.plot(time, timeError, 'g-')\n"
-      "ax1.set_ylabel('Time Error (us)')\n"
-      "ax1.grid(True)\n\n"
-      "plt.title('Audio Time Error Analysis run 7')\n"
-      "plt.xlabel('Time since start of audio (s)')\n\n"
-      "plt.subplots_adjust(left=0.05, right=0.97, bottom=0.05, top=0.97)\n"
-      "plt.hold(True)\n\n";
-  const std::string imports =
-      "#!/usr/bin/python\n\nimport matplotlib.pyplot as plt\nimport matplotlib.mlab as mlab\n"
-      "import os\nimport sys\n\n";
-  const std::string saved = VDPAudioPlotScripts::savedScript("x.csv", "run 7");
-  EXPECT_EQ(saved, imports +
-                       "timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/x.csv')" +
-                       body + "plt.show()\n");
-  const std::string plot = VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png");
-  EXPECT_EQ(plot, imports + "timeErrorRecords = mlab.csv2rec('/d/x.csv')" + body +
-                      "f1.set_size_inches(32, 16.98753)\n\nf1.savefig('/p/x.png')\n\n");
+  EXPECT_EQ(VDPAudioPlotScripts::savedScript("x.csv", "run 7"),
+            TestSupport::expected("audio-saved.py"));
+  EXPECT_EQ(VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png"),
+            TestSupport::expected("audio-plot.py"));
 }
 
 }  // namespace

@@ -12,56 +12,20 @@
 #include "TestSupport.h"
 #include "VDPAnalyseDualLink.h"
 #include "VDPConsole.h"
-#include "VDPDualLinkMaximumTimeIntervalErrorAnalysis.h"
 #include "VDPDualLinkTimeErrorSequence.h"
 #include "VDPProcessDualLinkTimeError.h"
 #include "VDPPythonInterpreter.h"
 
 namespace {
 
-const std::string kScriptStart =
-    "#!/usr/bin/python\n"
-    "\n"
-    "import numpy as np\n"
-    "import matplotlib.pyplot as plt\n"
-    "import matplotlib.mlab as mlab\n"
-    "import os\n"
-    "import sys\n";
-
-const std::string kScriptMiddle =
-    "\n"
-    "time = timeErrorRecords.time\n"
-    "timeError = timeErrorRecords.time_error\n"
-    "\n"
-    "f1, ax1 = plt.subplots()\n"
-    "ax1.plot(time, timeError, 'r-')\n"
-    "ax1.set_ylabel('Time Error (ns)')\n"
-    "ax1.set_xlabel('Time (ns)')\n"
-    "ax1.set_title('Time Errors - link A')\n"
-    "ax1.plot([time[0], time[-1]], [80, 80], '-', color='#fac205')\n"
-    "ax1.plot([time[0], time[-1]], [-80, -80], '-', color='#fac205')\n"
-    "ax1.grid(True)\n"
-    "\n"
-    "plt.subplots_adjust(left=0.05, right=0.97, bottom=0.05, top=0.97)\n"
-    "\n";
-
 TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
   const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
                                                         std::nullopt, true),
-            kScriptStart +
-                "timeErrorRecords = mlab.csv2rec(os.path.split(sys.argv[0])[0]+'/"
-                "n_time_error.csv')\n" +
-                kScriptMiddle + "plt.show()\n");
+            TestSupport::expected("dual-link-saved.py"));
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
                                                         "/out dir/n.png", false),
-            kScriptStart + "timeErrorRecords = mlab.csv2rec('/out dir/n_time_error.csv')\n" +
-                kScriptMiddle +
-                "f1.set_size_inches(32, 16.98753)\n"
-                "\n"
-                "f1.savefig('/out dir/n.png')\n"
-                "\n"
-                "plt.close(f1)\n");
+            TestSupport::expected("dual-link-plot.py"));
 }
 
 class DualLinkProcessorTest : public ::testing::Test {
@@ -130,26 +94,7 @@ TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
   ASSERT_NE(analyser, nullptr);
   testing::internal::CaptureStdout();
   EXPECT_TRUE(analyser->execute());
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            "Loading time errors into memory...\n"
-            "=== Full File Analysis ===\n"
-            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n"
-            "TimeError: min -20 max 500 range 520\n"
-            "Running Modified Allan Deviation Analysis...\n"
-            "Running Time Deviation Analysis...\n"
-            "Running Maximum Time Interval Error Analysis...\n"
-            "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n"
-            "MTIE: min 520 max 520 range 0\n"
-            "Analysis Done\n"
-            "=== Converged (skip 60s) File Analysis ===\n"
-            "PASS: Time Error conforms to 1 hop gPTP limit\n"
-            "TimeError: min 40 max 60 range 20\n"
-            "Running Modified Allan Deviation Analysis...\n"
-            "Running Time Deviation Analysis...\n"
-            "Running Maximum Time Interval Error Analysis...\n"
-            "PASS: MTIE conforms to 1 hop gPTP Mask\n"
-            "MTIE: min 0 max 0 range 0\n"
-            "Analysis Done\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), TestSupport::expected("dual-link-run.txt"));
   for (const char* sub : {"full", "converged"}) {
     EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "L_mtie.csv"));
     EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "PlotMADEV.py"));
