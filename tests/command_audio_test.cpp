@@ -99,9 +99,9 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
 
 TEST(AudioPlotScripts, BothTemplatesByteForByte) {
   EXPECT_EQ(VDPAudioPlotScripts::savedScript("x.csv", "run 7"),
-            TestSupport::expected("audio-saved.py"));
+            TestSupport::expected("audio-saved.txt"));
   EXPECT_EQ(VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png"),
-            TestSupport::expected("audio-plot.py"));
+            TestSupport::expected("audio-plot.txt"));
 }
 
 }  // namespace

@@ -22,10 +22,10 @@ TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
   const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
                                                         std::nullopt, true),
-            TestSupport::expected("dual-link-saved.py"));
+            TestSupport::expected("dual-link-saved.txt"));
   EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
                                                         "/out dir/n.png", false),
-            TestSupport::expected("dual-link-plot.py"));
+            TestSupport::expected("dual-link-plot.txt"));
 }
 
 class DualLinkProcessorTest : public ::testing::Test {
