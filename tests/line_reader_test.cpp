@@ -80,6 +80,7 @@ TEST(LineReader, ReadsLinesUpToTheCapacityWholeAndSkipsLongerOnesToTheirLineEnd)
 TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
   // Valid multi-byte text passes through.
   EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
+  EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
   // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
   // so the rest of the broken line arrives as a line of its own.
   const std::string block(1000, 'a');
