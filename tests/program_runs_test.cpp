@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -49,6 +50,29 @@ void writeTone(const fs::path& path, uint32_t rate, double seconds) {
   }
   ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
   ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+}
+
+// A PNG's size, "PDF" for a whole PDF file, or else the file's mode (octal).
+std::string madeAs(const fs::path& path) {
+  const std::string bytes = fs::is_regular_file(path) ? TestSupport::readFile(path) : "";
+  if (bytes.size() >= 24 && bytes.compare(1, 3, "PNG") == 0) {
+    const auto at = [&bytes](size_t i) {
+      return static_cast<uint32_t>(static_cast<uint8_t>(bytes[i]) << 24 |
+                                   static_cast<uint8_t>(bytes[i + 1]) << 16 |
+                                   static_cast<uint8_t>(bytes[i + 2]) << 8 |
+                                   static_cast<uint8_t>(bytes[i + 3]));
+    };
+    return "PNG " + std::to_string(at(16)) + "x" + std::to_string(at(20));
+  }
+  if (bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos) {
+    return "PDF";
+  }
+  if (!fs::exists(path)) {
+    return "missing";
+  }
+  char mode[8];
+  std::snprintf(mode, sizeof mode, "%o", static_cast<unsigned>(fs::status(path).permissions()));
+  return "mode " + std::string(mode);
 }
 
 struct Section {
@@ -124,7 +148,8 @@ void runCase(const fs::path& file) {
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
       const fs::path program = arguments[0] == "veridaneprobe-check" ? TestSupport::checkToolPath()
-                                                                     : TestSupport::toolPath();
+                               : arguments[0] == "veridaneprobe"       ? TestSupport::toolPath()
+                                                                       : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
       run = TestSupport::runProgram(program, arguments, work.path(),
                                     {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
@@ -136,6 +161,13 @@ void runCase(const fs::path& file) {
     } else if (directive == "file") {
       actual = fs::is_regular_file(target) ? shown(TestSupport::readFile(target), work.path())
                                            : "(missing)\n";
+    } else if (directive == "made") {  // one path a line: what each file is
+      std::istringstream lines(section.content);
+      actual.clear();
+      for (std::string line; std::getline(lines, line);) {
+        const std::string name = line.substr(0, line.find(' '));
+        actual += name + " " + madeAs(work / name) + "\n";
+      }
     } else if (directive == "exists" || directive == "absent") {  // one path a line
       std::istringstream names(section.content);
       for (std::string name; std::getline(names, name);) {
