@@ -106,6 +106,19 @@ std::string readFile(const std::filesystem::path& path) {
   return content.str();
 }
 
+std::vector<PublishedAdev> publishedPhaseDatAdev() {
+  std::istringstream rows(readFile(sourceDir() / "tests/data/PHASE.DAT-adev.txt"));
+  std::vector<PublishedAdev> table;
+  for (std::string line; std::getline(rows, line);) {
+    PublishedAdev row{};
+    if (line[0] != '#' && std::istringstream(line) >> row.window >> row.sigma >> row.low >>
+                              row.high >> row.alpha) {
+      table.push_back(row);
+    }
+  }
+  return table;
+}
+
 std::string expected(const std::string& name) {
   return readFile(sourceDir() / "tests/data/expected" / name);
 }

@@ -148,6 +148,13 @@ inline Reference reference(Statistic statistic, const std::vector<int64_t>& x, i
 }
 
 std::string readFile(const std::filesystem::path& path);
+// The published overlapping ADEV of tests/data/PHASE.DAT (tests/data/PHASE.DAT-adev.txt).
+struct PublishedAdev {
+  int64_t window;
+  double sigma, low, high;
+  int alpha;
+};
+std::vector<PublishedAdev> publishedPhaseDatAdev();
 // An expected output kept as a file of tests/data/expected.
 std::string expected(const std::string& name);
 void writeFile(const std::filesystem::path& path, const std::string& content);
