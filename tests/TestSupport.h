@@ -17,7 +17,8 @@
 #include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
 #include "VDTimeDeviationAnalysis.h"
 
-// Helpers shared by the tests: temporary directories, whole-file I/O and running the built tool.
+// Helpers shared by the tests: temporary directories, whole-file I/O, running the built programs,
+// the statistics' plain-loop references and the expected outputs kept under tests/data.
 namespace TestSupport {
 
 // What every run prints first: "veridaneprobe <version>" and an empty line.
