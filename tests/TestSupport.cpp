@@ -111,8 +111,8 @@ std::vector<PublishedAdev> publishedPhaseDatAdev() {
   std::vector<PublishedAdev> table;
   for (std::string line; std::getline(rows, line);) {
     PublishedAdev row{};
-    if (line[0] != '#' && std::istringstream(line) >> row.window >> row.sigma >> row.low >>
-                              row.high >> row.alpha) {
+    if (line[0] != '#' &&
+        std::istringstream(line) >> row.window >> row.sigma >> row.low >> row.high >> row.alpha) {
       table.push_back(row);
     }
   }
@@ -151,8 +151,7 @@ BackgroundRun::BackgroundRun(const std::filesystem::path& program,
     const int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
-    dup2(oneStream ? output : open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
-         STDERR_FILENO);
+    dup2(oneStream ? output : open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
     if (!workingDir.empty() && chdir(workingDir.c_str()) != 0) {
       _exit(127);
     }

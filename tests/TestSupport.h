@@ -31,8 +31,8 @@ std::vector<std::string> withoutStatistics(std::vector<std::string> arguments);
 // The processor's progress lines with every statistic on, ending with "Analysis Done".
 extern const std::string kAllStatisticsProgress;
 
-std::filesystem::path sourceDir();  // the repository
-std::filesystem::path toolPath();   // the built veridaneprobe executable
+std::filesystem::path sourceDir();      // the repository
+std::filesystem::path toolPath();       // the built veridaneprobe executable
 std::filesystem::path checkToolPath();  // the built veridaneprobe-check beside it
 
 // A fresh directory under the system's temporary directory, removed with the object.
@@ -75,18 +75,23 @@ inline constexpr Statistic kStatistics[] = {Statistic::ADEV, Statistic::MDEV, St
 inline std::unique_ptr<VDStatisticAnalysis> analysisOf(Statistic statistic,
                                                        const std::vector<VDTimeErrorValue>& v) {
   switch (statistic) {
-    case Statistic::ADEV: return std::make_unique<VDAllanDeviationAnalysis>(v);
-    case Statistic::MDEV: return std::make_unique<VDModifiedAllanDeviationAnalysis>(v);
-    case Statistic::TDEV: return std::make_unique<VDTimeDeviationAnalysis>(v);
-    case Statistic::RMSTIE: return std::make_unique<VDRootMeanSquaredTimeIntervalErrorAnalysis>(v);
-    case Statistic::MTIE: return std::make_unique<VDMaximumTimeIntervalErrorAnalysis>(v);
+    case Statistic::ADEV:
+      return std::make_unique<VDAllanDeviationAnalysis>(v);
+    case Statistic::MDEV:
+      return std::make_unique<VDModifiedAllanDeviationAnalysis>(v);
+    case Statistic::TDEV:
+      return std::make_unique<VDTimeDeviationAnalysis>(v);
+    case Statistic::RMSTIE:
+      return std::make_unique<VDRootMeanSquaredTimeIntervalErrorAnalysis>(v);
+    case Statistic::MTIE:
+      return std::make_unique<VDMaximumTimeIntervalErrorAnalysis>(v);
   }
   return nullptr;
 }
 
 // The largest window defined for n samples.
 inline int64_t largestWindow(Statistic statistic, int64_t n) {
-  return statistic == Statistic::ADEV ? (n - 1) / 2
+  return statistic == Statistic::ADEV                                   ? (n - 1) / 2
          : statistic == Statistic::MDEV || statistic == Statistic::TDEV ? n / 3
                                                                         : n - 1;
 }

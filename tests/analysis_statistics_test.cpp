@@ -41,15 +41,23 @@ std::vector<int64_t> noise(Noise kind, int64_t count, int64_t offset, uint64_t s
   for (int64_t i = 0; i < count; ++i) {
     double value = 0.0;
     switch (kind) {
-      case Noise::kWhite: value = 40.0 * gauss(generator); break;
-      case Noise::kRandomWalk: value = phase += 5.0 * gauss(generator); break;
+      case Noise::kWhite:
+        value = 40.0 * gauss(generator);
+        break;
+      case Noise::kRandomWalk:
+        value = phase += 5.0 * gauss(generator);
+        break;
       case Noise::kRandomWalkFrequency:
         frequency += 0.3 * gauss(generator);
         phase += frequency;
         value = phase + 10.0 * gauss(generator);
         break;
-      case Noise::kDrifting: value = -731.0 * static_cast<double>(i) + 15.0 * gauss(generator); break;
-      case Noise::kRamp: value = 250.0 * static_cast<double>(i); break;
+      case Noise::kDrifting:
+        value = -731.0 * static_cast<double>(i) + 15.0 * gauss(generator);
+        break;
+      case Noise::kRamp:
+        value = 250.0 * static_cast<double>(i);
+        break;
       case Noise::kSpiky:
         value = (generator() % 97 == 0) ? 5000.0 * gauss(generator) : gauss(generator);
         break;
@@ -118,8 +126,8 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
       for (int64_t count : {int64_t{301}, int64_t{302}}) {
         const int64_t offset = (seed % 2 == 0) ? 1000000000000 : -999999999937;
         expectMatches(statistic, noise(kind, count, offset, ++seed), 1,
-                      name + " noise " + std::to_string(static_cast<int>(kind)) + " N=" +
-                          std::to_string(count));
+                      name + " noise " + std::to_string(static_cast<int>(kind)) +
+                          " N=" + std::to_string(count));
       }
     }
     expectMatches(statistic, noise(Noise::kRandomWalkFrequency, 5003, 123456789, 7), 97,
@@ -248,8 +256,8 @@ TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
     int64_t start, end, step;
     W windows;
   } cases[] = {
-      {30, kMax, 10, {30, 40, 0, 30, 0, 30, 0, 30, 40, 50, 60, 70, 80, 90, 0, 30, 40, 50, 60, 70,
-                      80, 90, 0}},
+      {30, kMax, 10, {30, 40, 0, 30, 0,  30, 0,  30, 40, 50, 60, 70,
+                      80, 90, 0, 30, 40, 50, 60, 70, 80, 90, 0}},
       // A start below 1 starts at the first window reachable in steps.
       {-5, 12, 8, {3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0}},
       {kMin, 2, kMax, none},

@@ -499,7 +499,8 @@ TEST(AudioFileWriter, RefusesFormatsItsContainerCannotHoldAndReportsMisuse) {
   // Opus takes its five rates only.
   for (uint32_t rate : {8000, 12000, 16000, 24000, 48000}) {
     const AudioFileWriterFormat opus{AudioFileContainer::Ogg, AudioSampleEncoding::Opus, rate, 1};
-    EXPECT_EQ(AudioFileWriterCreate(dir / "o.opus", opus, &writer), kAudioFileWriterNoError) << rate;
+    EXPECT_EQ(AudioFileWriterCreate(dir / "o.opus", opus, &writer), kAudioFileWriterNoError)
+        << rate;
     EXPECT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
   }
   const AudioFileWriterFormat wav{AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1};

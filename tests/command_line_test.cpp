@@ -32,19 +32,17 @@ namespace {
 
 namespace fs = std::filesystem;
 using TestSupport::readFile;
-using TestSupport::writeFile;
 using TestSupport::runTool;
 using TestSupport::TempDir;
 using TestSupport::ToolRun;
+using TestSupport::writeFile;
 
 const std::string kBanner = TestSupport::banner();
 const std::string kLoading = "Loading time errors into memory...\n";
 
 class CommandLineTest : public ::testing::Test {
  protected:
-  CommandLineTest() {
-    writeFile(dir / "data.csv", "index,time,error\n");
-  }
+  CommandLineTest() { writeFile(dir / "data.csv", "index,time,error\n"); }
   TempDir dir;
 };
 
@@ -117,8 +115,9 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
 // bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
 void writeFlacClaiming(const fs::path& flac, uint64_t claimedFrames) {
   AudioFileWriterRef writer = nullptr;
-  ASSERT_EQ(AudioFileWriterCreate(flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16,
-                                         48000, 1}, &writer), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterCreate(
+                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
+            kAudioFileWriterNoError);
   std::vector<float> samples(3 * 48000);
   for (size_t i = 0; i < samples.size(); ++i) {
     samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / 48000));
@@ -139,9 +138,11 @@ TEST(AudioRun, FlacLengthsAreWhatTheDataHolds) {
   TempDir dir;
   writeFlacClaiming(dir / "billion.flac", 1000000000);
   writeFlacClaiming(dir / "unknown.flac", 0);
-  const ToolRun run = runTool(TestSupport::withoutStatistics(
-      {"audio", "--channel-a", "billion.flac", "--channel-b", "unknown.flac", "--output", "out",
-       "--interval", "48000", "--length", "4096"}), dir.path());
+  const ToolRun run =
+      runTool(TestSupport::withoutStatistics({"audio", "--channel-a", "billion.flac", "--channel-b",
+                                              "unknown.flac", "--output", "out", "--interval",
+                                              "48000", "--length", "4096"}),
+              dir.path());
   EXPECT_EQ(run.out, kBanner +
                          "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
                          "Loading audio into memory...\n"

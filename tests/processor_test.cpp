@@ -212,12 +212,15 @@ TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOn
       {{0, 81, 0}, false, fail + "min 0 max 81 range 81\n" + done},
       {{-81, 0}, false, fail + "min -81 max 0 range 81\n" + done},
       // The most negative error has no positive magnitude and passes; the range wraps.
-      {{INT64_MIN, 1}, false,
+      {{INT64_MIN, 1},
+       false,
        pass + "min -9223372036854775808 max 1 range -9223372036854775807\n" + done},
       {{}, false, pass + empty + done},
-      {{0, 10, 20, 30, 40}, true,
+      {{0, 10, 20, 30, 40},
+       true,
        pass + "min 0 max 40 range 40\n" + mtiePass + "min 20 max 40 range 20\n" + done},
-      {{0, 0, 161, 0, 0}, true,
+      {{0, 0, 161, 0, 0},
+       true,
        fail + "min 0 max 161 range 161\n" + mtieFail + "min 161 max 161 range 0\n" + done},
       {{}, true, pass + empty + mtiePass + "min 0 max 0 range 0\n" + done},
   };

@@ -57,10 +57,9 @@ std::string madeAs(const fs::path& path) {
   const std::string bytes = fs::is_regular_file(path) ? TestSupport::readFile(path) : "";
   if (bytes.size() >= 24 && bytes.compare(1, 3, "PNG") == 0) {
     const auto at = [&bytes](size_t i) {
-      return static_cast<uint32_t>(static_cast<uint8_t>(bytes[i]) << 24 |
-                                   static_cast<uint8_t>(bytes[i + 1]) << 16 |
-                                   static_cast<uint8_t>(bytes[i + 2]) << 8 |
-                                   static_cast<uint8_t>(bytes[i + 3]));
+      return static_cast<uint32_t>(
+          static_cast<uint8_t>(bytes[i]) << 24 | static_cast<uint8_t>(bytes[i + 1]) << 16 |
+          static_cast<uint8_t>(bytes[i + 2]) << 8 | static_cast<uint8_t>(bytes[i + 3]));
     };
     return "PNG " + std::to_string(at(16)) + "x" + std::to_string(at(20));
   }
@@ -143,13 +142,13 @@ void runCase(const fs::path& file) {
       writeTone(work / path, rate, seconds);
     } else if (directive == "$") {
       // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
-      const bool oneStream = section.header.size() > 5 &&
-                             section.header.substr(section.header.size() - 5) == " 2>&1";
+      const bool oneStream =
+          section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
       const fs::path program = arguments[0] == "veridaneprobe-check" ? TestSupport::checkToolPath()
-                               : arguments[0] == "veridaneprobe"       ? TestSupport::toolPath()
-                                                                       : fs::path(arguments[0]);
+                               : arguments[0] == "veridaneprobe"     ? TestSupport::toolPath()
+                                                                     : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
       run = TestSupport::runProgram(program, arguments, work.path(),
                                     {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
@@ -183,7 +182,9 @@ void runCase(const fs::path& file) {
     std::string text;
     for (const Section& section : sections) {
       const bool plain = section.header == "#" || section.header.rfind("$ ", 0) == 0;
-      text += (section.header == "#" ? "" : plain ? section.header + "\n" : "--- " + section.header + "\n") +
+      text += (section.header == "#" ? ""
+               : plain               ? section.header + "\n"
+                                     : "--- " + section.header + "\n") +
               section.content;
     }
     TestSupport::writeFile(file, text);

@@ -97,7 +97,8 @@ std::optional<int64_t> referenceInteger(std::string_view text) {
   for (; i < text.size() && text[i] >= '0' && text[i] <= '9'; ++i) {
     value = std::min<__int128>(value * 10 + (text[i] - '0'), __int128{1} << 64);
   }
-  return static_cast<int64_t>(std::clamp<__int128>(negative ? -value : value, INT64_MIN, INT64_MAX));
+  return static_cast<int64_t>(
+      std::clamp<__int128>(negative ? -value : value, INT64_MIN, INT64_MAX));
 }
 
 [[maybe_unused]] int fuzzLines(const uint8_t* data, size_t size) {
@@ -128,15 +129,23 @@ std::optional<int64_t> referenceInteger(std::string_view text) {
       uint64_t uint64 = 0;
       double real = 0;
       switch (item % 5) {
-        case 0: scanned = scanner.scanInt32(int32); break;
-        case 1: scanned = scanner.scanInt64(int64); break;
-        case 2: scanned = scanner.scanUInt64(uint64); break;
+        case 0:
+          scanned = scanner.scanInt32(int32);
+          break;
+        case 1:
+          scanned = scanner.scanInt64(int64);
+          break;
+        case 2:
+          scanned = scanner.scanUInt64(uint64);
+          break;
         case 3:
           scanned = scanner.scanDouble(real);
           VDPNanoseconds::timestampFromSeconds(real);
           VDPNanoseconds::errorFromSeconds(real);
           break;
-        case 4: scanned = scanner.scanCharacter(','); break;
+        case 4:
+          scanned = scanner.scanCharacter(',');
+          break;
       }
     }
     check(VDPTextScanner::parseInteger(line) == referenceInteger(line));
