@@ -72,7 +72,7 @@ TEST(AnalysisMasks, DefinitionsAreReadOrRefusedWithTheLine) {
     if (line.rfind("> ", 0) == 0) {
       text = line.substr(2);
       for (size_t at; (at = text.find("\\n")) != std::string::npos;) {
-        text.replace(at, 2, "\n");
+        text.replace(at, 2, 1, '\n');
       }
       texts.push_back(text);
     } else if (line.rfind("<", 0) == 0) {
