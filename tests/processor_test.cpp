@@ -1,6 +1,6 @@
-// The processors with scripts captured instead of run: the single time error processor's steps
-// in order, their files and modes, and the factories and class-level scripts a subclass
-// substitutes; the dual-link judgement (its time error script with the limit lines byte for
+// The processors with scripts captured instead of run (whole runs, with every step's files, are
+// cases of tests/data/runs): the factories and class-level scripts a subclass substitutes, runs
+// that cannot write; the dual-link judgement (its time error script with the limit lines byte for
 // byte, the PASS and FAIL boundaries of both tests, the full and converged analyses).
 
 #include <gtest/gtest.h>
@@ -32,11 +32,6 @@ std::vector<VDTimeErrorValue> rampValues(int count) {
   return values;
 }
 
-// The text a script quotes a path as. (Built with append: GCC 12 warns falsely on "'" + string.)
-std::string quoted(const fs::path& path) {
-  return std::string("'").append(path.string()).append("'");
-}
-
 unsigned modeOf(const fs::path& path) {
   struct stat status;
   stat(path.c_str(), &status);
@@ -62,50 +57,6 @@ class ProcessorTest : public ::testing::Test {
   TestSupport::TempDir dir;
   std::vector<std::string> scripts;
 };
-
-TEST_F(ProcessorTest, WithEveryStatisticOffOnlyTheTimeErrorStepRuns) {
-  VDPProcessSingleTimeError processor(dir.path().string(), "run1", false, false, false, false,
-                                      false, 2, 100, 1);
-  EXPECT_EQ(process(processor), "Analysis Done\n");
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(dir.path())) {
-    files.push_back(entry.path().filename().string());
-  }
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"PlotTimeError.py", "run1_time_error.csv"}));
-  EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
-  // The saved script finds its CSV beside itself and shows the plot; the runs save PNG then PDF.
-  const std::string saved = TestSupport::readFile(dir / "PlotTimeError.py");
-  EXPECT_NE(saved.find("os.path.split(sys.argv[0])[0]+'/run1_time_error.csv'"), std::string::npos);
-  EXPECT_NE(saved.find("plt.show()"), std::string::npos);
-  ASSERT_EQ(scripts.size(), 2u);
-  EXPECT_NE(scripts[0].find(quoted(dir / "run1_time_error.png")), std::string::npos);
-  EXPECT_NE(scripts[1].find(quoted(dir / "run1_time_error.pdf")), std::string::npos);
-  EXPECT_NE(scripts[0].find(quoted(dir / "run1_time_error.csv")), std::string::npos);
-}
-
-TEST_F(ProcessorTest, StepsRunInTheFixedOrderWithTheirFiles) {
-  // A stale script of the same name, not executable, is replaced and made executable.
-  TestSupport::writeFile(dir / "PlotADEV.py", "stale");
-  fs::permissions(dir / "PlotADEV.py", fs::perms::owner_read | fs::perms::owner_write);
-  VDPProcessSingleTimeError processor(dir.path().string(), "run1", true, true, true, true, true, 2,
-                                      100, 1);
-  EXPECT_EQ(process(processor), TestSupport::kAllStatisticsProgress);
-  const std::vector<std::pair<std::string, std::string>> steps = {
-      {"time_error", "PlotTimeError.py"}, {"adev", "PlotADEV.py"},
-      {"madev", "PlotMADEV.py"},          {"tdev", "PlotTDEV.py"},
-      {"rmstie", "PlotRMSTIE.py"},        {"mtie", "PlotMTIE.py"}};
-  ASSERT_EQ(scripts.size(), 2 * steps.size());
-  for (size_t step = 0; step < steps.size(); ++step) {
-    const auto& [suffix, scriptName] = steps[step];
-    EXPECT_TRUE(fs::exists(dir / ("run1_" + suffix + ".csv"))) << suffix;
-    EXPECT_EQ(modeOf(dir / scriptName), 0744u) << scriptName;
-    EXPECT_NE(TestSupport::readFile(dir / scriptName).find("run1_" + suffix + ".csv"),
-              std::string::npos);
-    EXPECT_NE(scripts[2 * step].find("run1_" + suffix + ".png"), std::string::npos);
-    EXPECT_NE(scripts[2 * step + 1].find("run1_" + suffix + ".pdf"), std::string::npos);
-  }
-}
 
 // A statistic class whose plots carry a marker, to see whose class-level script a step uses.
 class MarkedMTIEClass : public VDMaximumTimeIntervalErrorAnalysisClass {
