@@ -1,7 +1,8 @@
 #include "TestSupport.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <random>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "VDPVersion.h"
 
@@ -104,40 +106,102 @@ std::string readFile(const std::filesystem::path& path) {
   return content.str();
 }
 
+std::vector<PublishedAdev> publishedPhaseDatAdev() {
+  std::istringstream rows(readFile(sourceDir() / "tests/data/PHASE.DAT-adev.txt"));
+  std::vector<PublishedAdev> table;
+  for (std::string line; std::getline(rows, line);) {
+    PublishedAdev row{};
+    if (line[0] != '#' &&
+        std::istringstream(line) >> row.window >> row.sigma >> row.low >> row.high >> row.alpha) {
+      table.push_back(row);
+    }
+  }
+  return table;
+}
+
+std::string expected(const std::string& name) {
+  return readFile(sourceDir() / "tests/data/expected" / name);
+}
+
 void writeFile(const std::filesystem::path& path, const std::string& content) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
   stream << content;
 }
 
-namespace {
-
-// Reads both pipes to their end without letting either fill up.
-void drain(int outFd, int errFd, std::string& out, std::string& err) {
-  pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
-  std::string* sinks[2] = {&out, &err};
-  int open = 2;
-  char buffer[65536];
-  while (open > 0) {
-    if (poll(fds, 2, -1) < 0) {
-      break;
+BackgroundRun::BackgroundRun(const std::filesystem::path& program,
+                             const std::vector<std::string>& arguments,
+                             const std::filesystem::path& workingDir,
+                             const std::filesystem::path& logDir,
+                             const std::map<std::string, std::optional<std::string>>& environment,
+                             bool oneStream, const std::function<void()>& inChild) {
+  const std::string tool = program.string();
+  const std::string out = (logDir / "stdout").string();
+  const std::string err = (logDir / "stderr").string();
+  std::vector<char*> argv{const_cast<char*>(tool.c_str())};
+  for (const std::string& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  _pid = fork();
+  if (_pid == 0) {
+    signal(SIGINT, SIG_DFL);
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    const int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+    dup2(output, STDOUT_FILENO);
+    dup2(oneStream ? output : open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDERR_FILENO);
+    if (!workingDir.empty() && chdir(workingDir.c_str()) != 0) {
+      _exit(127);
     }
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0) {
-        continue;
-      }
-      ssize_t n = read(fds[i].fd, buffer, sizeof buffer);
-      if (n > 0) {
-        sinks[i]->append(buffer, static_cast<size_t>(n));
-      } else {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open;
-      }
+    if (!workingDir.empty()) {
+      setenv("PWD", workingDir.c_str(), 1);
     }
+    for (const auto& [name, value] : environment) {
+      value ? setenv(name.c_str(), value->c_str(), 1) : unsetenv(name.c_str());
+    }
+    if (inChild) {
+      inChild();
+    }
+    execv(tool.c_str(), argv.data());
+    _exit(127);
   }
 }
 
-}  // namespace
+BackgroundRun::~BackgroundRun() {
+  if (_pid > 0 && !_status) {
+    kill(_pid, SIGKILL);
+    waitpid(_pid, nullptr, 0);
+  }
+}
+
+std::optional<int> BackgroundRun::waitFor(std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!_status) {
+    int status = 0;
+    rusage usage{};
+    if (wait4(_pid, &status, WNOHANG, &usage) == _pid) {
+      _status = status;
+      _peakResidentBytes = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
+    } else if (std::chrono::steady_clock::now() >= deadline) {
+      break;
+    } else {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+  return _status;
+}
+
+uint64_t BackgroundRun::procFigure(const std::string& file, const std::string& name) const {
+  std::ifstream figures("/proc/" + std::to_string(_pid) + "/" + file);
+  for (std::string line; std::getline(figures, line);) {
+    if (line.rfind(name + ":", 0) == 0) {
+      return std::stoull(line.substr(name.size() + 1));
+    }
+  }
+  return 0;
+}
 
 ToolRun runTool(const std::vector<std::string>& arguments, const std::filesystem::path& workingDir,
                 const std::map<std::string, std::optional<std::string>>& environment,
@@ -149,51 +213,11 @@ ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::
                    const std::filesystem::path& workingDir,
                    const std::map<std::string, std::optional<std::string>>& environment,
                    bool oneStream) {
-  int outPipe[2];
-  int errPipe[2];
-  if (pipe(outPipe) != 0 || pipe(errPipe) != 0) {
-    throw std::runtime_error("pipe failed");
-  }
-  std::string tool = program.string();
-  pid_t child = fork();
-  if (child == 0) {
-    dup2(outPipe[1], STDOUT_FILENO);
-    dup2(oneStream ? outPipe[1] : errPipe[1], STDERR_FILENO);
-    close(outPipe[0]);
-    close(outPipe[1]);
-    close(errPipe[0]);
-    close(errPipe[1]);
-    int devNull = open("/dev/null", O_RDONLY);
-    dup2(devNull, STDIN_FILENO);
-    if (!workingDir.empty()) {
-      if (chdir(workingDir.c_str()) != 0) {
-        _exit(127);
-      }
-      setenv("PWD", workingDir.c_str(), 1);
-    }
-    for (const auto& [name, value] : environment) {
-      if (value) {
-        setenv(name.c_str(), value->c_str(), 1);
-      } else {
-        unsetenv(name.c_str());
-      }
-    }
-    std::vector<char*> argv;
-    argv.push_back(tool.data());
-    for (const std::string& argument : arguments) {
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(tool.c_str(), argv.data());
-    _exit(127);
-  }
-  close(outPipe[1]);
-  close(errPipe[1]);
-  ToolRun run;
-  drain(outPipe[0], errPipe[0], run.out, run.err);
-  int status = 0;
-  waitpid(child, &status, 0);
-  run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  const TempDir logs;
+  BackgroundRun background(program, arguments, workingDir, logs.path(), environment, oneStream);
+  const std::optional<int> status = background.waitFor(std::chrono::hours(1));
+  ToolRun run{readFile(logs / "stdout"), oneStream ? "" : readFile(logs / "stderr")};
+  run.status = status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
   return run;
 }
 

@@ -318,18 +318,10 @@ TEST(AnalysisConfidence, PublishedResultsOnPhaseDat) {
     errors.push_back(std::llround(value * 1e9));  // ADEV then comes out in the file's unit
   }
   ASSERT_EQ(errors.size(), 1001u);
-  // Averaging factor, sigma, alpha, min sigma, max sigma as published.
-  const struct {
-    int64_t window;
-    double sigma, low, high;
-    int alpha;
-  } published[] = {
-      {2, 2.0102e-01, 1.9520e-01, 2.0738e-01, 0},  {4, 1.4479e-01, 1.3931e-01, 1.5098e-01, 0},
-      {8, 1.0570e-01, 1.0038e-01, 1.1198e-01, 0},  {16, 6.1915e-02, 5.7696e-02, 6.7217e-02, 0},
-      {32, 4.8082e-02, 4.3654e-02, 5.4202e-02, 0}, {64, 3.6237e-02, 3.1755e-02, 4.3377e-02, 0},
-      {128, 2.7674e-02, 2.3045e-02, 3.7027e-02, 0}};
   VDAllanDeviationAnalysis adev(timeErrorValues(errors));
   adev.performAnalysisFromStartWindowSize(1, kMax, 1);
+  const std::vector<TestSupport::PublishedAdev> published = TestSupport::publishedPhaseDatAdev();
+  ASSERT_EQ(published.size(), 7u);
   for (const auto& row : published) {
     const VDStatisticPoint& point = adev.points()[row.window - 1];
     ASSERT_EQ(point.windowSize, row.window);

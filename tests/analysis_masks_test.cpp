@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "TestSupport.h"
+#include "VDMTIEMask.h"
 #include "VDMaskTable.h"
 #include "VDMaskVerdict.h"
 #include "VDTimeErrorMetrics.h"
@@ -64,39 +65,27 @@ TEST(AnalysisMasks, NoTauBetweenTheFirstAndLastBreakpointFallsOutside) {
 }
 
 TEST(AnalysisMasks, DefinitionsAreReadOrRefusedWithTheLine) {
-  struct Case {
-    const char* text;
-    const char* error;  // empty: accepted
-  };
-  const Case cases[] = {
-      {"mine | mtie | 0 < tau <= 10: 5 tau^-0.5 - 1e-3 tau + 2; 10 < tau <= inf?: 9 | "
-       "s|e|t|f|c|src",
-       ""},
-      {"mine | cte | 12 | s|e|t|f|c|src", ""},
-      {"mine | cte | 12 | s|e|t|f|c", "user.txt:1: a mask has 9 fields separated by '|'"},
-      {"mine | jitter | 12 | s|e|t|f|c|src", "user.txt:1: unknown metric \"jitter\""},
-      {"mine | cte | 3 tau | s|e|t|f|c|src",
-       "user.txt:1: the limit of a single-number metric is one number of ns"},
-      {"# note\nmine | mtie | 0 < tau <= 10: 5; 11 < tau <= 20: 6 | s|e|t|f|c|src",
-       "user.txt:2: a segment must start where the one before it ends"},
-      {"mine | mtie | 0 < tau <= 10?: 5; 10 < tau <= 20: 6 | s|e|t|f|c|src",
-       "user.txt:1: only the last segment's upper end can be unsure"},
-      {"mine | mtie | 10 < tau <= 1: 5 | s|e|t|f|c|src",
-       "user.txt:1: a segment is \"LO < tau <= HI: C tau^P + ...\", LO below HI"},
-      {"mine | mtie | 0 < tau <= 1: 5 tau^x | s|e|t|f|c|src",
-       "user.txt:1: a segment is \"LO < tau <= HI: C tau^P + ...\", LO below HI"},
-      {"gptp-one-hop | mtie | 0 < tau <= 1: 5 | s|e|t|f|c|src",
-       "user.txt:1: mask gptp-one-hop has mtie twice"},
-  };
-  for (const Case& c : cases) {
-    VDMaskTable table = VDMaskTable::builtIn();
-    std::string error;
-    EXPECT_EQ(table.addDefinitions(c.text, "user.txt", error), *c.error == 0) << c.text;
-    EXPECT_EQ(error, c.error) << c.text;
+  std::istringstream rows(
+      TestSupport::readFile(TestSupport::sourceDir() / "tests/data/masks/definitions.txt"));
+  std::vector<std::string> texts;
+  for (std::string line, text; std::getline(rows, line);) {
+    if (line.rfind("> ", 0) == 0) {
+      text = line.substr(2);
+      for (size_t at; (at = text.find("\\n")) != std::string::npos;) {
+        text.replace(at, 2, 1, '\n');
+      }
+      texts.push_back(text);
+    } else if (line.rfind("<", 0) == 0) {
+      VDMaskTable table = VDMaskTable::builtIn();
+      std::string error;
+      EXPECT_EQ(table.addDefinitions(text, "user.txt", error), line.size() < 2) << text;
+      EXPECT_EQ(error, line.substr(std::min<size_t>(line.size(), 2))) << text;
+    }
   }
+  ASSERT_EQ(texts.size(), 10u);
   VDMaskTable table;
   std::string error;
-  ASSERT_TRUE(table.addDefinitions(cases[0].text, "user.txt", error));
+  ASSERT_TRUE(table.addDefinitions(texts[0], "user.txt", error));
   const VDMask& mask = table.masks().front();
   EXPECT_NEAR(*mask.limitAtTau(4), 5 / 2.0 - 4e-3 + 2, 1e-12);
   EXPECT_EQ(*mask.limitAtTau(1e9), 9);
@@ -151,6 +140,20 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
   EXPECT_EQ(VDMaskVerdict::ofValue(classC, 30.000001).outcome, Outcome::fail);
   EXPECT_EQ(VDMaskVerdict::ofValue(classC, std::nan("")).outcome, Outcome::fail);
   EXPECT_FALSE(VDMaskVerdict::ofValue(classC, 3).atTau.has_value());
+}
+
+TEST(AnalysisMasks, OneHopMaskConformsUpToItsLimitAndNamesTheFirstPointBeyond) {
+  const VDMTIEMask mask = VDMTIEMask::gPTP1Hop();
+  std::optional<std::string> error;
+  EXPECT_TRUE(mask.mtieConformsToMask({}, &error));
+  EXPECT_TRUE(mask.mtieConformsToMask({{1, 0.125, 12, 99}, {2, 0.25, 160, 98}}, &error));
+  EXPECT_FALSE(error.has_value());
+  const std::vector<VDStatisticPoint> beyond = {
+      {1, 0.125, 12, 99}, {7, 0.875, 160.5, 93}, {8, 1, 161, 92}};
+  EXPECT_FALSE(mask.mtieConformsToMask(beyond, nullptr));
+  EXPECT_FALSE(mask.mtieConformsToMask(beyond, &error));
+  EXPECT_EQ(error, "MTIE exceeds the mask at window size 7 (tau 0.875 s): 160.5 ns > 160 ns");
+  EXPECT_FALSE(mask.mtieConformsToMask({{3, 3, std::nan(""), 1}}, nullptr));
 }
 
 // The metrics' definitions as plain loops over doubles.

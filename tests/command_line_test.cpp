@@ -1,130 +1,60 @@
-// Whole-program transcripts of the command line: the banner, the exit statuses, and every
-// message of the shared option grammar with its stream, checked byte for byte.
+// The tool from the command line beyond the transcripts of tests/data/runs: paths relative to
+// PWD and under "~", runs on bad input that must finish without a crash, FLAC headers that lie
+// about the length, the sample recordings through the audio and drift commands, and the audio
+// command's own plot scripts.
+// Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
+// over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "AudioFileWriter.h"
 #include "TestSupport.h"
+#include "VDPAnalyseTimeError.h"
+#include "VDPAudioPlotScripts.h"
 #include "VDPFileSystem.h"
-
-using TestSupport::runTool;
-using TestSupport::TempDir;
-using TestSupport::ToolRun;
+#include "VDPLineReader.h"
+#include "VDPTextScanner.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+using TestSupport::readFile;
+using TestSupport::runTool;
+using TestSupport::TempDir;
+using TestSupport::ToolRun;
+using TestSupport::writeFile;
+
 const std::string kBanner = TestSupport::banner();
-
-std::string tool() { return TestSupport::toolPath().string(); }
-
-std::string usage(const std::string& word) {
-  return "usage:\n" + tool() + " " + word + " --data path --output path [--name name]\n";
-}
-
-std::string audioUsage() {
-  return "usage:\n" + tool() +
-         " audio --channel-a path --channel-b path --output path [--name name] --interval interval "
-         "[--upscale upscale] --length length [--type quick|resampler|post-resampler]\n";
-}
-
-std::string sourceFile(const std::string& name) {
-  return (TestSupport::sourceDir() / "veridaneprobe" / name).string();
-}
+const std::string kLoading = "Loading time errors into memory...\n";
 
 class CommandLineTest : public ::testing::Test {
  protected:
-  CommandLineTest() {
-    TestSupport::writeFile(dir / "data.csv", "index,time,error\n");
-    TestSupport::writeFile(dir / "a.wav", "");
-    TestSupport::writeFile(dir / "b.wav", "");
-  }
+  CommandLineTest() { writeFile(dir / "data.csv", "index,time,error\n"); }
   TempDir dir;
-  std::string data() const { return (dir / "data.csv").string(); }
-  std::string output() const { return (dir / "out").string(); }
 };
 
-TEST_F(CommandLineTest, TooFewArgumentsIsAUsageErrorWithStatusOne) {
-  const std::string expected =
-      "usage:\n" + tool() + " audio <arguments>\n" + tool() + " time-error <arguments>\n";
-  for (const auto& arguments :
-       {std::vector<std::string>{}, std::vector<std::string>{"time-error"}}) {
-    const ToolRun run = runTool(arguments);
-    EXPECT_EQ(run.out, kBanner);
-    EXPECT_EQ(run.err, expected);
-    EXPECT_EQ(run.status, 1);
-  }
-}
-
-TEST_F(CommandLineTest, UnknownCommandsExitWithStatusZero) {
-  for (const std::string word : {"dual-link", "Audio", "TIME-ERROR", ""}) {
-    const ToolRun run = runTool({word, "--data", data()});
-    EXPECT_EQ(run.out, kBanner);
-    EXPECT_EQ(run.err, "unknown command \"" + word + "\"\n");
-    EXPECT_EQ(run.status, 0);
-  }
-}
-
-// Every row of tests/data/usage-failures.txt: a run whose initialiser fails on its options
-// prints the banner only on stdout, the message and the usage on stderr, and exits with 0.
-TEST_F(CommandLineTest, OptionFailuresFromTheTable) {
-  std::istringstream table(
-      TestSupport::readFile(TestSupport::sourceDir() / "tests" / "data" / "usage-failures.txt"));
-  std::vector<std::string> arguments;
-  int rows = 0;
-  for (std::string line; std::getline(table, line);) {
-    if (line.rfind("$ ", 0) == 0) {
-      arguments.clear();
-      std::istringstream fields(line.substr(2) + "|");
-      for (std::string field; std::getline(fields, field, '|');) {
-        arguments.push_back(field == "{data}" ? data() : field == "{output}" ? output() : field);
-      }
-    } else if (!arguments.empty()) {
-      SCOPED_TRACE(line);
-      for (size_t at; (at = line.find("\\n")) != std::string::npos;) {
-        line.replace(at, 2, 1, '\n');
-      }
-      const bool audio = arguments[0] == "audio" || arguments[0] == "drift";
-      const ToolRun run = runTool(arguments, dir.path());
-      EXPECT_EQ(run.out, kBanner);
-      EXPECT_EQ(run.err, line + "\n" + (audio ? audioUsage() : usage(arguments[0])));
-      EXPECT_EQ(run.status, 0);
-      arguments.clear();
-      ++rows;
-    }
-  }
-  EXPECT_EQ(rows, 31);
-}
-
-TEST_F(CommandLineTest, MissingDataFilePrintsTheAssertionOnStandardOutput) {
-  const std::string missing = (dir / "missing.csv").string();
-  const ToolRun run = runTool({"time-error", "--data", missing, "--output", output()});
-  EXPECT_EQ(run.out, kBanner +
-                         " veridaneprobe assertion FailIf \"![fileManager "
-                         "fileExistsAtPath:_timeErrorPath]\" failed in " +
-                         sourceFile("VDPAnalyseTimeError.cpp") +
-                         " at line 219 goto Bail. Time error file does not exist at path \"" +
-                         missing + "\"\n");
-  EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.status, 0);
-  EXPECT_FALSE(std::filesystem::exists(output()));
-}
-
 TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
-  std::filesystem::create_directory(dir / "elsewhere");
+  fs::create_directory(dir / "elsewhere");
   // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
   // output directory is made there, with redundant components removed.
   const ToolRun run = runTool(TestSupport::withoutStatistics(
                                   {"marten", "--data", "./sub/../data.csv", "--output", "out//x/"}),
                               dir / "elsewhere", {{"PWD", dir.path().string()}});
   EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(std::filesystem::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
+  EXPECT_TRUE(fs::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
   const ToolRun missing =
       runTool({"marten", "--data", "nothing.csv"}, dir / "elsewhere", {{"PWD", "/nowhere"}});
   EXPECT_NE(missing.out.find("Time error file does not exist at path \"/nowhere/nothing.csv\""),
@@ -132,57 +62,6 @@ TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
   const ToolRun unset =
       runTool({"marten", "--data", "data.csv"}, dir.path(), {{"PWD", std::nullopt}});
   EXPECT_NE(unset.out.find("Time error file does not exist at path \"\""), std::string::npos);
-}
-
-TEST_F(CommandLineTest, OutputPreparation) {
-  // An existing file in the way: refused without usage text, on stdout (stderr for dual-check).
-  TestSupport::writeFile(dir / "file", "x");
-  const std::string file = (dir / "file").string();
-  const std::string notADirectory =
-      "\"" + file + "\" is not a directory. Please use a different path.\n";
-  ToolRun run = runTool({"time-error", "--data", data(), "--output", file});
-  EXPECT_EQ(run.out, kBanner + notADirectory);
-  EXPECT_EQ(run.err, "");
-  run = runTool({"dual-check", "--data", data(), "--output", file});
-  EXPECT_EQ(run.out, kBanner);
-  EXPECT_EQ(run.err, notADirectory);
-
-  // A directory that cannot be created names the system's reason.
-  const std::string blocked = file + "/sub";
-  run = runTool({"marten", "--data", data(), "--output", blocked});
-  EXPECT_EQ(run.out, kBanner + "Failed to create directory \"" + blocked +
-                         "\" with error Not a directory.\n");
-  EXPECT_EQ(run.status, 0);
-
-  // Osprey prepares its slave directories; one blocked by a file is refused.
-  std::filesystem::create_directories(dir / "osprey");
-  TestSupport::writeFile(dir / "osprey" / "Slave1", "");
-  run = runTool({"osprey", "--data", data(), "--output", (dir / "osprey").string()});
-  EXPECT_EQ(run.out, kBanner + "\"" + (dir / "osprey" / "Slave1").string() +
-                         "\" is not a directory. Please use a different path.\n");
-  EXPECT_TRUE(std::filesystem::is_directory(dir / "osprey" / "Slave0"));
-}
-
-TEST_F(CommandLineTest, ConsoleLinesReachASharedPipeInTheOrderWritten) {
-  // As "2>&1 | cat" with Python's own buffering in force: the banner comes before every message
-  // on standard error, and each message before the lines written after it.
-  TestSupport::writeFile(dir / "file", "x");
-  const std::vector<std::vector<std::string>> cases = {
-      {},
-      {"time-error", "--bogus"},
-      {"dual-link", "--data", "x"},
-      {"audio", "--interval", "0"},
-      {"dual-check", "--data", data(), "--output", (dir / "file").string()},
-      {"time-error", "--window-lower", "1"},
-  };
-  for (const std::vector<std::string>& arguments : cases) {
-    const ToolRun separate = runTool(arguments, {}, {{"PYTHONUNBUFFERED", std::nullopt}});
-    const ToolRun shared = runTool(arguments, {}, {{"PYTHONUNBUFFERED", std::nullopt}}, true);
-    EXPECT_EQ(separate.out, kBanner);
-    EXPECT_NE(separate.err, "");
-    EXPECT_EQ(shared.out, separate.out + separate.err);
-    EXPECT_EQ(shared.status, separate.status);
-  }
 }
 
 TEST_F(CommandLineTest, ALeadingTildeNamesAHomeDirectory) {
@@ -194,26 +73,275 @@ TEST_F(CommandLineTest, ALeadingTildeNamesAHomeDirectory) {
   EXPECT_EQ(VDPFileSystem::standardisedPath("~/runs/./a//b/"), "/home/from-environment/runs/a/b");
   EXPECT_EQ(VDPFileSystem::standardisedPath(std::string("~") + user->pw_name), home);
   EXPECT_EQ(VDPFileSystem::standardisedPath(std::string("~") + user->pw_name + "/x/../run.csv"),
-            (std::filesystem::path(home) / "run.csv").lexically_normal().string());
+            (fs::path(home) / "run.csv").lexically_normal().string());
   // An unknown user and a tilde inside the path are left as written.
   EXPECT_EQ(VDPFileSystem::standardisedPath("~no-such-user-here/run.csv"),
             "~no-such-user-here/run.csv");
   EXPECT_EQ(VDPFileSystem::standardisedPath("/data/~/run.csv"), "/data/~/run.csv");
 }
 
-TEST_F(CommandLineTest, TheOutputNameIsTextAppendedToTheOutputDirectory) {
-  // A name that starts with "/" is not a path of its own: the files go under the output
-  // directory (here into its subdirectory "nested"), never into /nested.
-  TestSupport::writeFile(dir / "data.csv", "index,time,error\n0,0.0,1e-9\n1,0.5,3e-9\n");
-  std::filesystem::create_directories(dir / "out" / "nested");
-  const ToolRun run = runTool(TestSupport::withoutStatistics(
-      {"time-error", "--data", data(), "--output", output(), "--name", "/nested/run"}));
-  EXPECT_EQ(run.status, 1);
-  EXPECT_EQ(run.err, "");
-  for (const char* file : {"run_time_error.csv", "run_time_error.png", "run_time_error.pdf"}) {
-    EXPECT_TRUE(std::filesystem::exists(dir / "out" / "nested" / file)) << file;
+TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
+  TempDir dir;
+  std::string garbage;
+  for (int i = 0; i < 100000; ++i) {
+    garbage += static_cast<char>((i * 7919) % 256);
   }
-  EXPECT_FALSE(std::filesystem::exists("/nested"));
+  writeFile(dir / "garbage.bin", garbage);
+  writeFile(dir / "empty.csv", "");
+  // Lines mixed with garbage, CRLF line ends, a 3 MB line and no final line end.
+  std::string mixed;
+  for (int i = 0; i < 2000; ++i) {
+    mixed += std::to_string(i) + "," + std::to_string(i) + ",1e-9\r\n" + "x,y,z\n\x01\x02,\n";
+  }
+  mixed += std::string(3000000, '9') + "\n5,5,5";
+  writeFile(dir / "mixed.csv", mixed);
+  fs::create_directory(dir / "directory");
+  for (const std::string& input :
+       std::vector<std::string>{"garbage.bin", "empty.csv", "mixed.csv", "directory"}) {
+    const ToolRun run = runTool(
+        TestSupport::withoutStatistics({"time-error", "--data", input, "--output", "out-" + input}),
+        dir.path());
+    EXPECT_EQ(run.status, 1) << input << run.err;
+    EXPECT_EQ(run.out, kBanner + "Loading time errors into memory...\nAnalysis Done\n") << input;
+    EXPECT_TRUE(fs::exists(dir / ("out-" + input) / "time-error_analysis_time_error.csv"));
+  }
+  // Only whole, well-formed lines of mixed.csv count (the 3 MB line is a valid index field
+  // followed by nothing, so it is skipped too).
+  const std::string csv = readFile(dir / "out-mixed.csv" / "time-error_analysis_time_error.csv");
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2001);
+}
+
+// A three-second FLAC tone whose stream information claims claimedFrames frames (36 bits from
+// bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
+void writeFlacClaiming(const fs::path& flac, uint64_t claimedFrames) {
+  AudioFileWriterRef writer = nullptr;
+  ASSERT_EQ(AudioFileWriterCreate(
+                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
+            kAudioFileWriterNoError);
+  std::vector<float> samples(3 * 48000);
+  for (size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / 48000));
+  }
+  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+  std::string bytes = TestSupport::readFile(flac);
+  bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (claimedFrames >> 32));
+  for (int i = 0; i < 4; ++i) {
+    bytes[22 + i] = static_cast<char>(claimedFrames >> (24 - 8 * i));
+  }
+  TestSupport::writeFile(flac, bytes);
+}
+
+TEST(AudioRun, FlacLengthsAreWhatTheDataHolds) {
+  // Three seconds each: a header claiming a billion frames would have the command allocate 8 GB,
+  // and one claiming nothing, the largest count.
+  TempDir dir;
+  writeFlacClaiming(dir / "billion.flac", 1000000000);
+  writeFlacClaiming(dir / "unknown.flac", 0);
+  const ToolRun run =
+      runTool(TestSupport::withoutStatistics({"audio", "--channel-a", "billion.flac", "--channel-b",
+                                              "unknown.flac", "--output", "out", "--interval",
+                                              "48000", "--length", "4096"}),
+              dir.path());
+  EXPECT_EQ(run.out, kBanner +
+                         "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
+                         "Loading audio into memory...\n"
+                         "Running Audio Time Error Calculation...\nAnalysis Done\n");
+  EXPECT_EQ(run.status, 1);
+}
+
+TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
+  TempDir dir;
+  const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
+  std::string firstCsv;
+  for (const std::string word : {"audio", "drift"}) {
+    const ToolRun run = runTool({word, "--channel-a", (examples / "channel-a.flac").string(),
+                                 "--channel-b", (examples / "channel-b.flac").string(), "--output",
+                                 word, "--interval", "4800", "--length", "4096", "--upscale", "16"},
+                                dir.path());
+    EXPECT_EQ(run.out, kBanner +
+                           "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
+                           "Loading audio into memory...\n"
+                           "Running Audio Time Error Calculation...\n" +
+                           TestSupport::kAllStatisticsProgress);
+    EXPECT_EQ(run.status, 1);
+    const std::string csv = TestSupport::readFile(dir / word / "audio_analysis_time_error.csv");
+    firstCsv = firstCsv.empty() ? csv : firstCsv;
+    EXPECT_EQ(csv, firstCsv);
+  }
+  // Channel B lags by 12.5 ms plus 30 ppm of the elapsed time: 100 windows on that line.
+  std::istringstream rows(firstCsv);
+  std::string row;
+  std::getline(rows, row);
+  EXPECT_EQ(row, "time,time_error");
+  int count = 0;
+  while (std::getline(rows, row)) {
+    const double time = std::stod(row.substr(0, row.find(',')));
+    const double error = std::stod(row.substr(row.find(',') + 1));
+    EXPECT_NEAR(error, 12.5e6 + 30e-6 * time, 20) << row;
+    ++count;
+  }
+  EXPECT_EQ(count, 100);
+  for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
+                           "audio_analysis_mtie.pdf", "PlotMTIE.py"}) {
+    EXPECT_TRUE(fs::exists(dir / "drift" / file)) << file;
+  }
+}
+
+TEST(AudioPlotScripts, BothTemplatesByteForByte) {
+  EXPECT_EQ(VDPAudioPlotScripts::savedScript("x.csv", "run 7"),
+            TestSupport::expected("audio-saved.txt"));
+  EXPECT_EQ(VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png"),
+            TestSupport::expected("audio-plot.txt"));
+}
+
+constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
+constexpr uint64_t kUInt64Max = std::numeric_limits<uint64_t>::max();
+
+std::vector<std::string> linesOf(const std::string& content,
+                                 size_t lineCapacity = VDPLineReader::kLineCapacity) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "file", content);
+  std::vector<std::string> lines;
+  const int file = open((dir / "file").c_str(), O_RDONLY);
+  VDPLineReader::readLines(
+      file, [&lines](std::string_view line) { lines.emplace_back(line); }, lineCapacity);
+  close(file);
+  return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+TEST(LineReader, SplitsAtLineEndsAndNeverReadsAnUnterminatedLastLine) {
+  EXPECT_EQ(linesOf("a\nb\n"), (Lines{"a", "b"}));
+  EXPECT_EQ(linesOf("a\nb"), (Lines{"a"}));
+  EXPECT_EQ(linesOf(""), Lines{});
+  EXPECT_EQ(linesOf("\n\n"), (Lines{"", ""}));
+  EXPECT_EQ(linesOf("a\r\n"), (Lines{"a\r"}));
+}
+
+TEST(LineReader, JoinsLinesAcrossBlocks) {
+  const std::string first(1995, 'x');
+  const std::string second(10, 'y');  // crosses the first 2000-byte boundary
+  const std::string longLine(4500, 'z');
+  EXPECT_EQ(linesOf(first + "\n" + second + "\n" + longLine + "\n"),
+            (Lines{first, second, longLine}));
+  // A line end exactly at the end of a block.
+  const std::string exact(1999, 'e');
+  EXPECT_EQ(linesOf(exact + "\nnext\n"), (Lines{exact, "next"}));
+}
+
+TEST(LineReader, ReadsLinesUpToTheCapacityWholeAndSkipsLongerOnesToTheirLineEnd) {
+  // Several megabytes on one line still arrive whole under the default capacity.
+  const std::string huge(50'000'000, '7');
+  const Lines hugeLines = linesOf("1\n" + huge + "\n2\n");
+  ASSERT_EQ(hugeLines.size(), 3u);
+  EXPECT_EQ(hugeLines[1].size(), huge.size());
+  EXPECT_EQ(hugeLines[2], "2");
+
+  // With a capacity of 3000 bytes: a line of exactly 3000 bytes is read, one byte more is a bad
+  // line however many blocks it spans, and reading resumes after its line end.
+  const std::string full(3000, 'f');
+  const std::string over(3001, 'o');
+  const std::string long7000(7000, 'l');
+  EXPECT_EQ(linesOf(full + "\n" + over + "\nnext\n" + long7000 + "\n\nlast\n", 3000),
+            (Lines{full, "next", "", "last"}));
+  // An overlong line without a line end hands over nothing.
+  EXPECT_EQ(linesOf(std::string(9000, 'z'), 3000), Lines{});
+  // A block of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
+  // after that block arrives as a line of its own.
+  EXPECT_EQ(linesOf(std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n", 3000),
+            (Lines{std::string(501, 'b'), "ok"}));
+}
+
+TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
+  // Valid multi-byte text passes through.
+  EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
+  EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
+  // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
+  // so the rest of the broken line arrives as a line of its own.
+  const std::string block(1000, 'a');
+  EXPECT_EQ(linesOf("1\n" + block + "\xFF\n" + block + "\n2\n" + std::string(3000, 'b') + "\n"),
+            (Lines{std::string(4, 'a'), "2", std::string(3000, 'b')}));
+  // A two-byte character split by the block boundary: both reads around it are lost, the
+  // complete lines in them included.
+  const std::string head = "lost\n" + std::string(1994, 'c');  // the split is at byte 1999
+  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')), Lines(11, ""));
+}
+
+TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {
+  TestSupport::TempDir dir;
+  int calls = 0;
+  VDPLineReader::readLines(dir.path().string(), [&calls](std::string_view) { ++calls; });
+  VDPLineReader::readLines((dir / "missing").string(), [&calls](std::string_view) { ++calls; });
+  EXPECT_EQ(calls, 0);
+}
+
+TEST(TextScanner, ScansLikeATextScanner) {
+  int64_t integer = 0;
+  EXPECT_TRUE(VDPTextScanner(" \t\n-42xyz").scanInt64(integer));
+  EXPECT_EQ(integer, -42);
+  EXPECT_TRUE(VDPTextScanner("99999999999999999999").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Max);
+  EXPECT_TRUE(VDPTextScanner("-9223372036854775808").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_TRUE(VDPTextScanner("-99999999999999999999").scanInt64(integer));
+  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_FALSE(VDPTextScanner("- 1").scanInt64(integer));
+  EXPECT_FALSE(VDPTextScanner("").scanInt64(integer));
+
+  int32_t narrow = 0;
+  EXPECT_TRUE(VDPTextScanner("3000000000").scanInt32(narrow));
+  EXPECT_EQ(narrow, std::numeric_limits<int32_t>::max());
+
+  uint64_t unsignedValue = 0;
+  EXPECT_TRUE(VDPTextScanner("+18446744073709551615").scanUInt64(unsignedValue));
+  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_TRUE(VDPTextScanner("99999999999999999999999").scanUInt64(unsignedValue));
+  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_FALSE(VDPTextScanner("-1").scanUInt64(unsignedValue));
+
+  double real = 0;
+  EXPECT_TRUE(VDPTextScanner(" -1.5e-3,").scanDouble(real));
+  EXPECT_EQ(real, -1.5e-3);
+  EXPECT_TRUE(VDPTextScanner(".5").scanDouble(real));
+  EXPECT_EQ(real, 0.5);
+  EXPECT_TRUE(VDPTextScanner("2e").scanDouble(real));
+  EXPECT_EQ(real, 2.0);
+  EXPECT_TRUE(VDPTextScanner("1e999").scanDouble(real));
+  EXPECT_EQ(real, std::numeric_limits<double>::infinity());
+  for (const char* notANumber : {"inf", "nan", "-", ".", "x1", ""}) {
+    EXPECT_FALSE(VDPTextScanner(notANumber).scanDouble(real)) << notANumber;
+  }
+}
+
+TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
+  using namespace VDPNanoseconds;
+  EXPECT_EQ(timestampFromSeconds(1.5), 1500000000u);
+  EXPECT_EQ(errorFromSeconds(-1e-9), -1);
+  EXPECT_EQ(errorFromSeconds(-1.9e-9), -1);
+  EXPECT_EQ(errorFromSeconds(1e300), kInt64Max);
+  EXPECT_EQ(errorFromSeconds(-1e300), kInt64Min);
+  // The top half of the unsigned range is reachable; beyond it saturates.
+  EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
+  EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
+  // Negative times wrap like two's complement.
+  EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
+}
+
+TEST(LineGrammar, TimeError) {
+  std::vector<VDTimeErrorValue> values;
+  EXPECT_TRUE(VDPAnalyseTimeError::parseLine("0,1.5,0.000000002", values));
+  EXPECT_TRUE(VDPAnalyseTimeError::parseLine(" 3 , 2.0 , -1.9e-9 trailing\r", values));
+  for (const char* bad : {"index,time,error", "", "1,2", "1,2,", "1.5,2,3", "1;2;3", "1,,2,3"}) {
+    EXPECT_FALSE(VDPAnalyseTimeError::parseLine(bad, values)) << bad;
+  }
+  ASSERT_EQ(values.size(), 2u);
+  EXPECT_EQ(values[0].timestamp(), 1500000000u);
+  EXPECT_EQ(values[0].error(), 2);
+  EXPECT_EQ(values[1].timestamp(), 2000000000u);
+  EXPECT_EQ(values[1].error(), -1);
 }
 
 }  // namespace

@@ -31,97 +31,7 @@ namespace {
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
-// A run of the built tool in the background, standard output and error into files in
-// workingDir, SIGINT at its default action as under an interactive shell. limitChild runs in
-// the child before the tool starts (resource limits). The destructor kills a run still going.
-class BackgroundRun {
- public:
-  BackgroundRun(const std::vector<std::string>& arguments, const fs::path& workingDir,
-                const std::function<void()>& limitChild = {}) {
-    const std::string tool = TestSupport::toolPath().string();
-    const std::string out = (workingDir / "stdout").string();
-    const std::string err = (workingDir / "stderr").string();
-    std::vector<char*> argv{const_cast<char*>(tool.c_str())};
-    for (const std::string& argument : arguments) {
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    _pid = fork();
-    if (_pid == 0) {
-      signal(SIGINT, SIG_DFL);
-      sigset_t none;
-      sigemptyset(&none);
-      sigprocmask(SIG_SETMASK, &none, nullptr);
-      const int input = open("/dev/null", O_RDONLY);
-      const int output = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      const int error = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-      dup2(input, STDIN_FILENO);
-      dup2(output, STDOUT_FILENO);
-      dup2(error, STDERR_FILENO);
-      if (chdir(workingDir.c_str()) != 0) {
-        _exit(127);
-      }
-      setenv("PWD", workingDir.c_str(), 1);
-      if (limitChild) {
-        limitChild();
-      }
-      execv(tool.c_str(), argv.data());
-      _exit(127);
-    }
-  }
-
-  ~BackgroundRun() {
-    if (_pid > 0 && !_status) {
-      kill(_pid, SIGKILL);
-      waitpid(_pid, nullptr, 0);
-    }
-  }
-
-  pid_t pid() const { return _pid; }
-
-  // The wait status once the run has ended within timeout, nullopt while it is still going.
-  std::optional<int> waitFor(std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!_status) {
-      int status = 0;
-      rusage usage{};
-      if (wait4(_pid, &status, WNOHANG, &usage) == _pid) {
-        _status = status;
-        _peakResidentBytes = static_cast<uint64_t>(usage.ru_maxrss) * 1024;
-      } else if (std::chrono::steady_clock::now() >= deadline) {
-        break;
-      } else {
-        std::this_thread::sleep_for(10ms);
-      }
-    }
-    return _status;
-  }
-
-  // The largest resident set of the ended run.
-  uint64_t peakResidentBytes() const { return _peakResidentBytes; }
-
-  // A "Vm...:" figure of the running process, in bytes.
-  uint64_t memoryFigure(const std::string& name) const { return procFigure("status", name) * 1024; }
-
-  // The bytes the running process has read so far.
-  uint64_t bytesRead() const { return procFigure("io", "rchar"); }
-
- private:
-  uint64_t procFigure(const std::string& file, const std::string& name) const {
-    std::ifstream figures("/proc/" + std::to_string(_pid) + "/" + file);
-    for (std::string line; std::getline(figures, line);) {
-      if (line.rfind(name + ":", 0) == 0) {
-        return std::stoull(line.substr(name.size() + 1));
-      }
-    }
-    return 0;
-  }
-
-  pid_t _pid = -1;
-  std::optional<int> _status;
-  uint64_t _peakResidentBytes = 0;
-};
-
+using TestSupport::BackgroundRun;
 using TestSupport::withoutStatistics;
 
 // A marten file of count samples.
@@ -209,13 +119,13 @@ TEST(Faults, InputWithoutLineEndsKeepsMemoryBounded) {
                         const rlimit limit{512 * kMiB, 512 * kMiB};
                         setrlimit(RLIMIT_AS, &limit);
                       });
-    while (run.bytesRead() < 192 * kMiB && !run.waitFor(10ms)) {
+    while (run.procFigure("io", "rchar") < 192 * kMiB && !run.waitFor(10ms)) {
     }
     ASSERT_FALSE(run.waitFor(0ms)) << TestSupport::readFile(dir / "stderr");
-    const uint64_t peak = run.memoryFigure("VmHWM");
+    const uint64_t peak = run.procFigure("status", "VmHWM") * 1024;
     EXPECT_GT(peak, 64 * kMiB);
     EXPECT_LT(peak, 192 * kMiB);
-    EXPECT_LT(run.memoryFigure("VmRSS"), 64 * kMiB);
+    EXPECT_LT(run.procFigure("status", "VmRSS") * 1024, 64 * kMiB);
   }
   {
     // 128 MiB of NUL bytes (a sparse file), then a line end and one sample: the overlong line is

@@ -163,27 +163,26 @@ class InstalledTool(unittest.TestCase):
             {'time-error_analysis_%s.%s' % (step, kind)
              for step in ('time_error', 'adev') for kind in ('csv', 'png', 'pdf')})
 
-    def test_man_page_renders_without_warnings(self):
+    def man_page(self, name):
         page = subprocess.run(
-            ['man', '--warnings', '-M', os.path.join(self.prefix, 'share/man'), '1',
-             'veridaneprobe'], capture_output=True, text=True,
-            env=dict(os.environ, LC_ALL='C.UTF-8', MANWIDTH='80'))
+            ['man', '--warnings', '-M', os.path.join(self.prefix, 'share/man'), '1', name],
+            capture_output=True, text=True, env=dict(os.environ, LC_ALL='C.UTF-8', MANWIDTH='80'))
         self.assertEqual((page.returncode, page.stderr), (0, ''))
-        self.assertTrue(page.stdout.startswith('VERIDANEPROBE(1)'), page.stdout[:200])
-        self.assertIn('veridaneprobe ' + VERSION, page.stdout)
+        return page.stdout
+
+    def test_man_pages_render_without_warnings(self):
+        page = self.man_page('veridaneprobe')
+        self.assertTrue(page.startswith('VERIDANEPROBE(1)'), page[:200])
+        self.assertIn('veridaneprobe ' + VERSION, page)
         for heading in ('SYNOPSIS', 'COMMANDS', 'OPTIONS', 'EXIT STATUS', 'OUTPUT FILES',
                         'EXAMPLES'):
-            self.assertIn('\n' + heading + '\n', page.stdout)
-        page = subprocess.run(
-            ['man', '--warnings', '-M', os.path.join(self.prefix, 'share/man'), '1',
-             'veridaneprobe-check'], capture_output=True, text=True,
-            env=dict(os.environ, LC_ALL='C.UTF-8', MANWIDTH='80'))
-        self.assertEqual((page.returncode, page.stderr), (0, ''))
+            self.assertIn('\n' + heading + '\n', page)
         # Every mask of the installed definitions, with its source.
+        page = self.man_page('veridaneprobe-check')
         for line in open(os.path.join(self.prefix, 'share/veridaneprobe/masks.txt')):
             if line.strip() and not line.startswith('#'):
                 fields = [field.strip() for field in line.split('|')]
-                self.assertIn(fields[0] + ' ' + fields[1] + '\n', page.stdout)
+                self.assertIn(fields[0] + ' ' + fields[1] + '\n', page)
 
     def test_hook_imports_nothing_of_matplotlib_at_start_up(self):
         result = self.run_script([sys.executable, '-c', 'import sys; print(sorted(name for name'

@@ -1,15 +1,22 @@
-// The single time error processor with scripts captured instead of run: the steps' order, the
-// files and their modes, and the factories and class-level scripts a subclass substitutes.
+// The processors with scripts captured instead of run (whole runs, with every step's files, are
+// cases of tests/data/runs): the factories and class-level scripts a subclass substitutes, runs
+// that cannot write; the dual-link judgement (its time error script with the limit lines byte for
+// byte, the PASS and FAIL boundaries of both tests, the full and converged analyses).
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "TestSupport.h"
+#include "VDPAnalyseDualLink.h"
+#include "VDPConsole.h"
+#include "VDPDualLinkTimeErrorSequence.h"
+#include "VDPProcessDualLinkTimeError.h"
 #include "VDPProcessSingleTimeError.h"
 #include "VDPPythonInterpreter.h"
 
@@ -23,11 +30,6 @@ std::vector<VDTimeErrorValue> rampValues(int count) {
     values.emplace_back(1000000000ull * static_cast<uint64_t>(i), (i * 7) % 13 - 6);
   }
   return values;
-}
-
-// The text a script quotes a path as. (Built with append: GCC 12 warns falsely on "'" + string.)
-std::string quoted(const fs::path& path) {
-  return std::string("'").append(path.string()).append("'");
 }
 
 unsigned modeOf(const fs::path& path) {
@@ -55,50 +57,6 @@ class ProcessorTest : public ::testing::Test {
   TestSupport::TempDir dir;
   std::vector<std::string> scripts;
 };
-
-TEST_F(ProcessorTest, WithEveryStatisticOffOnlyTheTimeErrorStepRuns) {
-  VDPProcessSingleTimeError processor(dir.path().string(), "run1", false, false, false, false,
-                                      false, 2, 100, 1);
-  EXPECT_EQ(process(processor), "Analysis Done\n");
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(dir.path())) {
-    files.push_back(entry.path().filename().string());
-  }
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"PlotTimeError.py", "run1_time_error.csv"}));
-  EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
-  // The saved script finds its CSV beside itself and shows the plot; the runs save PNG then PDF.
-  const std::string saved = TestSupport::readFile(dir / "PlotTimeError.py");
-  EXPECT_NE(saved.find("os.path.split(sys.argv[0])[0]+'/run1_time_error.csv'"), std::string::npos);
-  EXPECT_NE(saved.find("plt.show()"), std::string::npos);
-  ASSERT_EQ(scripts.size(), 2u);
-  EXPECT_NE(scripts[0].find(quoted(dir / "run1_time_error.png")), std::string::npos);
-  EXPECT_NE(scripts[1].find(quoted(dir / "run1_time_error.pdf")), std::string::npos);
-  EXPECT_NE(scripts[0].find(quoted(dir / "run1_time_error.csv")), std::string::npos);
-}
-
-TEST_F(ProcessorTest, StepsRunInTheFixedOrderWithTheirFiles) {
-  // A stale script of the same name, not executable, is replaced and made executable.
-  TestSupport::writeFile(dir / "PlotADEV.py", "stale");
-  fs::permissions(dir / "PlotADEV.py", fs::perms::owner_read | fs::perms::owner_write);
-  VDPProcessSingleTimeError processor(dir.path().string(), "run1", true, true, true, true, true, 2,
-                                      100, 1);
-  EXPECT_EQ(process(processor), TestSupport::kAllStatisticsProgress);
-  const std::vector<std::pair<std::string, std::string>> steps = {
-      {"time_error", "PlotTimeError.py"}, {"adev", "PlotADEV.py"},
-      {"madev", "PlotMADEV.py"},          {"tdev", "PlotTDEV.py"},
-      {"rmstie", "PlotRMSTIE.py"},        {"mtie", "PlotMTIE.py"}};
-  ASSERT_EQ(scripts.size(), 2 * steps.size());
-  for (size_t step = 0; step < steps.size(); ++step) {
-    const auto& [suffix, scriptName] = steps[step];
-    EXPECT_TRUE(fs::exists(dir / ("run1_" + suffix + ".csv"))) << suffix;
-    EXPECT_EQ(modeOf(dir / scriptName), 0744u) << scriptName;
-    EXPECT_NE(TestSupport::readFile(dir / scriptName).find("run1_" + suffix + ".csv"),
-              std::string::npos);
-    EXPECT_NE(scripts[2 * step].find("run1_" + suffix + ".png"), std::string::npos);
-    EXPECT_NE(scripts[2 * step + 1].find("run1_" + suffix + ".pdf"), std::string::npos);
-  }
-}
 
 // A statistic class whose plots carry a marker, to see whose class-level script a step uses.
 class MarkedMTIEClass : public VDMaximumTimeIntervalErrorAnalysisClass {
@@ -156,6 +114,155 @@ TEST_F(ProcessorTest, ScriptPermissionsAreSetEvenWhenTheWriteFails) {
   process(processor);
   EXPECT_TRUE(fs::is_directory(dir / "PlotTimeError.py"));
   EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
+}
+
+TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
+  const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
+  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
+                                                        std::nullopt, true),
+            TestSupport::expected("dual-link-saved.txt"));
+  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
+                                                        "/out dir/n.png", false),
+            TestSupport::expected("dual-link-plot.txt"));
+}
+
+class DualLinkProcessorTest : public ::testing::Test {
+ protected:
+  DualLinkProcessorTest() {
+    VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  }
+  ~DualLinkProcessorTest() override { VDPPythonInterpreter::setScriptRunner(nullptr); }
+
+  // The verdict lines printed for these errors (one per second), MTIE switched on or off.
+  std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
+    const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
+    VDPProcessDualLinkTimeError processor(dir.path().string(), "n", false, false, false, false,
+                                          mtie, 2, std::numeric_limits<int64_t>::max(), 1);
+    testing::internal::CaptureStdout();
+    processor.processTimeErrors(sequence);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  TestSupport::TempDir dir;
+};
+
+TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOneHopMaskPass) {
+  const std::string pass = "PASS: Time Error conforms to 1 hop gPTP limit\nTimeError: ";
+  const std::string fail = "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\nTimeError: ";
+  const std::string mtie = "Running Maximum Time Interval Error Analysis...\n";
+  const std::string mtiePass = mtie + "PASS: MTIE conforms to 1 hop gPTP Mask\nMTIE: ";
+  const std::string mtieFail = mtie + "FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\nMTIE: ";
+  const std::string empty = "min 9223372036854775807 max -9223372036854775808 range 1\n";
+  const std::string done = "Analysis Done\n";
+  const struct {
+    std::vector<int64_t> errors;
+    bool mtie;
+    std::string expected;
+  } rows[] = {
+      {{80, -80, 3}, false, pass + "min -80 max 80 range 160\n" + done},
+      {{0, 81, 0}, false, fail + "min 0 max 81 range 81\n" + done},
+      {{-81, 0}, false, fail + "min -81 max 0 range 81\n" + done},
+      // The most negative error has no positive magnitude and passes; the range wraps.
+      {{INT64_MIN, 1},
+       false,
+       pass + "min -9223372036854775808 max 1 range -9223372036854775807\n" + done},
+      {{}, false, pass + empty + done},
+      {{0, 10, 20, 30, 40},
+       true,
+       pass + "min 0 max 40 range 40\n" + mtiePass + "min 20 max 40 range 20\n" + done},
+      {{0, 0, 161, 0, 0},
+       true,
+       fail + "min 0 max 161 range 161\n" + mtieFail + "min 161 max 161 range 0\n" + done},
+      {{}, true, pass + empty + mtiePass + "min 0 max 0 range 0\n" + done},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(verdicts(row.errors, row.mtie), row.expected);
+  }
+}
+
+TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
+  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  TestSupport::TempDir dir;
+  // The first good line at 1 s; samples at 60 s and 61 s after it; one more 59 s after it.
+  TestSupport::writeFile(dir / "link.csv",
+                         "timestamp,seq,error,delay,flags\n"
+                         "1000000000,0,500,0,0\n"
+                         "60000000000,1,-20,0,0\n"
+                         "61000000000,2,40,0,0\n"
+                         "62000000000,3,60,0,0\n");
+  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+      {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L"});
+  ASSERT_NE(analyser, nullptr);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(analyser->execute());
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), TestSupport::expected("dual-link-run.txt"));
+  for (const char* sub : {"full", "converged"}) {
+    EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "L_mtie.csv"));
+    EXPECT_TRUE(std::filesystem::exists(dir / "out" / sub / "PlotMADEV.py"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "out" / sub / "L_adev.csv"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "out" / sub / "L_rmstie.csv"));
+  }
+  EXPECT_NE(TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv"),
+            TestSupport::readFile(dir / "out" / "full" / "L_time_error.csv"));
+  VDPPythonInterpreter::setScriptRunner(nullptr);
+}
+
+// The converged analysis's time error CSV after a run over the given data lines.
+std::string convergedTimeErrors(const std::string& lines) {
+  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "link.csv", lines);
+  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+      {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L",
+       "--no-madev", "--no-tdev", "--no-mtie"});
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(analyser != nullptr && analyser->execute());
+  testing::internal::GetCapturedStdout();
+  VDPPythonInterpreter::setScriptRunner(nullptr);
+  return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
+}
+
+TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
+  // One nanosecond early is out, exactly 60 s is in, and a later line with a smaller timestamp
+  // is out: the threshold compares timestamps, not positions in the file. A short line is no
+  // sample at all.
+  EXPECT_EQ(convergedTimeErrors("1000000000,0,1,0,0\n"
+                                "60999999999,1,2,0,0\n"
+                                "61000000000,2,3,0,0\n"
+                                "30000000000,3,4,0,0\n"
+                                "70000000000,4,5,0,0\n"
+                                "80000000000,5,6,0\n"),
+            "time,time_error\n61000000000,3\n70000000000,5\n");
+  // A first timestamp within 60 s of the top of the range: the threshold wraps past zero, so
+  // the first sample itself and every timestamp from 30 s on count as converged.
+  EXPECT_EQ(convergedTimeErrors("18446744043709551616,0,1,0,0\n"
+                                "29999999999,1,2,0,0\n"
+                                "30000000000,2,3,0,0\n"),
+            "time,time_error\n18446744043709551616,1\n30000000000,3\n");
+}
+
+TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "link.csv", "");
+  VDPConsole::setProgramPath("vdp");
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "link.csv").string(), "--bad"}),
+            nullptr);
+  TestSupport::writeFile(dir / "file", "");
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments(
+                {"--data", (dir / "link.csv").string(), "--output", (dir / "file").string()}),
+            nullptr);
+  EXPECT_EQ(VDPAnalyseDualLink::initWithArguments({"--data", (dir / "nothing").string()}), nullptr);
+  const std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "unknown argument \"--bad\"\nusage:\nvdp dual-link --data path --output path [--name "
+            "name]\n");
+  EXPECT_EQ(out.substr(0, out.find(" veridaneprobe")), "Failed to create directory \"" +
+                                                           (dir / "file" / "full").string() +
+                                                           "\" with error Not a directory.\n");
+  EXPECT_NE(out.find("VDPAnalyseDualLink.cpp at line 231 goto Bail. Time error file does not"),
+            std::string::npos);
 }
 
 }  // namespace

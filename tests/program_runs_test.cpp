@@ -1,0 +1,216 @@
+// Both programs as a user runs them, one case per file of tests/data/runs/ (the layout is in
+// tests/data/README.md): the inputs a case writes into a scratch directory, then its runs, each
+// with its exact standard output, standard error and exit status and the files it must leave.
+// VDP_UPDATE_RUNS=1 writes what the runs gave back into the case files, for review as a diff.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "AudioFileWriter.h"
+#include "TestSupport.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (size_t at = text.find(from); !from.empty() && at != std::string::npos;
+       at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// What a user sees, with the places that change from build to build and run to run named.
+std::string shown(std::string text, const fs::path& work) {
+  replaceAll(text, work.string(), "WORK");
+  replaceAll(text, TestSupport::toolPath().string(), "TOOL");
+  replaceAll(text, TestSupport::sourceDir().string(), "SRC");
+  replaceAll(text, TestSupport::banner(), "veridaneprobe VERSION\n\n");
+  return text;
+}
+
+// A mono 16-bit tone of 997 Hz, FLAC when the name says so, WAV otherwise.
+void writeTone(const fs::path& path, uint32_t rate, double seconds) {
+  const auto container =
+      path.extension() == ".flac" ? AudioFileContainer::FLAC : AudioFileContainer::WAV;
+  AudioFileWriterRef writer = nullptr;
+  ASSERT_EQ(AudioFileWriterCreate(path, {container, AudioSampleEncoding::PCM16, rate, 1}, &writer),
+            kAudioFileWriterNoError);
+  std::vector<float> samples(static_cast<size_t>(seconds * rate));
+  for (size_t i = 0; i < samples.size(); ++i) {
+    samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / rate));
+  }
+  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
+  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+}
+
+// A PNG's size, "PDF" for a whole PDF file, or else the file's mode (octal).
+std::string madeAs(const fs::path& path) {
+  const std::string bytes = fs::is_regular_file(path) ? TestSupport::readFile(path) : "";
+  if (bytes.size() >= 24 && bytes.compare(1, 3, "PNG") == 0) {
+    const auto at = [&bytes](size_t i) {
+      return static_cast<uint32_t>(
+          static_cast<uint8_t>(bytes[i]) << 24 | static_cast<uint8_t>(bytes[i + 1]) << 16 |
+          static_cast<uint8_t>(bytes[i + 2]) << 8 | static_cast<uint8_t>(bytes[i + 3]));
+    };
+    return "PNG " + std::to_string(at(16)) + "x" + std::to_string(at(20));
+  }
+  if (bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos) {
+    return "PDF";
+  }
+  if (!fs::exists(path)) {
+    return "missing";
+  }
+  char mode[8];
+  std::snprintf(mode, sizeof mode, "%o", static_cast<unsigned>(fs::status(path).permissions()));
+  return "mode " + std::string(mode);
+}
+
+struct Section {
+  std::string header;  // the directive line without "--- " (or the whole "$ " line)
+  std::string content;
+};
+
+std::vector<Section> sectionsOf(const std::string& text) {
+  std::vector<Section> sections;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("--- ", 0) == 0 || line.rfind("$ ", 0) == 0) {
+      sections.push_back({line.rfind("$ ", 0) == 0 ? line : line.substr(4), ""});
+    } else if (!sections.empty()) {
+      sections.back().content += line + "\n";
+    } else {
+      sections.push_back({"#", line + "\n"});  // the case's description
+    }
+  }
+  return sections;
+}
+
+// Words separated by spaces ('' an empty word), or by "|" when the line holds one; WORK and SRC
+// begin paths in those places.
+std::vector<std::string> argumentsOf(const std::string& line, const fs::path& work) {
+  std::vector<std::string> words;
+  const char separator = line.find('|') == std::string::npos ? ' ' : '|';
+  std::istringstream stream(line.substr(2) + separator);
+  for (std::string word; std::getline(stream, word, separator);) {
+    if (separator == ' ' && word.empty()) {
+      continue;
+    }
+    word = word == "''" ? "" : word;
+    if (word.rfind("WORK", 0) == 0 || word.rfind("SRC", 0) == 0) {
+      replaceAll(word, "WORK", work.string());
+      replaceAll(word, "SRC", TestSupport::sourceDir().string());
+    }
+    words.push_back(word);
+  }
+  return words;
+}
+
+void runCase(const fs::path& file) {
+  SCOPED_TRACE(file.filename().string());
+  const TestSupport::TempDir work;
+  std::vector<Section> sections = sectionsOf(TestSupport::readFile(file));
+  TestSupport::ToolRun run;
+  for (Section& section : sections) {
+    std::istringstream words(section.header);
+    std::string directive, path;
+    words >> directive;
+    std::getline(words >> std::ws, path);
+    const bool noLineEnd = path.size() > 14 && path.substr(path.size() - 14) == " (no line end)";
+    path = noLineEnd ? path.substr(0, path.size() - 14) : path;
+    const fs::path target = work / path;
+    std::string actual = section.content;
+    if (directive == "input") {
+      fs::create_directories(target.parent_path());
+      // "(no line end)" after the name: the content's last line has none.
+      TestSupport::writeFile(target, section.content.substr(0, section.content.size() - noLineEnd));
+    } else if (directive == "dir") {
+      fs::create_directories(target);
+    } else if (directive == "tone") {  // tone PATH RATE SECONDS
+      std::istringstream fields(path);
+      uint32_t rate = 0;
+      double seconds = 0;
+      fields >> path >> rate >> seconds;
+      writeTone(work / path, rate, seconds);
+    } else if (directive == "$") {
+      // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
+      const bool oneStream =
+          section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
+      std::vector<std::string> arguments =
+          argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
+      const fs::path program = arguments[0] == "veridaneprobe-check" ? TestSupport::checkToolPath()
+                               : arguments[0] == "veridaneprobe"     ? TestSupport::toolPath()
+                                                                     : fs::path(arguments[0]);
+      arguments.erase(arguments.begin());
+      run = TestSupport::runProgram(program, arguments, work.path(),
+                                    {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
+    } else if (directive == "stdout" || directive == "stderr") {
+      actual = shown(directive == "stdout" ? run.out : run.err, work.path());
+    } else if (directive == "exit") {
+      EXPECT_EQ(section.header, "exit " + std::to_string(run.status));
+      section.header = "exit " + std::to_string(run.status);
+    } else if (directive == "file") {
+      actual = fs::is_regular_file(target) ? shown(TestSupport::readFile(target), work.path())
+                                           : "(missing)\n";
+    } else if (directive == "made") {  // one path a line: what each file is
+      std::istringstream lines(section.content);
+      actual.clear();
+      for (std::string line; std::getline(lines, line);) {
+        const std::string name = line.substr(0, line.find(' '));
+        actual += name + " " + madeAs(work / name) + "\n";
+      }
+    } else if (directive == "exists" || directive == "absent") {  // one path a line
+      std::istringstream names(section.content);
+      for (std::string name; std::getline(names, name);) {
+        EXPECT_EQ(fs::exists(work / name), directive == "exists") << name;
+      }
+    } else if (directive != "#" && directive != "note") {
+      ADD_FAILURE() << "unknown directive " << section.header;
+    }
+    EXPECT_EQ(actual, section.content) << section.header;
+    section.content = actual;
+  }
+  if (std::getenv("VDP_UPDATE_RUNS") != nullptr) {
+    std::string text;
+    for (const Section& section : sections) {
+      const bool plain = section.header == "#" || section.header.rfind("$ ", 0) == 0;
+      text += (section.header == "#" ? ""
+               : plain               ? section.header + "\n"
+                                     : "--- " + section.header + "\n") +
+              section.content;
+    }
+    TestSupport::writeFile(file, text);
+  }
+}
+
+// One test a case, named after its file ("-" becoming "_"), so that CTest runs them apart and in
+// parallel (tests/CMakeLists.txt).
+class ProgramRuns : public testing::TestWithParam<fs::path> {};
+
+TEST_P(ProgramRuns, Case) { runCase(GetParam()); }
+
+std::vector<fs::path> cases() {
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(TestSupport::sourceDir() / "tests/data/runs")) {
+    files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+INSTANTIATE_TEST_SUITE_P(Runs, ProgramRuns, testing::ValuesIn(cases()),
+                         [](const testing::TestParamInfo<fs::path>& info) {
+                           std::string name = info.param.stem().string();
+                           std::replace(name.begin(), name.end(), '-', '_');
+                           return name;
+                         });
+
+}  // namespace
