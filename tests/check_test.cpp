@@ -118,6 +118,8 @@ TEST(CheckFormats, GapsAndDisorderSplitTheStream) {
       {"a repeated time", {0, 1, 2, 2, 3, 4}, 1, 0, 1, {0, 3}, 0},
       {"a time going back", {0, 1, 2, 1.5, 2.5, 3.5}, 1, 0, 1, {0, 3}, 0},
       {"16 Hz", {0, 0.0625, 0.125, 0.1875, 0.5, 0.5625}, 0.0625, 1, 0, {0, 4}, 0.25 / 0.5625},
+      // The median step, not the last one.
+      {"a gap last", {0, 1, 2, 3, 4, 10}, 1, 1, 0, {0, 5}, 0.5},
   };
   for (const Case& c : cases) {
     const VDCContinuity continuity = VDCContinuity::of(c.times);
