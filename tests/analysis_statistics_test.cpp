@@ -328,41 +328,36 @@ TEST(AnalysisExport, SequenceWritesIntegerNanosecondsUnderNamedColumns) {
 
 TEST(AnalysisExport, StatisticsWriteWindowTauValueAndTerms) {
   TestSupport::TempDir dir;
+  // Every window of the analysis, written and read back.
+  const auto exported = [&dir](VDStatisticAnalysis& analysis, const std::string& name) {
+    analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+    EXPECT_TRUE(analysis.exportAnalysisToDirectoryURL(dir.path(), name, 1, kMax, 1));
+    return TestSupport::readFile(dir / name);
+  };
   // 0, 0, 4, 8 ns a quarter second apart. ADEV at m=1: second differences 4 and 0, so
   // sigma^2 = 16e-18 / (2 * 0.25^2 * 2) and sigma = 8e-9 exactly.
   const std::vector<VDTimeErrorValue> quarter = timeErrorValues({0, 0, 4, 8}, 250000000);
   VDAllanDeviationAnalysis adev(quarter);
-  adev.performAnalysisFromStartWindowSize(1, kMax, 1);
-  ASSERT_TRUE(adev.exportAnalysisToDirectoryURL(dir.path(), "a.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "a.csv"),
+  EXPECT_EQ(exported(adev, "a.csv"),
             "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n"
             "1,0.25,8e-09,2,-1,1.9974987087071094,5.893935625542523e-09,1.9275079677377874e-08\n");
 
   // 0, 3, 4 ns one second apart: TIE at lag 1 is 3 and 1, at lag 2 it is 4.
   const std::vector<VDTimeErrorValue> second = timeErrorValues({0, 3, 4}, 1000000000);
   VDRootMeanSquaredTimeIntervalErrorAnalysis rms(second);
-  rms.performAnalysisFromStartWindowSize(1, kMax, 1);
-  ASSERT_TRUE(rms.exportAnalysisToDirectoryURL(dir.path(), "r.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "r.csv"),
-            "window,tau,rmstie,terms\n1,1,2.23606797749979,2\n2,2,4,1\n");
+  EXPECT_EQ(exported(rms, "r.csv"), "window,tau,rmstie,terms\n1,1,2.23606797749979,2\n2,2,4,1\n");
   VDMaximumTimeIntervalErrorAnalysis mtie(second);
-  mtie.performAnalysisFromStartWindowSize(1, kMax, 1);
-  ASSERT_TRUE(mtie.exportAnalysisToDirectoryURL(dir.path(), "m.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "m.csv"), "window,tau,mtie,terms\n1,1,3,2\n2,2,4,1\n");
+  EXPECT_EQ(exported(mtie, "m.csv"), "window,tau,mtie,terms\n1,1,3,2\n2,2,4,1\n");
 
   // MDEV and TDEV at m=1 of three samples: one term, the second difference 4 - 6 + 0 = -2.
   const std::vector<VDTimeErrorValue> three = timeErrorValues({0, 3, 4}, 1000000000);
   VDModifiedAllanDeviationAnalysis mdev(three);
-  mdev.performAnalysisFromStartWindowSize(1, kMax, 1);
-  ASSERT_TRUE(mdev.exportAnalysisToDirectoryURL(dir.path(), "d.csv", 1, kMax, 1));
-  EXPECT_EQ(TestSupport::readFile(dir / "d.csv"),
+  EXPECT_EQ(exported(mdev, "d.csv"),
             "window,tau,madev,terms,alpha,edf,madev_min,madev_max\n"
             "1,1,1.4142135623730953e-09,1,0,1,1.002892741893858e-09,7.0719455975735554e-09\n");
   VDTimeDeviationAnalysis tdev(three);
-  tdev.performAnalysisFromStartWindowSize(1, kMax, 1);
-  ASSERT_TRUE(tdev.exportAnalysisToDirectoryURL(dir.path(), "t.csv", 1, kMax, 1));
   // sqrt(4 / 6) ns: TDEV is tau / sqrt(3) times MDEV.
-  EXPECT_EQ(TestSupport::readFile(dir / "t.csv"),
+  EXPECT_EQ(exported(tdev, "t.csv"),
             "window,tau,tdev,terms,alpha,edf,tdev_min,tdev_max\n"
             "1,1,0.816496580927726,1,0,1,0.5790203945007407,4.08298969445348\n");
 }
