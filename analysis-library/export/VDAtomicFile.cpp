@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -51,25 +52,46 @@ int createTemporaryBeside(const std::filesystem::path& path, std::filesystem::pa
 
 }  // namespace
 
-std::error_code VDAtomicFile::replace(const std::filesystem::path& path, std::string_view text) {
-  std::filesystem::path temporary;
-  const int fileDescriptor = createTemporaryBeside(path, temporary);
-  if (fileDescriptor < 0) {
-    return lastSystemError();
+VDAtomicFile::VDAtomicFile(std::filesystem::path path) : _path(std::move(path)) {
+  _fileDescriptor = createTemporaryBeside(_path, _temporary);
+  if (_fileDescriptor < 0) {
+    _error = lastSystemError();
   }
-  std::error_code error;
-  if (!writeAll(fileDescriptor, text)) {
-    error = lastSystemError();
+}
+
+VDAtomicFile::~VDAtomicFile() {
+  if (_fileDescriptor >= 0) {
+    ::close(_fileDescriptor);
+    ::unlink(_temporary.c_str());
+  }
+}
+
+void VDAtomicFile::append(std::string_view text) {
+  if (!_error && _fileDescriptor >= 0 && !writeAll(_fileDescriptor, text)) {
+    _error = lastSystemError();
+  }
+}
+
+std::error_code VDAtomicFile::commit() {
+  if (_fileDescriptor < 0) {
+    return _error;
   }
   // Some file systems report a failed write only when the file is closed.
-  if (::close(fileDescriptor) != 0 && !error) {
-    error = lastSystemError();
+  if (::close(_fileDescriptor) != 0 && !_error) {
+    _error = lastSystemError();
   }
-  if (!error && std::rename(temporary.c_str(), path.c_str()) != 0) {
-    error = lastSystemError();
+  _fileDescriptor = -1;
+  if (!_error && std::rename(_temporary.c_str(), _path.c_str()) != 0) {
+    _error = lastSystemError();
   }
-  if (error) {
-    ::unlink(temporary.c_str());
+  if (_error) {
+    ::unlink(_temporary.c_str());
   }
-  return error;
+  return _error;
+}
+
+std::error_code VDAtomicFile::replace(const std::filesystem::path& path, std::string_view text) {
+  VDAtomicFile file(path);
+  file.append(text);
+  return file.commit();
 }

@@ -12,6 +12,20 @@ constexpr size_t kNumberCapacity = 32;
 
 }  // namespace
 
+VDCSVBuffer::VDCSVBuffer() = default;
+
+VDCSVBuffer::VDCSVBuffer(const std::filesystem::path& path)
+    : _path(path), _file(std::make_unique<VDAtomicFile>(path)) {
+  _text.reserve(kPassedOnBytes + 4096);
+}
+
+VDCSVBuffer::~VDCSVBuffer() = default;
+
+void VDCSVBuffer::passOn() {
+  _file->append(_text);
+  _text.clear();
+}
+
 void VDCSVBuffer::appendInteger(int64_t value) {
   char digits[kNumberCapacity];
   const std::to_chars_result result = std::to_chars(digits, digits + kNumberCapacity, value);
@@ -30,12 +44,23 @@ void VDCSVBuffer::appendDouble(double value) {
   _text.append(digits, result.ptr);
 }
 
-bool VDCSVBuffer::writeToFile(const std::filesystem::path& path) const {
-  const std::error_code error = VDAtomicFile::replace(path, _text);
+namespace {
+
+bool reported(const std::filesystem::path& path, const std::error_code& error) {
   if (error) {
     std::fprintf(stderr, "Failed to write \"%s\" with error %s.\n", path.c_str(),
                  error.message().c_str());
-    return false;
   }
-  return true;
+  return !error;
+}
+
+}  // namespace
+
+bool VDCSVBuffer::writeToFile(const std::filesystem::path& path) const {
+  return reported(path, VDAtomicFile::replace(path, _text));
+}
+
+bool VDCSVBuffer::finish() {
+  passOn();
+  return reported(_path, _file->commit());
 }

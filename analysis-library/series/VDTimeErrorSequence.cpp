@@ -15,9 +15,7 @@ VDTimeErrorSequence::VDTimeErrorSequence(std::vector<VDTimeErrorValue> timeError
 bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::path& directory,
                                                          const std::string& filename) const {
   try {
-    VDCSVBuffer csv;
-    // Two numbers of at most 20 digits, a comma and a line end per row.
-    csv.reserve(16 + _timeErrors.size() * 32);
+    VDCSVBuffer csv(VDResultPath::inDirectory(directory, filename));
     csv.appendText("time,time_error\n");
     for (const VDTimeErrorValue& value : _timeErrors) {
       csv.appendUnsigned(value.timestamp());
@@ -31,7 +29,7 @@ bool VDTimeErrorSequence::exportTimeErrorsToDirectoryURL(const std::filesystem::
       }
       csv.endRow();
     }
-    return csv.writeToFile(VDResultPath::inDirectory(directory, filename));
+    return csv.finish();
   } catch (...) {
     // Out of memory: reported like any other failed write.
     return false;

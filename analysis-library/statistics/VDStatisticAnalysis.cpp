@@ -101,9 +101,7 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
   try {
     const VDWindowRange range = VDWindowRange::clamped(startWindowSize, endWindowSize, stepSize, 1,
                                                        std::numeric_limits<int64_t>::max());
-    VDCSVBuffer csv;
-    // A window, up to five shortest doubles, a count, alpha, separators and a line end.
-    csv.reserve(96 + _points.size() * 144);
+    VDCSVBuffer csv(VDResultPath::inDirectory(directory, filename));
     csv.appendText("window,tau,");
     csv.appendText(analysisClass().valueColumn());
     csv.appendText(",terms");
@@ -136,7 +134,7 @@ bool VDStatisticAnalysis::exportAnalysisToDirectoryURL(const std::filesystem::pa
       }
       csv.endRow();
     }
-    return csv.writeToFile(VDResultPath::inDirectory(directory, filename));
+    return csv.finish();
   } catch (...) {
     // Out of memory: reported like any other failed write.
     return false;

@@ -8,29 +8,38 @@ namespace {
 
 using NTT = VDNumberTheoreticTransform;
 
-// The autocorrelation modulo Prime at lags 0 .. N-1, as the convolution of y with y reversed,
-// both padded to at least twice the length: lag l is the convolution's entry N-1+l.
+// The autocorrelation modulo Prime at lags 0 .. N-1, from the transform X of y padded to at
+// least twice its length: X[k] X[-k] is the transform of the cyclic correlation of y with
+// itself, which the padding keeps from wrapping.
 template <uint32_t Prime>
 std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence,
                                             size_t transformSize) {
   const size_t count = sequence.size();
   std::vector<uint32_t> values(transformSize, 0);
-  std::vector<uint32_t> reversed(transformSize, 0);
   for (size_t i = 0; i < count; ++i) {
-    values[i] = reversed[count - 1 - i] = NTT::residue<Prime>(sequence[i]);
+    values[i] = NTT::residue<Prime>(sequence[i]);
   }
   const NTT::Plan<Prime> plan(transformSize);
   plan.scrambledForward(values.data(), transformSize);
-  plan.scrambledForward(reversed.data(), transformSize);
-  NTT::multiplyResidues(values.data(), reversed.data(), transformSize, Prime);
-  std::vector<uint32_t>().swap(reversed);
+  // In bit-reversed order X[0] and X[size/2] sit at 0 and 1, and within each octave
+  // [2^j, 2^(j+1)) X[-k] sits at the mirror position of X[k]: the pairs are multiplied in place.
+  values[0] = NTT::multiply<Prime>(values[0], values[0]);
+  if (transformSize > 1) {
+    values[1] = NTT::multiply<Prime>(values[1], values[1]);
+  }
+  for (size_t octave = 2; octave < transformSize; octave *= 2) {
+    for (size_t p = octave, q = 2 * octave - 1; p <= q; ++p, --q) {
+      const uint32_t product = NTT::multiply<Prime>(values[p], values[q]);
+      values[p] = values[q] = product;
+    }
+  }
   plan.forwardOfScrambled(values.data(), transformSize);
-  // transformSize times the convolution, at negated index.
+  // transformSize times the correlation at lag l, at entry -l.
   const uint32_t scale = NTT::inverse<Prime>(static_cast<uint32_t>(transformSize % Prime));
   std::vector<uint32_t> correlation(count);
   for (size_t lag = 0; lag < count; ++lag) {
-    const size_t negated = (transformSize - (count - 1 + lag)) & (transformSize - 1);
-    correlation[lag] = NTT::multiply<Prime>(values[negated], scale);
+    correlation[lag] = NTT::multiply<Prime>(values[(transformSize - lag) & (transformSize - 1)],
+                                            scale);
   }
   return correlation;
 }

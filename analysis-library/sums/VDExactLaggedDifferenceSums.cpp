@@ -1,7 +1,6 @@
 #include "VDExactLaggedDifferenceSums.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "VDExactAutocorrelation.h"
@@ -163,10 +162,22 @@ std::vector<__int128> exactSums(const std::vector<int64_t>& sequence, int order,
   return sums;
 }
 
-// The halves of a sequence split at bit K, u = 2^K h + l with 0 <= l < 2^K, and their sum,
-// when all three are small enough for exact sums; K halves the bits of the largest value.
-std::optional<std::array<std::vector<int64_t>, 3>> splitSequence(
-    const std::vector<int64_t>& sequence, int& bits) {
+// Part 0, 1 or 2 of a sequence split at bit K, u = 2^K h + l with 0 <= l < 2^K: h, l and h + l.
+std::vector<int64_t> partOf(const std::vector<int64_t>& sequence, int bits, int part) {
+  std::vector<int64_t> values;
+  values.reserve(sequence.size());
+  for (const int64_t value : sequence) {
+    const int64_t high = value >> bits;  // arithmetic shift: floor
+    const int64_t low = value - high * (int64_t{1} << bits);
+    values.push_back(part == 0 ? high : part == 1 ? low : high + low);
+  }
+  return values;
+}
+
+// The bit K that halves the bits of the largest value, when all three parts are small enough for
+// exact sums. The parts are made one at a time, here and by the caller, so that a long series
+// never has all three beside it.
+std::optional<int> splitBits(const std::vector<int64_t>& sequence) {
   uint64_t largest = 0;
   for (const int64_t value : sequence) {
     largest = std::max(largest,
@@ -175,32 +186,19 @@ std::optional<std::array<std::vector<int64_t>, 3>> splitSequence(
   if (largest >= (uint64_t{1} << 62)) {
     return std::nullopt;
   }
-  bits = (64 - __builtin_clzll(largest | 1) + 1) / 2;
-  std::array<std::vector<int64_t>, 3> parts;
-  for (std::vector<int64_t>& part : parts) {
-    part.reserve(sequence.size());
-  }
-  for (const int64_t value : sequence) {
-    const int64_t high = value >> bits;  // arithmetic shift: floor
-    const int64_t low = value - high * (int64_t{1} << bits);
-    parts[0].push_back(high);
-    parts[1].push_back(low);
-    parts[2].push_back(high + low);
-  }
-  for (const std::vector<int64_t>& part : parts) {
-    if (!VDExactAutocorrelation::holdsEverySum(part)) {
+  const int bits = (64 - __builtin_clzll(largest | 1) + 1) / 2;
+  for (int part = 0; part < 3; ++part) {
+    if (!VDExactAutocorrelation::holdsEverySum(partOf(sequence, bits, part))) {
       return std::nullopt;
     }
   }
-  return parts;
+  return bits;
 }
 
 }  // namespace
 
 bool VDExactLaggedDifferenceSums::sums(const std::vector<int64_t>& sequence) {
-  int bits = 0;
-  return VDExactAutocorrelation::holdsEverySum(sequence) ||
-         splitSequence(sequence, bits).has_value();
+  return VDExactAutocorrelation::holdsEverySum(sequence) || splitBits(sequence).has_value();
 }
 
 std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
@@ -214,17 +212,17 @@ std::optional<std::vector<double>> VDExactLaggedDifferenceSums::sumsOfSquares(
                    [](__int128 sum) { return static_cast<double>(sum); });
     return rounded;
   }
-  int bits = 0;
-  const auto parts = splitSequence(sequence, bits);
-  if (!parts) {
+  const std::optional<int> split = splitBits(sequence);
+  if (!split) {
     return std::nullopt;
   }
+  const int bits = *split;
   // Three passes over the lags, reported as one that never repeats a count.
   std::vector<__int128> partSums[3];
   std::optional<uint64_t> reported;
   for (int part = 0; part < 3; ++part) {
     const uint64_t count = lags.count();
-    partSums[part] = exactSums((*parts)[part], order, lags, [&](uint64_t done) {
+    partSums[part] = exactSums(partOf(sequence, bits, part), order, lags, [&](uint64_t done) {
       const uint64_t overall = (static_cast<uint64_t>(part) * count + done) / 3;
       if (lagsDone && (!reported || overall > *reported)) {
         reported = overall;

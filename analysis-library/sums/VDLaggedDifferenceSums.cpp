@@ -188,14 +188,12 @@ double sumOfSquaredIntegerDifferences(const int64_t* y, int order, size_t lag, s
 }  // namespace
 
 VDLaggedDifferenceSums::VDLaggedDifferenceSums(std::vector<int64_t> sequence, int order)
-    : _order(order) {
-  if (VDExactLaggedDifferenceSums::sums(sequence)) {
-    _exactSequence = sequence;
-  }
+    : _order(order), _exact(VDExactLaggedDifferenceSums::sums(sequence)) {
   const bool exactInDoubles = std::all_of(sequence.begin(), sequence.end(), [](int64_t value) {
     return value >= -kExactDoubleLimit && value <= kExactDoubleLimit;
   });
-  if (exactInDoubles) {
+  // The exact sums need no doubles: one copy of a long series is enough.
+  if (exactInDoubles && !_exact) {
     _values.assign(sequence.begin(), sequence.end());
   } else {
     _integers = std::move(sequence);
@@ -224,9 +222,9 @@ double VDLaggedDifferenceSums::sumOfSquares(int64_t lag, int64_t count) const {
 std::vector<double> VDLaggedDifferenceSums::sumsOfSquares(
     const VDWindowRange& lags, const std::function<void(uint64_t)>& lagsDone) const {
   const uint64_t lagCount = lags.count();
-  if (!_exactSequence.empty() && lagCount > 0) {
+  if (_exact && lagCount > 0) {
     std::optional<std::vector<double>> exact =
-        VDExactLaggedDifferenceSums::sumsOfSquares(_exactSequence, _order, lags, lagsDone);
+        VDExactLaggedDifferenceSums::sumsOfSquares(_integers, _order, lags, lagsDone);
     if (exact) {
       return std::move(*exact);
     }

@@ -29,11 +29,11 @@ class VDLaggedDifferenceSums {
 
  private:
   int _order;
-  // Doubles hold the sequence when every value is small enough for the differences to be exact
-  // in double arithmetic (the fast, vectorised path); otherwise the integers are used.
+  // True when the values are small enough for exact sums by transforms
+  // (VDExactLaggedDifferenceSums), which sumsOfSquares then takes from the integers.
+  bool _exact;
+  // Otherwise doubles hold the sequence when every value is small enough for the differences to
+  // be exact in double arithmetic (the fast, vectorised path), and the integers when not.
   std::vector<double> _values;
   std::vector<int64_t> _integers;
-  // The sequence again when its values are small enough for exact sums by transforms
-  // (VDExactLaggedDifferenceSums), which sumsOfSquares then takes.
-  std::vector<int64_t> _exactSequence;
 };

@@ -123,8 +123,7 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
                                   const VDCSettledWindow& window,
                                   const std::vector<const VDMask*>& masks) const {
   const std::string stem = _outputName + "_check_time_error";
-  VDCSVBuffer csv;
-  csv.reserve(times.size() * 60);
+  VDCSVBuffer csv(_outputPath + "/" + stem + ".csv");
   csv.appendText("time,time_error,low_pass\n");
   for (size_t i = 0; i < times.size(); ++i) {
     csv.appendDouble(times[i] - times.front());
@@ -134,7 +133,7 @@ void VDCCheckPlots::plotTimeError(const std::vector<double>& times,
     csv.appendDouble(lowPassed[i]);
     csv.endRow();
   }
-  csv.writeToFile(_outputPath + "/" + stem + ".csv");
+  csv.finish();
 
   std::string limits;
   int colour = 0;
