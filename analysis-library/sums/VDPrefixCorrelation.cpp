@@ -256,6 +256,9 @@ struct VDPrefixCorrelation::Splitting {
   Workspace& workspace;
   std::vector<__int128> results;
   std::vector<uint32_t> residues[3];
+  // The splitting runs once per prime, so that only one prime's transforms are held (at a year of
+  // 1 PPS each is 256 MB); the first pass also sums the small halves term by term.
+  int pass = 0;
 
   Splitting(const VDPrefixCorrelation& correlation, const std::vector<Query>& queries,
             const std::function<void(size_t)>& queriesDone, Workspace& workspace)
@@ -283,19 +286,23 @@ struct VDPrefixCorrelation::Splitting {
     // that costs less than a few transforms of its length.
     const uint64_t transformWork = kTermsPerTransformStep * length * (std::bit_width(length) + 1);
     if (end - first == 1 || terms <= transformWork) {
-      for (size_t q = first; q < end; ++q) {
+      for (size_t q = first; q < end && pass == 0; ++q) {
         results[q] += correlation.productSum(base, static_cast<size_t>(queries[q].lag),
                                              static_cast<size_t>(queries[q].starts) - base);
       }
       if (queriesDone) {
-        queriesDone(end);
+        queriesDone((static_cast<size_t>(pass) * queries.size() + end) / 3);
       }
       return;
     }
     if (least > base) {
-      crossCorrelate<NTT::kPrime1>(0, first, end, base, least);
-      crossCorrelate<NTT::kPrime2>(1, first, end, base, least);
-      crossCorrelate<NTT::kPrime3>(2, first, end, base, least);
+      if (pass == 0) {
+        crossCorrelate<NTT::kPrime1>(0, first, end, base, least);
+      } else if (pass == 1) {
+        crossCorrelate<NTT::kPrime2>(1, first, end, base, least);
+      } else {
+        crossCorrelate<NTT::kPrime3>(2, first, end, base, least);
+      }
     }
     const size_t middle = first + (end - first) / 2;
     split(first, middle, least);
@@ -386,7 +393,19 @@ std::vector<__int128> VDPrefixCorrelation::sumsBySplitting(
     return {};
   }
   Splitting splitting(*this, queries, queriesDone, workspace);
-  splitting.split(0, queries.size(), 0);
+  for (; splitting.pass < 3; ++splitting.pass) {
+    // The other primes' transforms go before this one's take their room.
+    if (splitting.pass != 0) {
+      workspace._plan1.reset();
+    }
+    if (splitting.pass != 1) {
+      workspace._plan2.reset();
+    }
+    if (splitting.pass != 2) {
+      workspace._plan3.reset();
+    }
+    splitting.split(0, queries.size(), 0);
+  }
   for (size_t q = 0; q < queries.size(); ++q) {
     splitting.results[q] += NTT::fromResidues(
         splitting.residues[0][q], splitting.residues[1][q], splitting.residues[2][q]);
