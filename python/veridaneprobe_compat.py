@@ -42,24 +42,60 @@ def _integer_column(fname, column, skiprows, comments, delimiter):
     return None
 
 
+def _columns_guessed_wrong(fname, types, skiprows, comments, delimiter):
+    """The columns read as integers that hold a value not written as one, from the first row
+    with such a value: the reading stops there, so the cost follows that row's position, not
+    the file's length. Empty when no such row explains why the file does not read."""
+    integral = [index for index, kind in enumerate(types) if kind == np.int64]
+    with open(fname, 'r') as stream:
+        for _ in range(skiprows):
+            stream.readline()
+        for line in stream:
+            if comments and comments in line:
+                line = line.split(comments)[0]
+            fields = line.split(delimiter)
+            if len(fields) != len(types):
+                if not line.strip():
+                    continue
+                return []
+            wrong = [index for index in integral if not _is_integer(fields[index])]
+            if wrong:
+                return wrong
+    return []
+
+
+_INTEGER = re.compile(r'\s*[+-]?[0-9]+\s*')
+
+
+def _is_integer(field):
+    return _INTEGER.fullmatch(field) is not None
+
+
 def _columns_as_first_row(fname, first_row, skiprows, comments, delimiter):
     """One pass for the common mixed file, a statistic's: each column read as an integer
-    column when the first row writes it as an integer, else as a float column. None when that
-    guess does not hold for every row (a later value not an integer, beyond int64), so the
-    general reading decides; when it holds, the general reading gives the same columns."""
+    column when the first row writes it as an integer, else as a float column. A column the
+    guess got wrong (a tau of 1e+05 below integer ones) shows in the first row that does not
+    read; it turns float and the reading starts again, so such a file costs one more pass, not
+    one per column. None when a row fails for another reason (a value beyond int64), so the
+    general reading decides; when the guess holds, the general reading gives the same columns."""
     fields = first_row.split(delimiter)
     if not first_row or (comments and comments in first_row):
         return None
-    types = [np.int64 if re.fullmatch(r'\s*[+-]?[0-9]+\s*', field) else np.float64
-             for field in fields]
+    types = [np.int64 if _is_integer(field) else np.float64 for field in fields]
     if np.float64 not in types:
         return None
-    try:
-        values = _loadtxt(fname, [('f%d' % index, kind) for index, kind in enumerate(types)],
-                          skiprows, comments, delimiter)
-    except Exception:
-        return None
-    return [values['f%d' % index] for index in range(len(types))]
+    while True:
+        try:
+            values = _loadtxt(fname, [('f%d' % index, kind) for index, kind in enumerate(types)],
+                              skiprows, comments, delimiter)
+            return [values['f%d' % index] for index in range(len(types))]
+        except Exception:
+            pass
+        wrong = _columns_guessed_wrong(fname, types, skiprows, comments, delimiter)
+        if not wrong:
+            return None
+        for index in wrong:
+            types[index] = np.float64
 
 
 def _columns(fname, count, skiprows, comments, delimiter, first_row=''):

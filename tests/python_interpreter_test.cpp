@@ -71,10 +71,17 @@ TEST_F(PythonInterpreterTest, ClassicMatplotlibApiIsSupplied) {
 
 TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
   // A statistic's CSV whose first tau is whole: tau stays a float column, window an integer one.
+  // So is a tau of 1 PPS written 1e+05 (shortest form) below 99999, however late it comes.
   // Timestamps beyond 2^53 and beyond 2^63 keep every digit; 1.0 written as such is a float.
   TestSupport::writeFile(dir / "adev.csv",
                          "window,tau,adev,terms\n2,1,3e-09,10\n3,1.5,2e-09,9\n4,2,1e-09,8\n"
                          "5,2.5,5e-10,7\n");
+  std::string pps = "window,tau,adev,terms\n";
+  for (int window = 99990; window <= 100000; ++window) {
+    pps += std::to_string(window) + "," + (window < 100000 ? std::to_string(window) : "1e+05") +
+           ",1e-12,1\n";
+  }
+  TestSupport::writeFile(dir / "pps.csv", pps);
   TestSupport::writeFile(dir / "time.csv",
                          "time,time_error,level\n1700000000000000001,-5,1\n"
                          "18446744073709551615,7,1.0\n");
@@ -83,16 +90,17 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
       "import matplotlib.mlab as mlab\n"
       "a = mlab.csv2rec('" +
       (dir / "adev.csv").string() + "')\nt = mlab.csv2rec('" + (dir / "time.csv").string() +
-      "')\n"
+      "')\np = mlab.csv2rec('" + (dir / "pps.csv").string() + "')\n"
       "open('" +
       result +
       "', 'w').write(repr((a.dtype.descr, list(a.tau), list(a.window), t.dtype.descr,\n"
-      "    [int(x) for x in t.time], list(t.level))))\n");
+      "    [int(x) for x in t.time], list(t.level), p.dtype.descr[:2], p.tau[-1])))\n");
   EXPECT_EQ(TestSupport::readFile(result),
             "([('window', '<i8'), ('tau', '<f8'), ('adev', '<f8'), ('terms', '<i8')], "
             "[1.0, 1.5, 2.0, 2.5], [2, 3, 4, 5], "
             "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
-            "[1700000000000000001, 18446744073709551615], [1.0, 1.0])");
+            "[1700000000000000001, 18446744073709551615], [1.0, 1.0], "
+            "[('window', '<i8'), ('tau', '<f8')], 100000.0)");
 }
 
 TEST_F(PythonInterpreterTest, FontsReadFromMemoryStillEmbedInPdf) {
