@@ -1,7 +1,5 @@
 #include "VDCGapSegments.h"
 
-#include <algorithm>
-
 #include "VDConfidenceInterval.h"
 #include "VDNoiseIdentification.h"
 
