@@ -343,7 +343,7 @@ std::vector<VDStatisticPoint> pointsOf(const PooledStatistic& statistic, P& proc
 }
 
 TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
-  // One-second samples with gaps of 1, 4 and 23, which leave segments of 150, 89, 9 and 66.
+  // Samples every 0.5 s with gaps of 1, 4 and 23, which leave segments of 150, 89, 9 and 66.
   std::vector<double> times;
   std::vector<VDTimeErrorValue> values;
   std::vector<std::vector<int64_t>> segments(1);
@@ -353,8 +353,8 @@ TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
       segments.back().empty() ? void() : segments.emplace_back().clear();
       continue;
     }
-    times.push_back(static_cast<double>(t));
-    values.emplace_back(t * 1000000000, 300 * t + walk + (t * 7727) % 997);
+    times.push_back(0.5 * static_cast<double>(t));
+    values.emplace_back(t * 500000000, 300 * t + walk + (t * 7727) % 997);
     segments.back().push_back(values.back().error());
   }
   ASSERT_EQ(segments.size(), 4u);
@@ -378,13 +378,14 @@ TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
       }
       const double meanSquare =
           sum / (statistic.divisor * terms * (statistic.kind == 3 ? m * m : 1));
-      const double expected = statistic.kind == 0
-                                  ? largest
-                                  : std::sqrt(meanSquare) * (statistic.fractional ? 1e-9 / m : 1);
+      const double expected =
+          statistic.kind == 0
+              ? largest
+              : std::sqrt(meanSquare) * (statistic.fractional ? 1e-9 / (0.5 * m) : 1);
       const VDConfidenceInterval bounds =
           edf > 0 ? VDConfidenceInterval::forDegreesOfFreedom(edf) : VDConfidenceInterval{0, 0};
-      // tau0: the 310 one-second steps inside the segments, not the span over the samples.
-      EXPECT_EQ(point.tau, m * 1.0) << statistic.name;
+      // tau0: the 310 steps inside the segments, not the span over the samples.
+      EXPECT_EQ(point.tau, m * 0.5) << statistic.name;
       EXPECT_NEAR(point.value, expected, 1e-12 * expected) << statistic.name << " m=" << m;
       EXPECT_EQ(point.termCount, terms) << statistic.name << " m=" << m;
       EXPECT_EQ(point.alpha, statistic.variance ? noise.alphaAtWindow(m) : 0) << statistic.name;
