@@ -336,12 +336,6 @@ const PooledStatistic kPooledStatistics[] = {
     {"MTIE", [](P& p, V v) { return p.mtieAnalysisForTimeErrorValues(v); }, 0, 0, false, {}},
 };
 
-std::vector<VDStatisticPoint> pointsOf(const PooledStatistic& statistic, P& process, V values) {
-  const auto analysis = statistic.analysis(process, values);
-  analysis->performAnalysisFromStartWindowSize(1, std::numeric_limits<int64_t>::max(), 1);
-  return analysis->points();
-}
-
 TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
   // Samples every 0.5 s with gaps of 1, 4 and 23, which leave segments of 150, 89, 9 and 66.
   std::vector<double> times;
@@ -361,8 +355,10 @@ TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
   VDCProcessSkippingGaps process("", "", 1, VDCContinuity::of(times).segments);
   const VDNoiseIdentification noise(segments[0]);  // the longest segment's
   for (const PooledStatistic& statistic : kPooledStatistics) {
+    const auto analysis = statistic.analysis(process, values);
+    analysis->performAnalysisFromStartWindowSize(1, std::numeric_limits<int64_t>::max(), 1);
     int64_t m = 0;
-    for (const VDStatisticPoint& point : pointsOf(statistic, process, values)) {
+    for (const VDStatisticPoint& point : analysis->points()) {
       ++m;
       double sum = 0, terms = 0, largest = 0, edf = 0;
       for (const std::vector<int64_t>& x : segments) {
