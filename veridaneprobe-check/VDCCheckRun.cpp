@@ -134,7 +134,7 @@ int VDCCheckRun::run() const {
     if (skip && stream.times.size() >= VDCContinuity::kShortestSegment) {
       // One analysis over the whole span; a continuous stream needs no pooling.
       if (!continuity.continuous()) {
-        std::printf("Segments analysed as one, terms across gaps left out\n");
+        std::printf("Segments analysed as one, terms across gaps and disorder left out\n");
       }
       if (!createdDirectory(streamDirectory)) {
         VDPPythonInterpreter::finalise();
