@@ -7,6 +7,7 @@
 
 #include "VDCContinuity.h"
 #include "VDCMaskListing.h"
+#include "VDCProcessSkippingGaps.h"
 #include "VDCSVBuffer.h"
 #include "VDCVerdictRun.h"
 #include "VDPFileSystem.h"
@@ -36,10 +37,14 @@ std::string directoryName(const std::string& stream) {
   return name.empty() ? "stream" : name;
 }
 
-// One continuous part of a stream: its samples as a time error sequence, analysed into
-// directory.
+// The first window of every statistic.
+constexpr int64_t kStartWindowSize = 2;
+
+// Samples first .. end - 1 of a stream as a time error sequence, analysed into directory: as one
+// continuous series, or, given its segments (index ranges from first), pooled over them.
 void analyse(const VDCRecording& recording, const VDCRecording::Stream& stream, size_t first,
-             size_t end, const std::string& directory, const std::string& name) {
+             size_t end, const std::string& directory, const std::string& name,
+             const std::vector<VDCContinuity::Segment>& pooledSegments = {}) {
   std::vector<VDTimeErrorValue> values;
   values.reserve(end - first);
   for (size_t i = first; i < end; ++i) {
@@ -47,9 +52,20 @@ void analyse(const VDCRecording& recording, const VDCRecording::Stream& stream, 
                         stream.errors[i]);
   }
   const VDTimeErrorSequence sequence(std::move(values), recording.countsPerNanosecond());
-  VDPProcessSingleTimeError(directory, name, true, true, true, true, true, 2,
-                            std::numeric_limits<int64_t>::max(), 1)
-      .processTimeErrors(sequence);
+  if (pooledSegments.empty()) {
+    VDPProcessSingleTimeError(directory, name, true, true, true, true, true, kStartWindowSize,
+                              std::numeric_limits<int64_t>::max(), 1)
+        .processTimeErrors(sequence);
+  } else {
+    VDCProcessSkippingGaps(directory, name, kStartWindowSize, pooledSegments)
+        .processTimeErrors(sequence);
+  }
+}
+
+bool createdDirectory(const std::string& directory) {
+  std::error_code created;
+  std::filesystem::create_directories(directory, created);
+  return !created && std::filesystem::is_directory(directory);
 }
 
 }  // namespace
@@ -65,9 +81,6 @@ int VDCCheckRun::run() const {
   if (_options.verdicts.listMasks) {
     std::fputs(VDCMaskListing::text(table).c_str(), stdout);
     return 0;
-  }
-  if (_options.gaps == VDCOptions::Gaps::skip) {
-    return failed("--gaps skip is not available yet: analyse the segments apart (--gaps split)");
   }
   const std::optional<VDCRecording> recording =
       VDCRecording::read(_options.file, _options.recording, error);
@@ -117,29 +130,49 @@ int VDCCheckRun::run() const {
       breaks.appendText(continuity.breaksCSV(stream.times));
       breaks.writeToFile(VDPFileSystem::joinedPath(streamDirectory, "gaps.csv"));
     }
+    const bool skip = _options.gaps == VDCOptions::Gaps::skip;
+    if (skip && stream.times.size() >= VDCContinuity::kShortestSegment) {
+      // One analysis over the whole span; a continuous stream needs no pooling.
+      if (!continuity.continuous()) {
+        std::printf("Segments analysed as one, terms across gaps and disorder left out\n");
+      }
+      if (!createdDirectory(streamDirectory)) {
+        VDPPythonInterpreter::finalise();
+        return failed("cannot create the output directory " + streamDirectory);
+      }
+      analyse(
+          *recording, stream, 0, stream.times.size(), streamDirectory, _options.outputName(),
+          continuity.continuous() ? std::vector<VDCContinuity::Segment>{} : continuity.segments);
+      analysed = true;
+    }
+    // Each segment apart: its analysis (split), and its verdict in either mode.
     int segmentNumber = 0;
     for (const VDCContinuity::Segment& segment : continuity.segments) {
+      if (skip && masks.empty()) {
+        break;
+      }
       ++segmentNumber;
       std::string directory = streamDirectory;
       if (!continuity.continuous()) {
         directory =
             VDPFileSystem::joinedPath(streamDirectory, "segment-" + std::to_string(segmentNumber));
-        std::printf(
-            "Segment %d: %zu samples from %.6g s%s\n", segmentNumber, segment.samples(),
-            stream.times[segment.first] - stream.times.front(),
-            segment.samples() < VDCContinuity::kShortestSegment ? ", too short to analyse" : "");
+        std::printf("Segment %d: %zu samples from %.6g s%s\n", segmentNumber, segment.samples(),
+                    stream.times[segment.first] - stream.times.front(),
+                    segment.samples() >= VDCContinuity::kShortestSegment ? ""
+                    : skip                                               ? ", too short to judge"
+                           : ", too short to analyse");
       }
       if (segment.samples() < VDCContinuity::kShortestSegment) {
         continue;
       }
-      std::error_code created;
-      std::filesystem::create_directories(directory, created);
-      if (created || !std::filesystem::is_directory(directory)) {
+      if (!createdDirectory(directory)) {
         VDPPythonInterpreter::finalise();
         return failed("cannot create the output directory " + directory);
       }
-      analyse(*recording, stream, segment.first, segment.end, directory, _options.outputName());
-      analysed = true;
+      if (!skip) {
+        analyse(*recording, stream, segment.first, segment.end, directory, _options.outputName());
+        analysed = true;
+      }
       if (masks.empty()) {
         continue;
       }
@@ -164,7 +197,9 @@ int VDCCheckRun::run() const {
   }
   VDPPythonInterpreter::finalise();
   if (!analysed) {
-    return failed("no continuous segment of at least 16 samples to analyse");
+    return failed(_options.gaps == VDCOptions::Gaps::skip
+                      ? "fewer than 16 samples to analyse"
+                      : "no continuous segment of at least 16 samples to analyse");
   }
   if (masks.empty()) {
     return 0;

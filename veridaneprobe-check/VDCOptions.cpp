@@ -122,6 +122,7 @@ const char* VDCOptions::helpText() {
          "                     recognised from the first lines)\n"
          "  --stream NAME      analyse only this stream of a log that holds several\n"
          "  --gaps split|skip  split: analyse each continuous segment apart (default)\n"
+         "                     skip: analyse them as one, leaving out terms across gaps\n"
          "  --tau0 SECONDS     sample interval of phase data without a time column (default 1)\n"
          "  --units s|ns|ps    unit of phase data (default s)\n"
          "Output:\n"

@@ -15,20 +15,26 @@ int64_t VDAllanDeviationAnalysis::largestWindowSize(int64_t sampleCount) const {
   return sampleCount < 3 ? 0 : (sampleCount - 1) / 2;
 }
 
+std::vector<double> VDAllanDeviationAnalysis::allanSums(
+    const std::vector<int64_t>& errors, const VDWindowRange& windows,
+    const std::function<void(uint64_t)>& windowsDone) {
+  // Second differences ignore a linear trend, so the drift goes before the sums.
+  const VDLaggedDifferenceSums secondDifferences(VDPhaseData::withoutDrift(errors), 2);
+  return secondDifferences.sumsOfSquares(windows, windowsDone);
+}
+
 std::vector<VDStatisticPoint> VDAllanDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   const auto sampleCount = static_cast<int64_t>(_errors.size());
-  // Second differences ignore a linear trend, so the drift goes before the sums.
-  const VDLaggedDifferenceSums secondDifferences(VDPhaseData::withoutDrift(_errors), 2);
-  const std::vector<double> sums = secondDifferences.sumsOfSquares(
-      windows, windowsDoneReporter(windows, [sampleCount](int64_t m) {
-        return static_cast<double>(sampleCount - 2 * m);
-      }));
+  const std::vector<double> sums =
+      allanSums(_errors, windows, windowsDoneReporter(windows, [sampleCount](int64_t m) {
+                  return static_cast<double>(allanTerms(sampleCount, m));
+                }));
   std::vector<VDStatisticPoint> points;
   points.reserve(windows.count());
   for (uint64_t index = 0; index < windows.count(); ++index) {
     const int64_t m = windows.at(index);
-    const int64_t terms = sampleCount - 2 * m;
+    const int64_t terms = allanTerms(sampleCount, m);
     const double tau = tauOfWindow(m);
     // Overlapping Allan variance from phase, NIST SP 1065 eq. 11, with x in ns:
     // sigma^2 = sum (x[i+2m] - 2x[i+m] + x[i])^2 / (2 tau^2 (N-2m)).

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "VDStatisticAnalysis.h"
@@ -12,6 +13,14 @@ class VDRootMeanSquaredTimeIntervalErrorAnalysis : public VDStatisticAnalysis {
 
   static const VDAnalysisClass& classObject();
   const VDAnalysisClass& analysisClass() const override { return classObject(); }
+
+  // For each window m of windows: the numerator sum_i (x[i+m] - x[i])^2, x in the errors' unit,
+  // over intervalErrorTerms(N, m) terms; windowsDone (may be empty) hears of the windows
+  // finished. Public so that an analysis of a series in parts can pool the parts' sums.
+  static std::vector<double> intervalErrorSums(const std::vector<int64_t>& errors,
+                                               const VDWindowRange& windows,
+                                               const std::function<void(uint64_t)>& windowsDone);
+  static int64_t intervalErrorTerms(int64_t sampleCount, int64_t m) { return sampleCount - m; }
 
  protected:
   int64_t largestWindowSize(int64_t sampleCount) const override;

@@ -1,0 +1,51 @@
+#include "VDCPooledModifiedAllanDeviationAnalysis.h"
+
+#include <cmath>
+
+VDCPooledModifiedAllanDeviationAnalysis::VDCPooledModifiedAllanDeviationAnalysis(
+    const std::vector<VDTimeErrorValue>& values,
+    const std::vector<VDCContinuity::Segment>& segments)
+    : VDModifiedAllanDeviationAnalysis(values), _segments(values, segments) {
+  _tau0 = _segments.tau0();
+}
+
+VDCGapSegments::LargestWindow VDCPooledModifiedAllanDeviationAnalysis::largestOfSegment() const {
+  return [this](int64_t sampleCount) {
+    return VDModifiedAllanDeviationAnalysis::largestWindowSize(sampleCount);
+  };
+}
+
+int64_t VDCPooledModifiedAllanDeviationAnalysis::largestWindowSize(int64_t /*sampleCount*/) const {
+  return _segments.largestWindowSize(largestOfSegment());
+}
+
+std::vector<VDStatisticPoint> VDCPooledModifiedAllanDeviationAnalysis::evaluateWindows(
+    const VDWindowRange& windows) const {
+  const VDCGapSegments::Pooled pooled =
+      _segments.pooledSums(windows, largestOfSegment(), modifiedSumsOnly, modifiedTerms);
+  std::vector<VDStatisticPoint> points;
+  points.reserve(windows.count());
+  for (uint64_t index = 0; index < windows.count(); ++index) {
+    const int64_t m = windows.at(index);
+    const double tau = tauOfWindow(m);
+    const auto window = static_cast<double>(m);
+    // As for one series, over the terms of every segment.
+    const double deviation =
+        std::sqrt(pooled.sums[index] /
+                  (2.0 * window * window * static_cast<double>(pooled.terms[index]))) *
+        1e-9 / tau;
+    points.push_back({m, tau, deviation, static_cast<uint64_t>(pooled.terms[index])});
+  }
+  _segments.addConfidenceBounds(
+      points, windows, VDEquivalentDegreesOfFreedom::Variance::kModifiedAllan, largestOfSegment());
+  return points;
+}
+
+std::vector<double> VDCPooledModifiedAllanDeviationAnalysis::modifiedSumsOnly(
+    const std::vector<int64_t>& errors, const VDWindowRange& windows) {
+  std::vector<double> sums;
+  for (const ModifiedSum& modified : modifiedSums(errors, windows, {})) {
+    sums.push_back(modified.sum);
+  }
+  return sums;
+}

@@ -1,0 +1,26 @@
+#pragma once
+
+#include "VDCGapSegments.h"
+#include "VDModifiedAllanDeviationAnalysis.h"
+
+// A VDCPooledModifiedAllanDeviationAnalysis is the modified Allan deviation of a series with gaps,
+// pooled over its continuous segments (VDCGapSegments): the segments' sums of squared averaged
+// second differences and their term counts add up before the one division and square root.
+class VDCPooledModifiedAllanDeviationAnalysis : public VDModifiedAllanDeviationAnalysis {
+ public:
+  VDCPooledModifiedAllanDeviationAnalysis(const std::vector<VDTimeErrorValue>& values,
+                                          const std::vector<VDCContinuity::Segment>& segments);
+
+  // The sums of one segment (without its bounds), for the time deviation too.
+  static std::vector<double> modifiedSumsOnly(const std::vector<int64_t>& errors,
+                                              const VDWindowRange& windows);
+
+ protected:
+  int64_t largestWindowSize(int64_t sampleCount) const override;
+  std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;
+
+ private:
+  VDCGapSegments::LargestWindow largestOfSegment() const;
+
+  VDCGapSegments _segments;
+};
