@@ -254,6 +254,35 @@ TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
   EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
 }
 
+TEST(Faults, AStreamedExportReplacesTheFileOnlyWhenComplete) {
+  // Megabytes of rows go out while they are made; the earlier file stays until the last row.
+  TestSupport::TempDir dir;
+  TestSupport::writeFile(dir / "kept.csv", "earlier\n");
+  VDCSVBuffer collected;
+  {
+    VDCSVBuffer streamed(dir / "kept.csv");
+    VDCSVBuffer abandoned(dir / "abandoned.csv");
+    for (int64_t row = 0; row < 600000; ++row) {
+      for (VDCSVBuffer* csv : {&collected, &streamed, &abandoned}) {
+        csv->appendInteger(row);
+        csv->appendSeparator();
+        csv->appendDouble(static_cast<double>(row) / 7.0);
+        csv->endRow();
+      }
+    }
+    EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "earlier\n");
+    EXPECT_TRUE(streamed.finish());
+  }
+  EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), collected.text());
+  EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // the abandoned one left nothing
+  VDCSVBuffer missing(dir / "missing" / "new.csv");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(missing.finish());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "Failed to write \"" + (dir / "missing" / "new.csv").string() +
+                "\" with error No such file or directory.\n");
+}
+
 size_t rowsOf(const std::string& csv) {
   return static_cast<size_t>(std::count(csv.begin(), csv.end(), '\n')) - 1;  // less the header
 }
