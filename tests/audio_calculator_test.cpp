@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -481,15 +482,27 @@ TEST(AudioTimeErrorCalculator, SilentStretchesGiveNoValuesAndTrackingResumesAfte
   quiet.calculateTimeError();
   EXPECT_EQ(countStatus(quiet, Status::Silent), 99);
   EXPECT_TRUE(quiet.timeErrors().empty());
+  for (const auto& window : quiet.windows()) {
+    EXPECT_EQ(window.integerLag, 0) << window.start;  // no delay known, none shown
+  }
 
   // Channel B cut to digital zero for a second while A sounds: no lag is judged on B's silence,
-  // so every window keeps within a twentieth of a sample of the delay.
+  // so every window keeps within a twentieth of a sample of the delay, and one whose partner
+  // stretch of B holds signal in less than a quarter of it (the window at 47600 sees 116 of 512
+  // samples) is silent.
   Pair cut = makePair(8.0, kOffset, kDrift);
-  std::fill(cut.b.begin() + 40000, cut.b.begin() + 48000, 0.0f);
+  std::fill(cut.b.begin() + 40000, cut.b.begin() + 48080, 0.0f);
   Calculator deaf(cut.a.data(), cut.b.data(), static_cast<int64_t>(cut.a.size()), kInterval,
                   kLength, 16, kRate, 2);
   deaf.calculateTimeError();
   EXPECT_LT(worstError(deaf, kLength, kOffset, kDrift), 0.05 / kRate);
+  for (const auto& window : deaf.windows()) {
+    const auto from = window.start + std::llround(kOffset * kRate + kDrift * window.start);
+    const auto heard = std::count_if(cut.b.begin() + std::min<int64_t>(from, 64000),
+                                     cut.b.begin() + std::min<int64_t>(from + kLength, 64000),
+                                     [](float sample) { return sample != 0.0f; });
+    EXPECT_EQ(window.status == Status::Silent, 4 * heard < kLength) << window.start;
+  }
 
   // One channel replaced by unrelated noise: the windows are weak, not measured.
   std::mt19937 random(3);
