@@ -543,6 +543,7 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
       {"huge correlation length", a, b, 8000, 800, kInt64Max, 16, kRate, 2},
       {"huge everything", a, b, 8000, kInt64Max, kInt64Max, kInt64Max, kRate, kInt64Max},
       {"resampler, upscaled window too long", a, b, 8000, 800, 1024, kInt64Max, kRate, 1},
+      {"resampler, upscaled window just too long", a, b, 8000, 800, 1024, 4097, kRate, 1},
       {"one sample per window and interval", a, b, 1, 1, 1, 1, kRate, 0},
   };
   TestSupport::TempDir dir;
@@ -556,11 +557,14 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
     EXPECT_EQ(TestSupport::readFile(dir / "series.csv"), "time,time_error\n");
   }
 
-  // A huge interval leaves just the first window; a huge upscale factor still resolves finely.
-  Calculator sparse(a, b, 8000, kInt64Max, 1024, kInt64Max, kRate, 2);
-  sparse.calculateTimeError();
+  // A huge interval leaves just the first window; a huge upscale factor still resolves finely;
+  // an interval of one sample is accepted: a window at every sample.
+  const Calculator sparse = calculate(pair, kInt64Max, 1024, kInt64Max);
   ASSERT_EQ(sparse.timeErrors().size(), 1u);
   EXPECT_LT(worstError(sparse, 1024, 0.001, 0.0), 1e-9);
+  const Calculator dense = calculate(makePair(0.5, 0.001), 1, 1024);
+  EXPECT_EQ(dense.windows().size(), 4000u - 1024 + 1);
+  EXPECT_FALSE(dense.timeErrors().empty());
 }
 
 TEST(AudioTimeErrorCalculator, UnknownCorrelationTypesMeanPostResampler) {

@@ -326,8 +326,10 @@ TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
   // The top half of the unsigned range is reachable; beyond it saturates.
   EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
   EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
-  // Negative times wrap like two's complement.
+  // Negative times wrap like two's complement; not a number is zero.
   EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
+  EXPECT_EQ(timestampFromSeconds(NAN), 0u);
+  EXPECT_EQ(errorFromSeconds(NAN), 0);
 }
 
 TEST(LineGrammar, TimeError) {
