@@ -180,18 +180,22 @@ std::vector<std::string> exportedWindows(const Calculator& calculator) {
 }
 
 TEST(AudioTimeErrorCalculator, FindsOffsetsOfManySecondsEitherWayAndInvertedPolarity) {
-  // 40 s of bursts; B started 15 s after A, or 15 s before it, or upside down.
+  // 40 s of bursts; B started 15 s after A, or 15 s before it, or upside down; or both 80 dB
+  // quieter.
   struct Case {
     double delay;
     bool inverted;
+    float gain;
   };
-  for (const Case& c : {Case{15.0, false}, Case{-15.0, false}, Case{0.0123, true}}) {
-    SCOPED_TRACE(c.delay);
+  for (const Case& c : {Case{15.0, false, 1}, Case{-15.0, false, 1}, Case{0.0123, true, 1},
+                        Case{15.0, false, 1e-4f}}) {
+    SCOPED_TRACE(testing::Message() << c.delay << " gain " << c.gain);
     Pair pair = burstPair(40.0, c.delay);
-    if (c.inverted) {
-      for (float& sample : pair.b) {
-        sample = -sample;
-      }
+    for (float& sample : pair.a) {
+      sample *= c.gain;
+    }
+    for (float& sample : pair.b) {
+      sample *= c.inverted ? -c.gain : c.gain;
     }
     const Calculator calculator = calculate(pair);
     int64_t used = 0, sounding = 0;
