@@ -22,6 +22,7 @@
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
+#include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
 #include "VDPAudioPlotScripts.h"
 #include "VDPFileSystem.h"
@@ -344,6 +345,10 @@ TEST(LineGrammar, TimeError) {
   EXPECT_EQ(values[0].error(), 2);
   EXPECT_EQ(values[1].timestamp(), 2000000000u);
   EXPECT_EQ(values[1].error(), -1);
+  // The osprey grammar says whether a line was a sample (what it reads is pinned by its run).
+  VDPAnalyseOsprey::SlaveValues slaves;
+  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", slaves));
+  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("150,0,1,0,2,0,3,0,0,0", slaves));
 }
 
 }  // namespace
