@@ -260,6 +260,8 @@ TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
   // Valid multi-byte text passes through.
   EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
   EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
+  EXPECT_EQ(linesOf("\xE2\x82\xAC \xF0\x9F\x98\x80\n"), (Lines{"\xE2\x82\xAC \xF0\x9F\x98\x80"}));
+  EXPECT_EQ(linesOf("\x80\x80\n"), Lines{});  // continuation bytes without a lead
   // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
   // so the rest of the broken line arrives as a line of its own.
   const std::string block(1000, 'a');
