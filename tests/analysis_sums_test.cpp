@@ -317,10 +317,12 @@ TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
 
 TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
   // Values whose products overflow int64 partial sums, both signs: 9000 up to 2^30 (sums of
-  // many blocks, and remainders longer than a block), and four near the largest magnitude taken.
+  // many blocks, and remainders longer than a block); 8191, where each block of lags' fewest
+  // starts are whole blocks (no remainder); four near the largest magnitude taken.
   const int64_t largest = (int64_t{1} << 41) - 1;
   for (const std::vector<int64_t>& u :
-       {randomIntegers(9000, int64_t{1} << 30, 31), {largest, -largest, largest - 1, -largest}}) {
+       {randomIntegers(9000, int64_t{1} << 30, 31), randomIntegers(8191, int64_t{1} << 30, 32),
+        {largest, -largest, largest - 1, -largest}}) {
     const auto correlation = VDPrefixCorrelation::of(u);
     ASSERT_TRUE(correlation.has_value());
     const auto count = static_cast<int64_t>(u.size());

@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -153,26 +154,48 @@ Pair burstPair(double seconds, double delayBefore, double delayAfter = NAN, int6
   return pair;
 }
 
-Calculator calculate(const Pair& pair, int64_t length = kBurstLength) {
+Calculator calculate(const Pair& pair, int64_t interval = kBurstInterval,
+                     int64_t length = kBurstLength, int64_t upscale = 16,
+                     int64_t type = Calculator::kPostResampler) {
   Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                        kBurstInterval, length, 16, kRate, Calculator::kPostResampler);
+                        interval, length, upscale, kRate, type);
   calculator.calculateTimeError();
   return calculator;
 }
 
+// The rows of the diagnostic export after its header.
+std::vector<std::string> exportedWindows(const Calculator& calculator) {
+  TestSupport::TempDir dir;
+  EXPECT_TRUE(calculator.exportTimeErrorToPath(dir.path().string()));
+  std::istringstream rows(TestSupport::readFile(dir / Calculator::kWindowExportFileName));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(rows, line);) {
+    lines.push_back(line);
+  }
+  EXPECT_EQ(lines.at(0),
+            "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
+            "delay_uncertainty,peak_ratio,b_inverted");
+  lines.erase(lines.begin());
+  return lines;
+}
+
 TEST(AudioTimeErrorCalculator, FindsOffsetsOfManySecondsEitherWayAndInvertedPolarity) {
-  // 40 s of bursts; B started 15 s after A, or 15 s before it, or upside down.
+  // 40 s of bursts; B started 15 s after A, or 15 s before it, or upside down; or both 80 dB
+  // quieter.
   struct Case {
     double delay;
     bool inverted;
+    float gain;
   };
-  for (const Case& c : {Case{15.0, false}, Case{-15.0, false}, Case{0.0123, true}}) {
-    SCOPED_TRACE(c.delay);
+  for (const Case& c : {Case{15.0, false, 1}, Case{-15.0, false, 1}, Case{0.0123, true, 1},
+                        Case{15.0, false, 1e-4f}}) {
+    SCOPED_TRACE(testing::Message() << c.delay << " gain " << c.gain);
     Pair pair = burstPair(40.0, c.delay);
-    if (c.inverted) {
-      for (float& sample : pair.b) {
-        sample = -sample;
-      }
+    for (float& sample : pair.a) {
+      sample *= c.gain;
+    }
+    for (float& sample : pair.b) {
+      sample *= c.inverted ? -c.gain : c.gain;
     }
     const Calculator calculator = calculate(pair);
     int64_t used = 0, sounding = 0;
@@ -194,13 +217,8 @@ TEST(AudioTimeErrorCalculator, FindsOffsetsOfManySecondsEitherWayAndInvertedPola
     // match (measured backwards from it).
     EXPECT_GE(used, sounding * 8 / 10) << sounding;
     // The diagnostic export says which way up B was measured, in its last column.
-    TestSupport::TempDir dir;
-    ASSERT_TRUE(calculator.exportTimeErrorToPath(dir.path().string()));
-    std::istringstream rows(TestSupport::readFile(dir / Calculator::kWindowExportFileName));
-    std::string row;
-    std::getline(rows, row);
     int64_t usedRows = 0;
-    while (std::getline(rows, row)) {
+    for (const std::string& row : exportedWindows(calculator)) {
       if (row.find(",1,used,") != std::string::npos) {
         EXPECT_EQ(row.substr(row.size() - 2), c.inverted ? ",1" : ",0") << row;
         ++usedRows;
@@ -340,9 +358,7 @@ TEST(AudioTimeErrorCalculator, LongWindowsAtAHighDriftStartAsWellAsShortOnes) {
   // B's clock runs slow by the drift: its sample n shows the signal at n (1 - drift) / rate - d.
   signal.render(-kOffset, 0, count, b, (1.0 - kDrift) / kRate);
   constexpr int64_t kLong = 8192;
-  Calculator calculator(a.data(), b.data(), count, kBurstInterval, kLong, 16, kRate,
-                        Calculator::kPostResampler);
-  calculator.calculateTimeError();
+  const Calculator calculator = calculate({a, b}, kBurstInterval, kLong);
   int64_t used = 0;
   for (const auto& window : calculator.windows()) {
     if (window.status == Status::Used) {
@@ -362,9 +378,7 @@ TEST(AudioTimeErrorCalculator, MeasuresIntegerFractionalAndNegativeDelaysInEvery
     const Pair pair = makePair(3.0, delay / kRate);
     for (int64_t type : {0, 1, 2}) {
       SCOPED_TRACE(testing::Message() << "delay " << delay << " type " << type);
-      Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                            kInterval, kLength, 16, kRate, type);
-      calculator.calculateTimeError();
+      const Calculator calculator = calculate(pair, kInterval, kLength, 16, type);
       ASSERT_EQ(calculator.windows().size(), 29u);  // (24000 - 1024) / 800 + 1
       int64_t used = 0;
       const double worst = worstError(calculator, kLength, delay / kRate, 0.0, &used);
@@ -394,9 +408,7 @@ TEST(AudioTimeErrorCalculator, FollowsADriftAcrossManyWindowLengths) {
   const Pair pair = makePair(40.0, kOffset, kDrift);
   for (int64_t type : {0, 1, 2}) {
     SCOPED_TRACE(type);
-    Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                          kInterval, kLength, 8, kRate, type);
-    calculator.calculateTimeError();
+    const Calculator calculator = calculate(pair, kInterval, kLength, 8, type);
     const std::vector<Calculator::Window>& windows = calculator.windows();
     ASSERT_EQ(windows.size(), 1000u);
     // The first and last windows' neighbourhoods are cut off by the ends of the recordings.
@@ -424,9 +436,7 @@ TEST(AudioTimeErrorCalculator, FindsALargeInitialOffsetEitherWay) {
   for (double offset : {0.5123, -0.4871, -0.15}) {
     SCOPED_TRACE(offset);
     const Pair pair = makePair(4.0, offset, 20e-6);
-    Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                          kInterval, kLength, 16, kRate, Calculator::kPostResampler);
-    calculator.calculateTimeError();
+    const Calculator calculator = calculate(pair, kInterval, kLength);
     int64_t used = 0;
     // Within 5 ns even where the recordings' ends leave only half a window to correlate.
     EXPECT_LT(worstError(calculator, kLength, offset, 20e-6, &used), 5e-9);
@@ -449,9 +459,7 @@ TEST(AudioTimeErrorCalculator, SilentStretchesGiveNoValuesAndTrackingResumesAfte
   constexpr double kOffset = 0.01, kDrift = 100e-6;
   // Signal time 2 s to 4 s is silent in both recordings.
   const Pair pair = makePair(8.0, kOffset, kDrift, 2.0, 4.0);
-  Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                        kInterval, kLength, 16, kRate, Calculator::kPostResampler);
-  calculator.calculateTimeError();
+  const Calculator calculator = calculate(pair, kInterval, kLength);
   int64_t silent = 0, usedAfter = 0;
   for (const auto& window : calculator.windows()) {
     const double begin = window.start / kRate, end = (window.start + kLength) / kRate;
@@ -477,19 +485,28 @@ TEST(AudioTimeErrorCalculator, SilentStretchesGiveNoValuesAndTrackingResumesAfte
 
   // Silence throughout: every window is silent and there is no series.
   const std::vector<float> zeros(40000, 0.0f);
-  Calculator quiet(zeros.data(), zeros.data(), 40000, kInterval, kLength, 16, kRate, 2);
-  quiet.calculateTimeError();
+  const Calculator quiet = calculate({zeros, zeros}, kInterval, kLength);
   EXPECT_EQ(countStatus(quiet, Status::Silent), 99);
   EXPECT_TRUE(quiet.timeErrors().empty());
+  for (const auto& window : quiet.windows()) {
+    EXPECT_EQ(window.integerLag, 0) << window.start;  // no delay known, none shown
+  }
 
   // Channel B cut to digital zero for a second while A sounds: no lag is judged on B's silence,
-  // so every window keeps within a twentieth of a sample of the delay.
+  // so every window keeps within a twentieth of a sample of the delay, and one whose partner
+  // stretch of B holds signal in less than a quarter of it (the window at 47600 sees 116 of 512
+  // samples) is silent.
   Pair cut = makePair(8.0, kOffset, kDrift);
-  std::fill(cut.b.begin() + 40000, cut.b.begin() + 48000, 0.0f);
-  Calculator deaf(cut.a.data(), cut.b.data(), static_cast<int64_t>(cut.a.size()), kInterval,
-                  kLength, 16, kRate, 2);
-  deaf.calculateTimeError();
+  std::fill(cut.b.begin() + 40000, cut.b.begin() + 48080, 0.0f);
+  const Calculator deaf = calculate(cut, kInterval, kLength);
   EXPECT_LT(worstError(deaf, kLength, kOffset, kDrift), 0.05 / kRate);
+  for (const auto& window : deaf.windows()) {
+    const auto from = window.start + std::llround(kOffset * kRate + kDrift * window.start);
+    const auto heard = std::count_if(cut.b.begin() + std::min<int64_t>(from, 64000),
+                                     cut.b.begin() + std::min<int64_t>(from + kLength, 64000),
+                                     [](float sample) { return sample != 0.0f; });
+    EXPECT_EQ(window.status == Status::Silent, 4 * heard < kLength) << window.start;
+  }
 
   // One channel replaced by unrelated noise: the windows are weak, not measured.
   std::mt19937 random(3);
@@ -498,9 +515,7 @@ TEST(AudioTimeErrorCalculator, SilentStretchesGiveNoValuesAndTrackingResumesAfte
   for (float& sample : unrelated) {
     sample = noise(random);
   }
-  Calculator mismatched(pair.a.data(), unrelated.data(), static_cast<int64_t>(pair.a.size()),
-                        kInterval, kLength, 16, kRate, 2);
-  mismatched.calculateTimeError();
+  const Calculator mismatched = calculate({pair.a, unrelated}, kInterval, kLength);
   EXPECT_TRUE(mismatched.timeErrors().empty());
   EXPECT_EQ(countStatus(mismatched, Status::Weak) + countStatus(mismatched, Status::Silent),
             static_cast<int64_t>(mismatched.windows().size()));
@@ -532,6 +547,7 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
       {"huge correlation length", a, b, 8000, 800, kInt64Max, 16, kRate, 2},
       {"huge everything", a, b, 8000, kInt64Max, kInt64Max, kInt64Max, kRate, kInt64Max},
       {"resampler, upscaled window too long", a, b, 8000, 800, 1024, kInt64Max, kRate, 1},
+      {"resampler, upscaled window just too long", a, b, 8000, 800, 1024, 4097, kRate, 1},
       {"one sample per window and interval", a, b, 1, 1, 1, 1, kRate, 0},
   };
   TestSupport::TempDir dir;
@@ -545,11 +561,14 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
     EXPECT_EQ(TestSupport::readFile(dir / "series.csv"), "time,time_error\n");
   }
 
-  // A huge interval leaves just the first window; a huge upscale factor still resolves finely.
-  Calculator sparse(a, b, 8000, kInt64Max, 1024, kInt64Max, kRate, 2);
-  sparse.calculateTimeError();
+  // A huge interval leaves just the first window; a huge upscale factor still resolves finely;
+  // an interval of one sample is accepted: a window at every sample.
+  const Calculator sparse = calculate(pair, kInt64Max, 1024, kInt64Max);
   ASSERT_EQ(sparse.timeErrors().size(), 1u);
   EXPECT_LT(worstError(sparse, 1024, 0.001, 0.0), 1e-9);
+  const Calculator dense = calculate(makePair(0.5, 0.001), 1, 1024);
+  EXPECT_EQ(dense.windows().size(), 4000u - 1024 + 1);
+  EXPECT_FALSE(dense.timeErrors().empty());
 }
 
 TEST(AudioTimeErrorCalculator, UnknownCorrelationTypesMeanPostResampler) {
@@ -567,12 +586,9 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
   constexpr int64_t kInterval = 4000, kLength = 1024;
   // One second of silence in the middle of four.
   const Pair pair = makePair(4.0, 0.0125, 0.0, 1.6, 2.6);
-  Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                        kInterval, kLength, 16, kRate, Calculator::kPostResampler);
-  calculator.calculateTimeError();
+  const Calculator calculator = calculate(pair, kInterval, kLength);
   TestSupport::TempDir dir;
   ASSERT_TRUE(calculator.exportTimeErrorToDirectoryURL(dir.path(), "x_audio_time_error.csv"));
-  ASSERT_TRUE(calculator.exportTimeErrorToPath(dir.path().string()));
 
   // time,time_error: one row per used window, both in seconds.
   std::istringstream series(TestSupport::readFile(dir / "x_audio_time_error.csv"));
@@ -598,15 +614,7 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
   }
 
   // The diagnostic file: one row per window, silent ones included.
-  std::istringstream windows(TestSupport::readFile(dir / Calculator::kWindowExportFileName));
-  ASSERT_TRUE(std::getline(windows, line));
-  EXPECT_EQ(line,
-            "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
-            "delay_uncertainty,peak_ratio,b_inverted");
-  std::vector<std::string> lines;
-  while (std::getline(windows, line)) {
-    lines.push_back(line);
-  }
+  const std::vector<std::string> lines = exportedWindows(calculator);
   ASSERT_EQ(lines.size(), calculator.windows().size());
   EXPECT_EQ(lines[0].substr(0, 18), "0,100,100.00000000");
   int64_t silent = 0;

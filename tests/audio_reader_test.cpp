@@ -373,6 +373,18 @@ TEST(AudioFileReader, RefusesWhatIsNotAudioAndLeavesNothingOpen) {
   TestSupport::writeFile(dir / "data-cut.wav", wav.substr(0, 44 + 2 * 600 + 1));
   const std::vector<float> shortened = readWhole(dir / "data-cut.wav");
   EXPECT_EQ(shortened, std::vector<float>(testSignal(600, 1)));
+
+  // Cut while open: a read delivers the frames still there, without an error.
+  AudioFileReaderRef reader = nullptr;
+  ASSERT_EQ(AudioFileReaderOpen(dir / "good.wav", &reader), kAudioFileReaderNoError);
+  ASSERT_EQ(setClientFormat(reader, clientFormat(8000)), kAudioFileReaderNoError);
+  std::filesystem::resize_file(dir / "good.wav", 44 + 2 * 600);
+  std::vector<float> out(1000);
+  uint32_t delivered = 0;
+  EXPECT_EQ(readFrames(reader, 1000, out.data(), &delivered), kAudioFileReaderNoError);
+  out.resize(delivered);
+  EXPECT_EQ(out, testSignal(600, 1));
+  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
 }
 
 // Writes the recording through a pipe, as an encoder writing to standard output does: the

@@ -22,6 +22,7 @@
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
+#include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
 #include "VDPAudioPlotScripts.h"
 #include "VDPFileSystem.h"
@@ -259,6 +260,8 @@ TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
   // Valid multi-byte text passes through.
   EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
   EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
+  EXPECT_EQ(linesOf("\xE2\x82\xAC \xF0\x9F\x98\x80\n"), (Lines{"\xE2\x82\xAC \xF0\x9F\x98\x80"}));
+  EXPECT_EQ(linesOf("\x80\x80\n"), Lines{});  // continuation bytes without a lead
   // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
   // so the rest of the broken line arrives as a line of its own.
   const std::string block(1000, 'a');
@@ -326,8 +329,10 @@ TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
   // The top half of the unsigned range is reachable; beyond it saturates.
   EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
   EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
-  // Negative times wrap like two's complement.
+  // Negative times wrap like two's complement; not a number is zero.
   EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
+  EXPECT_EQ(timestampFromSeconds(NAN), 0u);
+  EXPECT_EQ(errorFromSeconds(NAN), 0);
 }
 
 TEST(LineGrammar, TimeError) {
@@ -342,6 +347,10 @@ TEST(LineGrammar, TimeError) {
   EXPECT_EQ(values[0].error(), 2);
   EXPECT_EQ(values[1].timestamp(), 2000000000u);
   EXPECT_EQ(values[1].error(), -1);
+  // The osprey grammar says whether a line was a sample (what it reads is pinned by its run).
+  VDPAnalyseOsprey::SlaveValues slaves;
+  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", slaves));
+  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("150,0,1,0,2,0,3,0,0,0", slaves));
 }
 
 }  // namespace

@@ -251,6 +251,16 @@ TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
             "Failed to write \"" + (dir / "missing" / "new.csv").string() +
                 "\" with error No such file or directory.\n");
   EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n");
+  // With standard input closed (as a service may start the tool) the file written next gets
+  // descriptor 0, and is written all the same.
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  csv.appendText("0,1\n");
+  const bool written = csv.writeToFile(dir / "kept.csv");
+  dup2(input, STDIN_FILENO);
+  close(input);
+  EXPECT_TRUE(written);
+  EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n0,1\n");
   EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
 }
 
