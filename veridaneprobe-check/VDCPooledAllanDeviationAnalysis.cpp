@@ -2,23 +2,6 @@
 
 #include <cmath>
 
-VDCPooledAllanDeviationAnalysis::VDCPooledAllanDeviationAnalysis(
-    const std::vector<VDTimeErrorValue>& values,
-    const std::vector<VDCContinuity::Segment>& segments)
-    : VDAllanDeviationAnalysis(values), _segments(values, segments) {
-  _tau0 = _segments.tau0();
-}
-
-VDCGapSegments::LargestWindow VDCPooledAllanDeviationAnalysis::largestOfSegment() const {
-  return [this](int64_t sampleCount) {
-    return VDAllanDeviationAnalysis::largestWindowSize(sampleCount);
-  };
-}
-
-int64_t VDCPooledAllanDeviationAnalysis::largestWindowSize(int64_t /*sampleCount*/) const {
-  return _segments.largestWindowSize(largestOfSegment());
-}
-
 std::vector<VDStatisticPoint> VDCPooledAllanDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   const VDCGapSegments::Pooled pooled = _segments.pooledSums(

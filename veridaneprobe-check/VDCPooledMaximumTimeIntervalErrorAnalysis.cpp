@@ -4,24 +4,6 @@
 
 #include "VDMaximumRangeSearch.h"
 
-VDCPooledMaximumTimeIntervalErrorAnalysis::VDCPooledMaximumTimeIntervalErrorAnalysis(
-    const std::vector<VDTimeErrorValue>& values,
-    const std::vector<VDCContinuity::Segment>& segments)
-    : VDMaximumTimeIntervalErrorAnalysis(values), _segments(values, segments) {
-  _tau0 = _segments.tau0();
-}
-
-VDCGapSegments::LargestWindow VDCPooledMaximumTimeIntervalErrorAnalysis::largestOfSegment() const {
-  return [this](int64_t sampleCount) {
-    return VDMaximumTimeIntervalErrorAnalysis::largestWindowSize(sampleCount);
-  };
-}
-
-int64_t VDCPooledMaximumTimeIntervalErrorAnalysis::largestWindowSize(
-    int64_t /*sampleCount*/) const {
-  return _segments.largestWindowSize(largestOfSegment());
-}
-
 std::vector<VDStatisticPoint> VDCPooledMaximumTimeIntervalErrorAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   std::vector<VDStatisticPoint> points;

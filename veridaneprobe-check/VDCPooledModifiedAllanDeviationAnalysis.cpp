@@ -2,23 +2,6 @@
 
 #include <cmath>
 
-VDCPooledModifiedAllanDeviationAnalysis::VDCPooledModifiedAllanDeviationAnalysis(
-    const std::vector<VDTimeErrorValue>& values,
-    const std::vector<VDCContinuity::Segment>& segments)
-    : VDModifiedAllanDeviationAnalysis(values), _segments(values, segments) {
-  _tau0 = _segments.tau0();
-}
-
-VDCGapSegments::LargestWindow VDCPooledModifiedAllanDeviationAnalysis::largestOfSegment() const {
-  return [this](int64_t sampleCount) {
-    return VDModifiedAllanDeviationAnalysis::largestWindowSize(sampleCount);
-  };
-}
-
-int64_t VDCPooledModifiedAllanDeviationAnalysis::largestWindowSize(int64_t /*sampleCount*/) const {
-  return _segments.largestWindowSize(largestOfSegment());
-}
-
 std::vector<VDStatisticPoint> VDCPooledModifiedAllanDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   const VDCGapSegments::Pooled pooled =

@@ -1,26 +1,19 @@
 #pragma once
 
-#include "VDCGapSegments.h"
+#include "VDCPooledAnalysis.h"
 #include "VDModifiedAllanDeviationAnalysis.h"
 
 // A VDCPooledModifiedAllanDeviationAnalysis is the modified Allan deviation of a series with gaps,
 // pooled over its continuous segments (VDCGapSegments): the segments' sums of squared averaged
 // second differences and their term counts add up before the one division and square root.
-class VDCPooledModifiedAllanDeviationAnalysis : public VDModifiedAllanDeviationAnalysis {
+class VDCPooledModifiedAllanDeviationAnalysis : public VDCPooledAnalysis<VDModifiedAllanDeviationAnalysis> {
  public:
-  VDCPooledModifiedAllanDeviationAnalysis(const std::vector<VDTimeErrorValue>& values,
-                                          const std::vector<VDCContinuity::Segment>& segments);
+  using VDCPooledAnalysis::VDCPooledAnalysis;
 
   // The sums of one segment (without its bounds), for the time deviation too.
   static std::vector<double> modifiedSumsOnly(const std::vector<int64_t>& errors,
                                               const VDWindowRange& windows);
 
  protected:
-  int64_t largestWindowSize(int64_t sampleCount) const override;
   std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;
-
- private:
-  VDCGapSegments::LargestWindow largestOfSegment() const;
-
-  VDCGapSegments _segments;
 };

@@ -2,26 +2,6 @@
 
 #include <cmath>
 
-VDCPooledRootMeanSquaredTimeIntervalErrorAnalysis::
-    VDCPooledRootMeanSquaredTimeIntervalErrorAnalysis(
-        const std::vector<VDTimeErrorValue>& values,
-        const std::vector<VDCContinuity::Segment>& segments)
-    : VDRootMeanSquaredTimeIntervalErrorAnalysis(values), _segments(values, segments) {
-  _tau0 = _segments.tau0();
-}
-
-VDCGapSegments::LargestWindow VDCPooledRootMeanSquaredTimeIntervalErrorAnalysis::largestOfSegment()
-    const {
-  return [this](int64_t sampleCount) {
-    return VDRootMeanSquaredTimeIntervalErrorAnalysis::largestWindowSize(sampleCount);
-  };
-}
-
-int64_t VDCPooledRootMeanSquaredTimeIntervalErrorAnalysis::largestWindowSize(
-    int64_t /*sampleCount*/) const {
-  return _segments.largestWindowSize(largestOfSegment());
-}
-
 std::vector<VDStatisticPoint> VDCPooledRootMeanSquaredTimeIntervalErrorAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   const VDCGapSegments::Pooled pooled = _segments.pooledSums(

@@ -4,23 +4,6 @@
 
 #include "VDCPooledModifiedAllanDeviationAnalysis.h"
 
-VDCPooledTimeDeviationAnalysis::VDCPooledTimeDeviationAnalysis(
-    const std::vector<VDTimeErrorValue>& values,
-    const std::vector<VDCContinuity::Segment>& segments)
-    : VDTimeDeviationAnalysis(values), _segments(values, segments) {
-  _tau0 = _segments.tau0();
-}
-
-VDCGapSegments::LargestWindow VDCPooledTimeDeviationAnalysis::largestOfSegment() const {
-  return [this](int64_t sampleCount) {
-    return VDTimeDeviationAnalysis::largestWindowSize(sampleCount);
-  };
-}
-
-int64_t VDCPooledTimeDeviationAnalysis::largestWindowSize(int64_t /*sampleCount*/) const {
-  return _segments.largestWindowSize(largestOfSegment());
-}
-
 std::vector<VDStatisticPoint> VDCPooledTimeDeviationAnalysis::evaluateWindows(
     const VDWindowRange& windows) const {
   using Modified = VDCPooledModifiedAllanDeviationAnalysis;

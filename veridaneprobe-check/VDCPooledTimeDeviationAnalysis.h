@@ -1,22 +1,15 @@
 #pragma once
 
-#include "VDCGapSegments.h"
+#include "VDCPooledAnalysis.h"
 #include "VDTimeDeviationAnalysis.h"
 
 // A VDCPooledTimeDeviationAnalysis is the time deviation of a series with gaps, pooled over its
 // continuous segments (VDCGapSegments): tau/sqrt(3) times the pooled modified Allan deviation, with
 // its bounds.
-class VDCPooledTimeDeviationAnalysis : public VDTimeDeviationAnalysis {
+class VDCPooledTimeDeviationAnalysis : public VDCPooledAnalysis<VDTimeDeviationAnalysis> {
  public:
-  VDCPooledTimeDeviationAnalysis(const std::vector<VDTimeErrorValue>& values,
-                                 const std::vector<VDCContinuity::Segment>& segments);
+  using VDCPooledAnalysis::VDCPooledAnalysis;
 
  protected:
-  int64_t largestWindowSize(int64_t sampleCount) const override;
   std::vector<VDStatisticPoint> evaluateWindows(const VDWindowRange& windows) const override;
-
- private:
-  VDCGapSegments::LargestWindow largestOfSegment() const;
-
-  VDCGapSegments _segments;
 };
