@@ -12,7 +12,7 @@
 
 #include "VDAudioTracking.h"
 #include "VDAudioWindowExport.h"
-#include "VDCoarseOffsetSearch.h"
+#include "VDDelayAcquisition.h"
 #include "VDCorrelationPeak.h"
 #include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
@@ -34,13 +34,9 @@ constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
 constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
 
 constexpr double kMinimumPeakCorrelation = VDLagSearch::kMinimumPeakCorrelation;
-constexpr double kSearchPeakRatio = 1.5;
 // A search for a step may settle for less, as two windows must then confirm what it found.
 constexpr double kStepSearchPeakRatio = 1.15;
 constexpr double kSearchStretchSeconds = 0.25;
-// The first match is searched for again this much later for a first estimate of the drift.
-constexpr double kFirstDriftSeconds = 1.0;
-constexpr size_t kCoarseCandidates = 3;
 
 constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
 constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
@@ -63,7 +59,6 @@ constexpr double kTrackedUncertaintySeconds = 0.5e-6;
 // (kLoudOverQuiet times its quietest window's mean square, in a recording whose measured windows
 // are kPausesBelowSignal times above that), or after kUnconditionalSearchSeconds without a
 // value; pauses in speech cost no searches.
-constexpr double kFirstRetrySeconds = 0.5;
 constexpr double kLongestRetrySeconds = 8.0;
 constexpr double kNearSearchSeconds = 0.05;
 constexpr double kNearSearchSpacingSeconds = 0.5;
@@ -156,7 +151,6 @@ VDAudioTimeErrorCalculator::Tracking VDAudioTimeErrorCalculator::newTracking() c
   // A short stretch: with the clocks drifting, a long one would hold many different lags.
   tracking.searchLength =
       std::min(std::max(windowLength, secondsInSamples(kSearchStretchSeconds)), _length);
-  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.warpedB.resize(static_cast<size_t>(windowLength + 2 * kLagMargin));
   tracking.correlation.resize(2 * kLagMargin + 1);
@@ -168,10 +162,10 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
   if (!parametersUsable()) {
     return;
   }
-  VDCoarseOffsetSearch coarse(_channelA, _channelB, _length, _samplingRate);
+  const VDDelayAcquisition acquisition(_channelA, _channelB, _length, _samplingRate);
   // The transforms are planned once here and lent to the backward pass.
   Tracking tracking = newTracking();
-  tracking.coarse = &coarse;
+  tracking.acquisition = &acquisition;
   const size_t transformSize =
       VDFFTCorrelator::fastSize(static_cast<size_t>(_correlationLength + 2 * kLagMargin));
   tracking.forwardCorrelator = std::make_unique<VDFFTCorrelator>(transformSize);
@@ -246,9 +240,9 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
 
   double predicted = tracking.predictedDelay(centre);
   Peak peak;
-  const WindowStatus status = measureAt(
-      start, predicted, tracking.polarity, tracking.tolerance(centre),
-      !tracking.driftKnown() || tracking.tolerance(centre) > 2 * kPeakTolerance, tracking, peak);
+  const WindowStatus status =
+      measureAt(start, predicted, tracking.polarity, tracking.tolerance(centre),
+                tracking.clearPeakNeeded(centre), tracking, peak);
   fillWindow(predicted, tracking.polarity, peak, window);
   if (status == WindowStatus::Used) {
     acceptWindow(start, predicted, peak, meanSquare, tracking, window);
@@ -389,7 +383,6 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   window.delayUncertainty = peak.uncertainty;
   tracking.candidate.reset();
   tracking.lastUsedStart = start;
-  tracking.coarseSpacing = secondsInSamples(kFirstRetrySeconds);
   // The first failing window after a value may search widely at once: a step shows there.
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.nextWideSearch = start;
@@ -465,71 +458,49 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
 }
 
 bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
-  std::optional<SearchHit> hit = searchCoarse(start, tracking);
-  if (!hit) {
+  const double centre = windowCentre(start);
+  const VDDelayAcquisition::Line* line = tracking.acquisition->lineAt(centre);
+  if (line == nullptr) {
     return false;
   }
-  // The same search a second later: a first estimate of the drift (a long window at a high
-  // drift sees the delay change by many samples across it, which smears its correlation until B
-  // is read through the drift), and a second opinion where the first match's peak did not stand
-  // far above the others (a sustained note matches at several lags).
-  std::optional<SearchHit> next;
-  const int64_t later = start + secondsInSamples(kFirstDriftSeconds);
-  if (later + tracking.searchLength <= _length) {
-    const int64_t range =
-        kTrackingRadius +
-        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(later - start)));
-    next = searchOffset(later, hit->lag, range, kStepSearchPeakRatio, tracking);
-    if (next && next->polarity != hit->polarity) {
-      next.reset();
-    }
-  }
-  if (!(hit->prominence >= kSearchPeakRatio) && !next) {
-    return false;
-  }
-  tracking.anchor(hit->centre, static_cast<double>(hit->lag));
-  tracking.polarity = hit->polarity;
+  // On a whole sample, as the local searches give it: the window then measures the fraction.
+  tracking.anchor(centre, std::round(line->delayAt(centre)));
+  tracking.polarity = line->polarity;
   tracking.forgetDrift();
-  if (next) {
-    tracking.drift =
-        std::clamp(static_cast<double>(next->lag - hit->lag) / (next->centre - hit->centre),
-                   -kMaximumDrift, kMaximumDrift);
-  }
+  // A drift the line cannot tell from none is taken as none until the windows measure it.
+  tracking.drift = std::fabs(line->drift) > 2.0 * line->driftUncertainty ? line->drift : 0.0;
+  tracking.driftFromLine = true;
+  tracking.lineTolerance = line->tolerance;
+  tracking.lineDriftUncertainty = line->driftUncertainty;
   return true;
 }
 
-std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchCoarse(
-    int64_t start, Tracking& tracking) const {
-  if (start < tracking.coarseFrom || start >= tracking.coarseUntil) {
-    // The last coarse matches no longer cover this window: a new coarse search, when due.
-    if (start < tracking.nextCoarseSearch) {
-      return std::nullopt;
-    }
-    VDCoarseOffsetSearch& coarse = *tracking.coarse;
-    tracking.coarseLags = coarse.candidates(start, kCoarseCandidates);
-    tracking.coarseStretchStart = coarse.stretchStart(start);
-    tracking.coarseFrom = start;
-    tracking.coarseUntil = tracking.coarseStretchStart + coarse.stretchLength();
-    tracking.nextCoarseSearch = start + tracking.coarseSpacing;
-    tracking.coarseSpacing =
-        std::min(2 * tracking.coarseSpacing, secondsInSamples(kLongestRetrySeconds));
-    if (tracking.coarseLags.empty()) {
-      // A steady sound (a hum, noise, many tones) has no loudness pattern, and a drift smears
-      // the fast flicker it has: then the samples themselves are searched, within +-2 s.
-      return searchOffset(start, 0, secondsInSamples(kWideSearchSeconds), kSearchPeakRatio,
-                          tracking);
-    }
+std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchLines(
+    int64_t start, double predicted, Tracking& tracking) const {
+  // The acquisition's lines, nearest first: after a step the delay lies on another one.
+  const double centre = windowCentre(start);
+  std::vector<const VDDelayAcquisition::Line*> lines;
+  for (const VDDelayAcquisition::Line& line : tracking.acquisition->lines()) {
+    lines.push_back(&line);
   }
-  for (int64_t lag : tracking.coarseLags) {
-    // The coarse lag holds for the whole stretch to a block or two; a drift moves the lag at
-    // this window away from it by up to kMaximumDrift of the distance.
-    const int64_t distance =
-        std::abs(start - tracking.coarseStretchStart) + tracking.coarse->stretchLength();
-    const int64_t range =
-        2 * tracking.coarse->blockLength() +
-        static_cast<int64_t>(std::ceil(kMaximumDrift * static_cast<double>(distance)));
+  const auto distance = [centre](const VDDelayAcquisition::Line* line) {
+    double nearest = std::numeric_limits<double>::infinity();
+    for (double at : line->supportedAt) {
+      nearest = std::min(nearest, std::fabs(at - centre));
+    }
+    return nearest;
+  };
+  std::stable_sort(lines.begin(), lines.end(), [&](const auto* x, const auto* y) {
+    return distance(x) < distance(y);
+  });
+  for (const VDDelayAcquisition::Line* line : lines) {
+    const double delay = line->delayAt(centre);
+    if (std::fabs(delay - predicted) <= kPeakTolerance && line->polarity == tracking.polarity) {
+      continue;
+    }
+    const int64_t range = static_cast<int64_t>(std::ceil(line->tolerance)) + kTrackingRadius;
     if (std::optional<SearchHit> hit =
-            searchOffset(start, lag, range, kSearchPeakRatio, tracking)) {
+            searchOffset(start, std::llround(delay), range, kStepSearchPeakRatio, tracking)) {
       return hit;
     }
   }
@@ -573,7 +544,7 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     }
   }
   if (due && sinceUsed >= secondsInSamples(kCoarseSearchAfterSeconds)) {
-    std::optional<SearchHit> hit = searchCoarse(start, tracking);
+    std::optional<SearchHit> hit = searchLines(start, predicted, tracking);
     if (differs(hit)) {
       return hit;
     }

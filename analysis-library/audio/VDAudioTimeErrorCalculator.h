@@ -182,7 +182,7 @@ class VDAudioTimeErrorCalculator {
                                Peak& peak) const;
   double refinedDelay(int64_t start, double predicted, const Peak& peak, Tracking& tracking) const;
   bool findFirstOffset(int64_t start, Tracking& tracking) const;
-  std::optional<SearchHit> searchCoarse(int64_t start, Tracking& tracking) const;
+  std::optional<SearchHit> searchLines(int64_t start, double predicted, Tracking& tracking) const;
   std::optional<SearchHit> searchStep(int64_t start, double predicted, bool loud, bool quiet,
                                       Tracking& tracking) const;
   std::optional<SearchHit> searchOffset(int64_t start, int64_t around, int64_t range,

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "VDAudioTimeErrorCalculator.h"
-#include "VDCoarseOffsetSearch.h"
+#include "VDDelayAcquisition.h"
 #include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
 
@@ -39,15 +39,9 @@ struct VDAudioTracking : VDDelayLine {
   int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
   int64_t nextWideSearch = std::numeric_limits<int64_t>::min();
   int64_t wideSpacing = 0;
-  int64_t nextCoarseSearch = std::numeric_limits<int64_t>::min();
-  int64_t coarseSpacing = 0;
-  std::vector<int64_t> coarseLags;  // the last coarse search's matches, valid for
-  int64_t coarseFrom = 0;           // windows starting in [coarseFrom, coarseUntil)
-  int64_t coarseUntil = 0;
-  int64_t coarseStretchStart = 0;
 
   int64_t searchLength = 0;  // fine searches: samples of channel A
-  VDCoarseOffsetSearch* coarse = nullptr;
+  const VDDelayAcquisition* acquisition = nullptr;
   std::unique_ptr<VDFFTCorrelator> forwardCorrelator;                    // A's window, B sliding
   std::unique_ptr<VDFFTCorrelator> backwardCorrelator;                   // B's window, A sliding
   std::map<size_t, std::unique_ptr<VDFFTCorrelator>> searchCorrelators;  // by transform size

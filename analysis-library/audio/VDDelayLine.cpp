@@ -4,8 +4,16 @@
 #include <cmath>
 
 double VDDelayLine::toleranceOver(double distance) const {
-  const double driftError = driftKnown() ? kDriftUncertainty : kMaximumDrift;
-  return kPeakTolerance + driftError * distance;
+  const double driftError = driftKnown()    ? kDriftUncertainty
+                            : driftFromLine ? std::max(kDriftUncertainty, lineDriftUncertainty)
+                                            : kMaximumDrift;
+  const double fromLine = history.empty() ? lineTolerance : 0.0;
+  return kPeakTolerance + fromLine + driftError * distance;
+}
+
+bool VDDelayLine::clearPeakNeeded(double centre) const {
+  const double fromLine = history.empty() ? lineTolerance : 0.0;
+  return !(driftKnown() || driftFromLine) || tolerance(centre) - fromLine > 2 * kPeakTolerance;
 }
 
 void VDDelayLine::remember(double centre, double delay) {

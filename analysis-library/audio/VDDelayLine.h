@@ -26,6 +26,12 @@ class VDDelayLine {
   double anchorDelay = 0.0;                       // delay measured or found at anchorCentre
   double anchorCentre = 0.0;                      // channel A sample position
   double drift = 0.0;                             // estimate of d(delay)/d(time), dimensionless
+  // Set where the delay and drift came from the acquisition's line rather than from windows:
+  // the drift is then good to lineDriftUncertainty from the start, and the first window's peak
+  // may lie up to lineTolerance from the line.
+  bool driftFromLine = false;
+  double lineTolerance = 0.0;
+  double lineDriftUncertainty = kMaximumDrift;
   std::deque<std::pair<double, double>> history;  // (window centre, delay) of recent windows
 
   double predictedDelay(double centre) const {
@@ -34,6 +40,10 @@ class VDDelayLine {
 
   bool driftKnown() const { return history.size() >= kMinimumHistory; }
   bool lineFull() const { return history.size() >= kHistory; }
+
+  // Whether a peak at centre must also stand clear of the others in range: while the drift is
+  // not known yet, or after a gap long enough for its error to matter.
+  bool clearPeakNeeded(double centre) const;
 
   // How far from the prediction at centre a peak may lie and still be the delay followed.
   double tolerance(double centre) const { return toleranceOver(std::fabs(centre - anchorCentre)); }

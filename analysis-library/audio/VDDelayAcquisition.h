@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+// A VDDelayAcquisition finds, before any window is measured, where B's delay against A runs over
+// the whole recording: a few dozen segments of A, spread over it, are correlated with B over
+// +-60 s (early and late alike) on a decimated, whitened correlation, each keeping its highest
+// peaks of either sign; a straight line, offset + drift x position, is then fitted robustly
+// through the peaks that line up across segments. A repeating bar or a held note gives every
+// segment peaks at wrong lags too, but those differ from segment to segment and do not line up
+// with a drift below 1 %, while the true delay does. Steps and dropouts show as further lines of
+// the same slope, each supported by the segments after (or before) the step.
+class VDDelayAcquisition {
+ public:
+  // One line of the delay, in channel A samples: delay(position) = offset + drift position.
+  struct Line {
+    double offset = 0.0;
+    double drift = 0.0;
+    double polarity = 1.0;            // -1 when B is upside down along this line
+    double tolerance = 0.0;           // how far the true delay may lie from the line, samples
+    double driftUncertainty = 0.0;    // of the drift: a decimated sample over the line's span
+    double score = 0.0;               // its peaks' scores summed
+    std::vector<double> supportedAt;  // centres of the segments whose peaks lie on it
+
+    double delayAt(double position) const { return offset + drift * position; }
+  };
+
+  // The channels are borrowed; the search runs in the constructor.
+  VDDelayAcquisition(const float* channelA, const float* channelB, int64_t length,
+                     double samplingRate);
+
+  // Strongest first; empty when no two segments agree (or, in a recording too short for two,
+  // the one segment found nothing).
+  const std::vector<Line>& lines() const { return _lines; }
+
+  // The line whose supporting segments lie nearest to position; nullptr without lines.
+  const Line* lineAt(double position) const;
+
+  // True when a line of other offset came close to the strongest one on the same segments: the
+  // signal repeats itself exactly (a steady tone, identical clicks), so that the offset is known
+  // only modulo its period.
+  bool ambiguous() const { return _ambiguous; }
+
+  // Peaks below this many times the correlation's RMS over all lags are not kept: unrelated
+  // signals over 480,000 lags reach about 5.
+  static constexpr double kMinimumScore = 6.0;
+  static constexpr double kMaximumDrift = 1e-2;
+
+ private:
+  struct Peak {
+    int segment = 0;
+    double centre = 0.0;  // channel A samples
+    double lag = 0.0;     // samples
+    double polarity = 1.0;
+    double score = 0.0;
+  };
+
+  void findPeaks(const float* channelA, const float* channelB, int64_t length,
+                 double samplingRate);
+  // The segments' best peaks on the line through offset and drift, one per segment.
+  Line lineThrough(double offset, double drift, double polarity,
+                   const std::vector<bool>& available) const;
+  Line refitted(const Line& line, const std::vector<bool>& available) const;
+  void fitLines();
+
+  int64_t _factor = 1;  // native samples per decimated sample
+  int _segmentCount = 0;
+  std::vector<Peak> _peaks;
+  std::vector<Line> _lines;
+  bool _ambiguous = false;
+};
