@@ -33,7 +33,7 @@ constexpr double kLineTolerance = 2.0;
 // A competing line on the same segments within this fraction of the best one's score makes the
 // offset ambiguous.
 constexpr double kAmbiguousScore = 0.9;
-constexpr size_t kMostLines = 4;
+constexpr size_t kMostLines = 8;
 
 // Three moving averages of factor samples each, then every factor-th sample: what folds down
 // into the lower half of the decimated band is at least 26 dB down.
@@ -135,9 +135,13 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
                                     static_cast<double>(segment));
   }
   std::vector<Peak> found;
+  _segmentCentres.assign(static_cast<size_t>(_segmentCount), 0.0);
+  _segmentBestScore.assign(static_cast<size_t>(_segmentCount), 0.0);
   for (int s = 0; s < _segmentCount; ++s) {
     const int64_t start =
         _segmentCount == 1 ? 0 : s * (count - segment) / (_segmentCount - 1);
+    _segmentCentres[s] = (static_cast<double>(start) + static_cast<double>(segment) / 2.0) *
+                         static_cast<double>(_factor);
     double mean = 0.0;
     for (int64_t n = 0; n < segment; ++n) {
       mean += a[start + n];
@@ -181,8 +185,7 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
       const double fraction = bend < 0.0 ? std::clamp(0.5 * (below - above) / bend, -0.5, 0.5) : 0;
       Peak peak;
       peak.segment = s;
-      peak.centre = (static_cast<double>(start) + static_cast<double>(segment) / 2.0) *
-                    static_cast<double>(_factor);
+      peak.centre = _segmentCentres[s];
       peak.lag = (static_cast<double>(k - range) + fraction) * static_cast<double>(_factor);
       peak.polarity = sign;
       peak.score = magnitude / rms;
@@ -192,6 +195,9 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
     std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept),
                       found.end(), [](const Peak& x, const Peak& y) { return x.score > y.score; });
     _peaks.insert(_peaks.end(), found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept));
+    if (kept > 0) {
+      _segmentBestScore[s] = found.front().score;
+    }
   }
 }
 
@@ -218,6 +224,15 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
     if (peak != nullptr) {
       line.score += peak->score;
       line.supportedAt.push_back(peak->centre);
+    }
+  }
+  line.netScore = line.score;
+  if (!line.supportedAt.empty()) {
+    for (int s = 0; s < _segmentCount; ++s) {
+      if (available[s] && best[s] == nullptr && _segmentCentres[s] > line.supportedAt.front() &&
+          _segmentCentres[s] < line.supportedAt.back()) {
+        line.netScore -= _segmentBestScore[s];
+      }
     }
   }
   return line;
@@ -278,11 +293,7 @@ void VDDelayAcquisition::fitLines() {
       proposers.push_back(&peak);
     }
   }
-  const auto better = [](const Line& x, const Line& y) {
-    return x.supportedAt.size() != y.supportedAt.size()
-               ? x.supportedAt.size() > y.supportedAt.size()
-               : x.score > y.score;
-  };
+  const auto better = [](const Line& x, const Line& y) { return x.netScore > y.netScore; };
   const auto strongest = [&](const std::vector<Line>& candidates) {
     return std::min_element(candidates.begin(), candidates.end(), better);
   };

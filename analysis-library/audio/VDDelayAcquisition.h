@@ -21,6 +21,10 @@ class VDDelayAcquisition {
     double tolerance = 0.0;           // how far the true delay may lie from the line, samples
     double driftUncertainty = 0.0;    // of the drift: a decimated sample over the line's span
     double score = 0.0;               // its peaks' scores summed
+    // The score less the best peaks of the segments within its span that have none on it: a
+    // line across a staircase of steps meets a few segments of each stair, and every segment
+    // it passes by speaks against it.
+    double netScore = 0.0;
     std::vector<double> supportedAt;  // centres of the segments whose peaks lie on it
 
     double delayAt(double position) const { return offset + drift * position; }
@@ -67,6 +71,8 @@ class VDDelayAcquisition {
   int64_t _factor = 1;  // native samples per decimated sample
   int _segmentCount = 0;
   std::vector<Peak> _peaks;
+  std::vector<double> _segmentCentres;    // channel A samples
+  std::vector<double> _segmentBestScore;  // 0 for a segment without peaks
   std::vector<Line> _lines;
   bool _ambiguous = false;
 };
