@@ -11,7 +11,8 @@ namespace {
 // About 4 kHz after decimation: the band where music, speech and noise all carry most of their
 // energy, and few enough lags that +-60 s of B costs tens of milliseconds a segment.
 constexpr double kDecimatedRate = 4000.0;
-constexpr double kRangeSeconds = 60.0;
+// A little over a minute, so that an offset of a minute is found at any drift up to 1e-2.
+constexpr double kRangeSeconds = 61.0;
 // A second a segment: long enough for a clear peak at 10 dB, short enough that a drift of 1e-3
 // smears it by four decimated samples only.
 constexpr int64_t kSegmentLength = 4096;
@@ -229,7 +230,7 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
   line.netScore = line.score;
   if (!line.supportedAt.empty()) {
     for (int s = 0; s < _segmentCount; ++s) {
-      if (available[s] && best[s] == nullptr && _segmentCentres[s] > line.supportedAt.front() &&
+      if (best[s] == nullptr && _segmentCentres[s] > line.supportedAt.front() &&
           _segmentCentres[s] < line.supportedAt.back()) {
         line.netScore -= _segmentBestScore[s];
       }
@@ -352,7 +353,7 @@ void VDDelayAcquisition::fitLines() {
       break;
     }
     Line step = *strongest(candidates);
-    if (step.supportedAt.size() < minimumSupport) {
+    if (step.supportedAt.size() < minimumSupport || !(step.netScore > 0.0)) {
       break;
     }
     step.tolerance = main.tolerance;
