@@ -19,6 +19,7 @@
 #include "VDLagSearch.h"
 #include "VDPeakRefinement.h"
 #include "VDResamplingKernel.h"
+#include "VDUncertaintyCalibration.h"
 
 namespace {
 
@@ -40,15 +41,20 @@ constexpr double kSearchStretchSeconds = 0.25;
 
 constexpr double kPeakTolerance = VDDelayLine::kPeakTolerance;
 constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
-// A value whose standard uncertainty exceeds 208 ns (a hundredth of a sample at 48 kHz) is not
-// given while the drift is still being found: such windows (a quiet syllable, a note fading into
-// the noise) scatter by microseconds and would mislead the drift line. Once the drift is known
-// the prediction places the peak, so a noisier window is measured too, up to 500 ns (its stated
-// uncertainty still honest: at 20 dB SNR music gets a value in most windows instead of almost
-// none). Beyond that a value would wreck the statistics drawn from the series. The limits are
+// Only windows whose delay is known to 208 ns (a hundredth of a sample at 48 kHz) move the
+// drift line: a quiet syllable or a note fading into the noise scatters by microseconds. Where
+// the line already comes from the acquisition or from such windows, a noisier window still gets
+// its value, with its uncertainty, up to 2 us (beyond that the peak's shape says little about
+// where it lies); without either it gets none, as it might be a wrong match. Once every window
+// is measured, VDUncertaintyCalibration judges the values against each other. The limits are
 // times, not fractions of a sample, so that a recording at 96 kHz is held to the same.
-constexpr double kMaximumUncertaintySeconds = 0.01 / 48000.0;
-constexpr double kTrackedUncertaintySeconds = 0.5e-6;
+constexpr double kLineUncertaintySeconds = 0.01 / 48000.0;
+constexpr double kMaximumUncertaintySeconds = 2e-6;
+// A window more uncertain than this many times the typical one of the windows before it does not
+// move the line.
+constexpr double kNoisierThanTypical = 2.0;
+// A window above this is measured once more, centred on its peak.
+constexpr double kCentringUncertaintySeconds = 0.5e-6;
 
 // The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
 // then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
@@ -188,6 +194,7 @@ void VDAudioTimeErrorCalculator::calculateTimeError() {
       firstUsed = -1;
     }
   }
+  VDUncertaintyCalibration::apply(_windows, _samplingRate);
 }
 
 void VDAudioTimeErrorCalculator::measureBackwards(int64_t firstUsed, Tracking& tracking) {
@@ -350,11 +357,12 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
   }
   // Until the drift is known, a window at a high drift is smeared by it; its uncertainty is
   // judged once it has been measured again through the drift.
-  const bool judgeUncertainty = tracking.driftKnown() || !tracking.searchesAllowed;
+  const bool lineKnown = tracking.driftKnown() || tracking.driftFromLine;
+  const bool judgeUncertainty = lineKnown || !tracking.searchesAllowed;
   const double limit =
-      (tracking.driftKnown() ? kTrackedUncertaintySeconds : kMaximumUncertaintySeconds) *
-      _samplingRate;
-  if (status == WindowStatus::Used && judgeUncertainty && !(peak.uncertainty <= limit)) {
+      (lineKnown ? kMaximumUncertaintySeconds : kLineUncertaintySeconds) * _samplingRate;
+  const double centringLimit = std::min(limit, kCentringUncertaintySeconds * _samplingRate);
+  if (status == WindowStatus::Used && judgeUncertainty && !(peak.uncertainty <= centringLimit)) {
     // Far from a whole sample, a sound reaching near the Nyquist frequency correlates markedly
     // less at the whole-sample peak than at the true one, which would make it look noisy: once
     // more, centred between the samples where the peak lies.
@@ -390,6 +398,18 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       tracking.usedEnergy == 0.0
           ? meanSquare
           : tracking.usedEnergy + kUsedEnergyWeight * (meanSquare - tracking.usedEnergy);
+  // Measured, but too noisy to move the line: far above the windows before it, and above what
+  // a window must reach while the drift is found.
+  const bool typical = !(peak.uncertainty > kNoisierThanTypical * tracking.typicalUncertainty);
+  tracking.typicalUncertainty =
+      tracking.typicalUncertainty == 0.0
+          ? peak.uncertainty
+          : tracking.typicalUncertainty *
+                std::pow(peak.uncertainty / tracking.typicalUncertainty, kUsedEnergyWeight);
+  if (!(peak.uncertainty <= kLineUncertaintySeconds * _samplingRate) && !typical &&
+      (!tracking.history.empty() || tracking.driftFromLine)) {
+    return;
+  }
   if (tracking.history.empty()) {
     // The prediction was a whole-sample lag from a search (or a step), so the two directions'
     // windows met the signal up to half a sample apart and their pulls cancelled only in part.
@@ -425,7 +445,9 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       }
     }
     for (Window* earlier : tracking.provisional) {
-      if (!(earlier->delayUncertainty <= kMaximumUncertaintySeconds * _samplingRate)) {
+      const double limit =
+          tracking.driftFromLine ? kMaximumUncertaintySeconds : kLineUncertaintySeconds;
+      if (!(earlier->delayUncertainty <= limit * _samplingRate)) {
         earlier->status = WindowStatus::Uncertain;
       }
     }
