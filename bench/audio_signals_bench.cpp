@@ -216,7 +216,9 @@ struct Score {
     const double centre = (start + (kLength - 1) / 2.0) / kRate;
     double error = lag / kRate - (offset + kDrift * centre);
     if (period > 0) {
-      error -= period * std::round(error / period);
+      // B repeats with the period stretched by its clock: (1 + drift) period of A's time.
+      const double stretched = period * (1.0 + kDrift);
+      error -= stretched * std::round(error / stretched);
     }
     error = std::fabs(error);
     ++values;

@@ -26,6 +26,10 @@ namespace {
 // Window-to-window search range around the previous peak, samples each way. Drift moves the
 // peak by a small fraction of a sample per window; the margin absorbs jitter and fast drift.
 constexpr int64_t kTrackingRadius = 32;
+// A signal that repeats exactly (a steady tone) correlates alike a period apart: it is followed
+// by the peak nearest to the prediction, judged within this many samples.
+constexpr int64_t kPeriodicRadius = 4;
+constexpr double kPeriodicPeakCorrelation = 0.5;
 
 // The band-limited interpolator's reach, samples each way.
 constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
@@ -208,6 +212,7 @@ void VDAudioTimeErrorCalculator::measureBackwards(int64_t firstUsed, Tracking& t
   backwards.anchor(windowCentre(first.start), first.refinedLag);
   backwards.drift = tracking.drift;
   backwards.polarity = first.bInverted ? -1.0 : 1.0;
+  backwards.periodic = tracking.periodic;
   backwards.history = tracking.history;
   backwards.searchesAllowed = false;
   std::swap(backwards.forwardCorrelator, tracking.forwardCorrelator);
@@ -249,7 +254,7 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
   Peak peak;
   const WindowStatus status =
       measureAt(start, predicted, tracking.polarity, tracking.tolerance(centre),
-                tracking.clearPeakNeeded(centre), tracking, peak);
+                tracking.clearPeakNeeded(centre) && !tracking.periodic, tracking, peak);
   fillWindow(predicted, tracking.polarity, peak, window);
   if (status == WindowStatus::Used) {
     acceptWindow(start, predicted, peak, meanSquare, tracking, window);
@@ -482,13 +487,22 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
 bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
   const double centre = windowCentre(start);
   const VDDelayAcquisition::Line* line = tracking.acquisition->lineAt(centre);
+  tracking.forgetDrift();
   if (line == nullptr) {
-    return false;
+    // Nothing lines up across the recording, yet both channels may hold one steady tone, which
+    // the acquisition's whitening takes out: its delay is known modulo its period only, so the
+    // first window takes the highest peak near no delay at all, and the windows after it the
+    // peak nearest to the one before.
+    tracking.anchor(centre, 0.0);
+    tracking.polarity = 1.0;
+    tracking.drift = 0.0;
+    tracking.periodic = true;
+    tracking.lineTolerance = static_cast<double>(kTrackingRadius);
+    return true;
   }
   // On a whole sample, as the local searches give it: the window then measures the fraction.
   tracking.anchor(centre, std::round(line->delayAt(centre)));
   tracking.polarity = line->polarity;
-  tracking.forgetDrift();
   // A drift the line cannot tell from none is taken as none until the windows measure it.
   tracking.drift = std::fabs(line->drift) > 2.0 * line->driftUncertainty ? line->drift : 0.0;
   tracking.driftFromLine = true;
@@ -638,19 +652,21 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
-  const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - kTrackingRadius,
-                                 kTrackingRadius);
+  const int64_t radius = tracking.periodic && tracking.haveLine() ? kPeriodicRadius
+                                                                  : kTrackingRadius;
+  const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
   const int64_t best = judged.best();
   peak.offset = best;
   peak.ratio = judged.ratio();
   peak.clear = judged.clear();
   peak.onEdge = judged.onEdge();
-  double energyB = 0.0;
+  double energyA = 0.0, energyB = 0.0;
   for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
+    const double a = _channelA[start + n];
     const double b = tracking.warpedB[kLagMargin + best + n];
+    energyA += a * a;
     energyB += b * b;
   }
-  const double energyA = energy(_channelA, _length, start + tracking.validBegin, validCount);
   if (!(energyB > 0.0 && energyA > 0.0)) {
     return WindowStatus::Silent;
   }
@@ -659,7 +675,9 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
   // a sample from the whole-sample one.
   peak.uncertainty = VDCorrelationPeak::delayUncertainty(
       judged.curvature(), peak.correlation * judged.peakGain(), validCount);
-  if (!(peak.correlation >= kMinimumPeakCorrelation)) {
+  // Followed without a line, a window must show the tone clearly: unrelated noise in the other
+  // channel scores below half, a tone even at 10 dB SNR near one.
+  if (!(peak.correlation >= (tracking.periodic ? kPeriodicPeakCorrelation : kMinimumPeakCorrelation))) {
     return WindowStatus::Weak;
   }
   if (peak.onEdge) {

@@ -22,6 +22,9 @@ struct VDAudioTracking : VDDelayLine {
   double polarity = 1.0;             // -1 when B is measured upside down
   std::vector<Window*> provisional;  // windows of this track measured before the drift was known
   bool searchesAllowed = true;       // false when measuring backwards from the first match
+  bool periodic = false;             // no line was found: a steady tone, followed by its phase
+
+  bool haveLine() const { return !history.empty(); }
 
   // A step in the delay seen in one window, taken once the next window confirms it.
   struct Candidate {
