@@ -269,6 +269,96 @@ TEST(AudioTimeErrorCalculator, FollowsStepsInTheDelayWithinTwoWindows) {
   }
 }
 
+// A piece that repeats one 1.6 s pattern of bursts exactly, with a quieter part over it that
+// does not repeat: every stretch of A matches B nearly as well a whole number of patterns away
+// as at the delay. B lags or leads by delay samples; dropouts take samples out of B.
+Pair repeatingPair(double seconds, int64_t delay, int64_t dropoutEvery = 0, int64_t dropout = 0) {
+  const auto period = static_cast<int64_t>(1.6 * kRate);
+  const auto count = static_cast<int64_t>(seconds * kRate);
+  const int64_t margin = 2 * count;
+  std::vector<float> pattern(static_cast<size_t>(period));
+  std::vector<float> melody(static_cast<size_t>(2 * margin + count));
+  burstSignal().render(0.0, 0, period, pattern);
+  burstSignal().render(30.0, 0, 2 * margin + count, melody);
+  const auto piece = [&](int64_t n) {
+    return pattern[((n % period) + period) % period] + 0.3f * melody[n + margin];
+  };
+  Pair pair{std::vector<float>(static_cast<size_t>(count)),
+            std::vector<float>(static_cast<size_t>(count))};
+  for (int64_t n = 0; n < count; ++n) {
+    pair.a[n] = piece(n);
+    const int64_t removed = dropoutEvery > 0 ? (n / dropoutEvery) * dropout : 0;
+    pair.b[n] = piece(n - delay + removed);
+  }
+  return pair;
+}
+
+TEST(AudioTimeErrorCalculator, ARepeatingPieceIsMatchedAtItsDelayNotAPatternAway) {
+  struct Row {
+    const char* what;
+    double seconds;
+    int64_t delay, dropoutEvery, dropout;  // samples
+  };
+  const Row rows[] = {
+      {"B late by 0.75 s", 24, 6000, 0, 0},
+      {"B early by 12.3 s, more than half the recording", 24, -98400, 0, 0},
+      {"a dropout of 150 samples every 13 s", 40, 6000, 104000, 150},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    const Calculator calculator =
+        calculate(repeatingPair(row.seconds, row.delay, row.dropoutEvery, row.dropout));
+    int64_t used = 0, sounding = 0;
+    for (const auto& window : calculator.windows()) {
+      // The delay at the window's match in B, whole stairs of dropouts before it taken out.
+      const int64_t matchInB = window.start + row.delay;
+      const int64_t stairs = row.dropoutEvery > 0 ? matchInB / row.dropoutEvery : 0;
+      const bool crosses =
+          row.dropoutEvery > 0 && (matchInB + kBurstLength) / row.dropoutEvery != stairs;
+      const bool inB = matchInB >= 0 && matchInB + kBurstLength <= row.seconds * kRate;
+      sounding += inB && !crosses && window.status != Status::Silent ? 1 : 0;
+      if (window.status == Status::Used) {
+        ++used;
+        EXPECT_NEAR(window.refinedLag, row.delay - stairs * row.dropout, crosses ? 0.05 : 0.01)
+            << window.start;
+      }
+    }
+    EXPECT_GE(used, sounding * 9 / 10);
+    EXPECT_GT(sounding, 60);
+  }
+}
+
+TEST(AudioTimeErrorCalculator, FollowsASteadyToneByItsPhase) {
+  // A 440 Hz tone with a little noise, B 30 ppm fast: no line lines up across the recording
+  // (the acquisition whitens the tone away), so the tone is followed by the peak nearest the
+  // one before. Its delay is known modulo B's period, (1 + drift) / 440 s, each value within
+  // four times its stated uncertainty.
+  constexpr double kDrift = 30e-6, kOffset = 0.0123, kFrequency = 440.0;
+  std::mt19937 random(5);
+  std::normal_distribution<double> noise(0.0, 1e-3);
+  Pair pair{std::vector<float>(80000), std::vector<float>(80000)};
+  for (size_t n = 0; n < pair.a.size(); ++n) {
+    const double t = static_cast<double>(n) / kRate;
+    pair.a[n] = static_cast<float>(0.1 * std::sin(2 * M_PI * kFrequency * t) + noise(random));
+    pair.b[n] = static_cast<float>(
+        0.1 * std::sin(2 * M_PI * kFrequency * (t - kOffset) / (1 + kDrift)) + noise(random));
+  }
+  const Calculator calculator = calculate(pair);
+  const double period = (1 + kDrift) / kFrequency;
+  int64_t used = 0;
+  for (const auto& window : calculator.windows()) {
+    if (window.status == Status::Used) {
+      ++used;
+      const double error =
+          window.refinedLag / kRate - (kOffset + kDrift * centreSeconds(window, kBurstLength));
+      EXPECT_NEAR(error - period * std::round(error / period), 0.0,
+                  4 * window.delayUncertainty / kRate)
+          << window.start;
+    }
+  }
+  EXPECT_GE(used, static_cast<int64_t>(calculator.windows().size()) * 9 / 10);
+}
+
 TEST(AudioTimeErrorCalculator, AWindowWhoseBestPeakIsNotTheDelayFollowedGivesNoValue) {
   // B lags 0.0123 s, except over 880 samples of a burst from B's sample 75300 on, where a glitch
   // moves it by 7 samples. The window that sees mostly the glitch (starting at 75200) is

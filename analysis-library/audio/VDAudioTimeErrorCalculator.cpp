@@ -450,8 +450,9 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       }
     }
     for (Window* earlier : tracking.provisional) {
-      const double limit =
-          tracking.driftFromLine ? kMaximumUncertaintySeconds : kLineUncertaintySeconds;
+      // Once a line or a tone's phase places the peak, a noisier window keeps its value too.
+      const double limit = tracking.driftFromLine || tracking.periodic ? kMaximumUncertaintySeconds
+                                                                       : kLineUncertaintySeconds;
       if (!(earlier->delayUncertainty <= limit * _samplingRate)) {
         earlier->status = WindowStatus::Uncertain;
       }

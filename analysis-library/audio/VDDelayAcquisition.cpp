@@ -20,9 +20,19 @@ constexpr int64_t kShortestSegment = 256;
 constexpr double kSegmentSpacingSeconds = 4.0;
 constexpr int kFewestSegments = 6;
 constexpr int kMostSegments = 48;
+// A segment keeps its best peaks, and as many more as are tied with the best (within
+// kTiedScore of it) up to kMostPeaksPerSegment: enough for every bar of a piece that repeats
+// exactly, over the whole range.
 constexpr size_t kPeaksPerSegment = 12;
-// Lines are proposed through pairs of the few best peaks of two segments.
-constexpr size_t kProposingPeaks = 3;
+constexpr size_t kMostPeaksPerSegment = 48;
+// Lines are proposed through pairs of peaks of two segments at most kPairReach apart: each
+// segment's three best, and its peaks tied with the best (a piece that repeats exactly matches
+// every bar alike), at most kProposingPeaks of them.
+constexpr size_t kProposingPeaks = 16;
+constexpr size_t kBestPeaks = 3;
+constexpr double kTiedScore = 0.9;
+constexpr double kWeakestScore = 0.5;
+constexpr int kPairReach = 2;
 // Both channels go through one whitening filter, predicted from A: a linear predictor of this
 // order flattens the broad shape of the spectrum (a loud kick and bass, a falling treble) so
 // that every band counts, without lifting the gaps between the lines of a tone or a chord to
@@ -35,6 +45,11 @@ constexpr double kLineTolerance = 2.0;
 // offset ambiguous.
 constexpr double kAmbiguousScore = 0.9;
 constexpr size_t kMostLines = 8;
+constexpr size_t kFinalists = 64;
+// A segment inside a line's span with a strong peak elsewhere counts this many times its peak
+// against the line: one that steps across a staircase of dropouts meets one segment of each
+// stair and passes by all the others.
+constexpr double kContradictionWeight = 1.0;
 
 // Three moving averages of factor samples each, then every factor-th sample: what folds down
 // into the lower half of the decimated band is at least 26 dB down.
@@ -124,6 +139,9 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
   const int64_t range =
       std::min<int64_t>(count, std::llround(kRangeSeconds * samplingRate / static_cast<double>(_factor)));
   const double spacing = kSegmentSpacingSeconds * samplingRate / static_cast<double>(_factor);
+  _segmentSpan = static_cast<double>(segment * _factor);
+  _length = static_cast<double>(count * _factor);
+  _range = static_cast<double>(range * _factor);
   _segmentCount = static_cast<int>(
       std::clamp<double>(std::floor(static_cast<double>(count) / spacing), kFewestSegments,
                          kMostSegments));
@@ -192,9 +210,16 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
       peak.score = magnitude / rms;
       found.push_back(peak);
     }
-    const size_t kept = std::min(found.size(), kPeaksPerSegment);
+    size_t kept = std::min(found.size(), kMostPeaksPerSegment);
     std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept),
                       found.end(), [](const Peak& x, const Peak& y) { return x.score > y.score; });
+    // Beyond the best few, only peaks tied with the best, and none below a fraction of it: a
+    // line through weak peaks would claim far segments that say nothing of it.
+    while (kept > 0 && (found[kept - 1].score < kWeakestScore * found.front().score ||
+                        (kept > kPeaksPerSegment &&
+                         found[kept - 1].score < kTiedScore * found.front().score))) {
+      --kept;
+    }
     _peaks.insert(_peaks.end(), found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept));
     if (kept > 0) {
       _segmentBestScore[s] = found.front().score;
@@ -221,19 +246,34 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
       slot = &peak;
     }
   }
-  for (const Peak* peak : best) {
-    if (peak != nullptr) {
-      line.score += peak->score;
-      line.supportedAt.push_back(peak->centre);
+  // The run of consecutive segments where the line is best supported: each segment with a peak
+  // on the line counts that peak's score, each one that could show a peak on it but has its
+  // peaks elsewhere counts against it, others (silence, a match outside B) count nothing. A line
+  // across a staircase of dropouts, or through a stray peak far from where it holds, is
+  // credited only with the stretch where it holds.
+  double sum = 0.0;
+  int runStart = 0;
+  line.netScore = 0.0;
+  int bestStart = 0, bestEnd = -1;
+  for (int s = 0; s < _segmentCount; ++s) {
+    const double value = best[s] != nullptr  ? best[s]->score
+                         : checkable(line, s) ? -kContradictionWeight * _segmentBestScore[s]
+                                              : 0.0;
+    if (sum <= 0.0) {
+      sum = 0.0;
+      runStart = s;
+    }
+    sum += value;
+    if (sum > line.netScore) {
+      line.netScore = sum;
+      bestStart = runStart;
+      bestEnd = s;
     }
   }
-  line.netScore = line.score;
-  if (!line.supportedAt.empty()) {
-    for (int s = 0; s < _segmentCount; ++s) {
-      if (best[s] == nullptr && _segmentCentres[s] > line.supportedAt.front() &&
-          _segmentCentres[s] < line.supportedAt.back()) {
-        line.netScore -= _segmentBestScore[s];
-      }
+  for (int s = bestStart; s <= bestEnd; ++s) {
+    if (best[s] != nullptr) {
+      line.score += best[s]->score;
+      line.supportedAt.push_back(best[s]->centre);
     }
   }
   return line;
@@ -245,9 +285,14 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
   // span too little to set one.
   const double tolerance = kLineTolerance * static_cast<double>(_factor);
   double sw = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
+  const auto onLine = [&](const Peak& peak) {
+    return available[peak.segment] && peak.polarity == line.polarity &&
+           std::fabs(peak.lag - line.delayAt(peak.centre)) <= tolerance &&
+           std::find(line.supportedAt.begin(), line.supportedAt.end(), peak.centre) !=
+               line.supportedAt.end();
+  };
   for (const Peak& peak : _peaks) {
-    if (available[peak.segment] && peak.polarity == line.polarity &&
-        std::fabs(peak.lag - line.delayAt(peak.centre)) <= tolerance) {
+    if (onLine(peak)) {
       sw += peak.score;
       sx += peak.score * peak.centre;
       sy += peak.score * peak.lag;
@@ -269,8 +314,9 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
   double scatter = 0.0;
   for (const Peak& peak : _peaks) {
     const double residual = peak.lag - fitted.delayAt(peak.centre);
-    if (available[peak.segment] && peak.polarity == fitted.polarity &&
-        std::fabs(residual) <= tolerance) {
+    if (peak.polarity == fitted.polarity && std::fabs(residual) <= tolerance &&
+        std::find(fitted.supportedAt.begin(), fitted.supportedAt.end(), peak.centre) !=
+            fitted.supportedAt.end()) {
       scatter = std::max(scatter, std::fabs(residual));
     }
   }
@@ -286,18 +332,15 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
 
 void VDDelayAcquisition::fitLines() {
   std::vector<bool> available(static_cast<size_t>(_segmentCount), true);
-  // The few best peaks of each segment propose lines.
   std::vector<const Peak*> proposers;
   std::vector<size_t> perSegment(static_cast<size_t>(_segmentCount), 0);
-  for (const Peak& peak : _peaks) {
-    if (perSegment[peak.segment]++ < kProposingPeaks) {
+  for (const Peak& peak : _peaks) {  // each segment's peaks come best first
+    const size_t rank = perSegment[peak.segment]++;
+    if (rank < kBestPeaks ||
+        (rank < kProposingPeaks && peak.score >= kTiedScore * _segmentBestScore[peak.segment])) {
       proposers.push_back(&peak);
     }
   }
-  const auto better = [](const Line& x, const Line& y) { return x.netScore > y.netScore; };
-  const auto strongest = [&](const std::vector<Line>& candidates) {
-    return std::min_element(candidates.begin(), candidates.end(), better);
-  };
   // The main line: through every pair of proposing peaks of two segments, and through each one
   // alone with no drift (a recording with one segment of signal).
   std::vector<Line> candidates;
@@ -306,7 +349,8 @@ void VDDelayAcquisition::fitLines() {
     candidates.push_back(lineThrough(p.lag, 0.0, p.polarity, available));
     for (size_t j = i + 1; j < proposers.size(); ++j) {
       const Peak& q = *proposers[j];
-      if (q.segment == p.segment || q.polarity != p.polarity) {
+      if (q.segment == p.segment || std::abs(q.segment - p.segment) > kPairReach ||
+          q.polarity != p.polarity) {
         continue;
       }
       const double drift = (q.lag - p.lag) / (q.centre - p.centre);
@@ -318,7 +362,7 @@ void VDDelayAcquisition::fitLines() {
   if (candidates.empty()) {
     return;
   }
-  Line main = refitted(*strongest(candidates), available);
+  Line main = refitted(strongestUnbeaten(candidates), available);
   const size_t minimumSupport = _segmentCount >= 2 ? 2 : 1;
   if (main.supportedAt.size() < minimumSupport) {
     return;
@@ -333,13 +377,13 @@ void VDDelayAcquisition::fitLines() {
     }
   }
   _lines.push_back(main);
-  // Steps: lines of the same slope through the segments the lines so far do not explain.
-  for (const Peak& peak : _peaks) {
-    for (double centre : main.supportedAt) {
-      if (peak.centre == centre) {
-        available[peak.segment] = false;
-      }
-    }
+  // Steps: lines of the same slope through the segments the lines so far do not explain. A
+  // segment whose match on the main line lies outside B says nothing of a step: it would only
+  // match some repeated bar.
+  for (int s = 0; s < _segmentCount; ++s) {
+    available[s] = checkable(main, s) &&
+                   std::find(main.supportedAt.begin(), main.supportedAt.end(),
+                             _segmentCentres[s]) == main.supportedAt.end();
   }
   while (_lines.size() < kMostLines) {
     candidates.clear();
@@ -352,7 +396,7 @@ void VDDelayAcquisition::fitLines() {
     if (candidates.empty()) {
       break;
     }
-    Line step = *strongest(candidates);
+    Line step = strongestUnbeaten(candidates);
     if (step.supportedAt.size() < minimumSupport || !(step.netScore > 0.0)) {
       break;
     }
@@ -366,6 +410,75 @@ void VDDelayAcquisition::fitLines() {
     }
     _lines.push_back(std::move(step));
   }
+}
+
+bool VDDelayAcquisition::checkable(const Line& line, int s) const {
+  const double lag = line.delayAt(_segmentCentres[s]);
+  return std::fabs(lag) <= _range && _segmentCentres[s] - _segmentSpan / 2 + lag >= 0.0 &&
+         _segmentCentres[s] + _segmentSpan / 2 + lag <= _length;
+}
+
+double VDDelayAcquisition::scoreIn(const Line& line, int s) const {
+  const double centre = _segmentCentres[s];
+  return std::find(line.supportedAt.begin(), line.supportedAt.end(), centre) ==
+                 line.supportedAt.end()
+             ? 0.0
+             : [&] {
+                 double best = 0.0;
+                 for (const Peak& peak : _peaks) {
+                   if (peak.segment == s && peak.polarity == line.polarity &&
+                       std::fabs(peak.lag - line.delayAt(centre)) <=
+                           kLineTolerance * static_cast<double>(_factor)) {
+                     best = std::max(best, peak.score);
+                   }
+                 }
+                 return best;
+               }();
+}
+
+const VDDelayAcquisition::Line& VDDelayAcquisition::strongestUnbeaten(
+    std::vector<Line>& candidates) const {
+  // A line through a repeated bar scores nearly as well as the delay on the segments where both
+  // have peaks, and at an offset of many seconds it may have peaks on more of them (fewer of the
+  // delay's matches lie inside B): so of the strongest candidates of distinct offsets, each one
+  // that another outscores on the segments where both have peaks is out, and the strongest of
+  // the rest is the delay. Lines on different segments (the two sides of a step) both stay.
+  std::sort(candidates.begin(), candidates.end(),
+            [](const Line& x, const Line& y) { return x.netScore > y.netScore; });
+  std::vector<const Line*> finalists;
+  for (const Line& candidate : candidates) {
+    const bool distinct = std::none_of(finalists.begin(), finalists.end(), [&](const Line* f) {
+      return candidate.polarity == f->polarity &&
+             std::fabs(candidate.delayAt(_length / 2) - f->delayAt(_length / 2)) <
+                 kLineTolerance * static_cast<double>(_factor);
+    });
+    if (distinct && finalists.size() < kFinalists) {
+      finalists.push_back(&candidate);
+    }
+  }
+  for (const Line* finalist : finalists) {
+    if (std::none_of(finalists.begin(), finalists.end(), [&](const Line* other) {
+          return other != finalist && beats(*other, *finalist);
+        })) {
+      return *finalist;
+    }
+  }
+  return *finalists.front();
+}
+
+bool VDDelayAcquisition::beats(const Line& x, const Line& y) const {
+  double scoreX = 0.0, scoreY = 0.0;
+  size_t shared = 0;
+  for (int s = 0; s < _segmentCount; ++s) {
+    const double onX = scoreIn(x, s), onY = scoreIn(y, s);
+    if (onX > 0.0 && onY > 0.0) {
+      scoreX += onX;
+      scoreY += onY;
+      ++shared;
+    }
+  }
+  // On at least half of y's segments: a line that merely crosses y says nothing of it.
+  return shared > 0 && 2 * shared >= y.supportedAt.size() && scoreX > scoreY;
 }
 
 const VDDelayAcquisition::Line* VDDelayAcquisition::lineAt(double position) const {

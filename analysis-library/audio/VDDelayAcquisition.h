@@ -49,7 +49,9 @@ class VDDelayAcquisition {
   // Peaks below this many times the correlation's RMS over all lags are not kept: unrelated
   // signals over 480,000 lags reach about 5.
   static constexpr double kMinimumScore = 6.0;
-  static constexpr double kMaximumDrift = 1e-2;
+  // Lines steeper than this are not proposed: clocks drift by a few hundred ppm at most, while a
+  // line from one repeated bar to another across a few seconds would be far steeper.
+  static constexpr double kMaximumDrift = 2e-3;
 
  private:
   struct Peak {
@@ -66,12 +68,23 @@ class VDDelayAcquisition {
   Line lineThrough(double offset, double drift, double polarity,
                    const std::vector<bool>& available) const;
   Line refitted(const Line& line, const std::vector<bool>& available) const;
+  // Whether segment s could show a peak on the line: its match lies inside B and the range.
+  bool checkable(const Line& line, int s) const;
+  // The score of line's peak in segment s, 0 without one.
+  double scoreIn(const Line& line, int s) const;
+  // The strongest of the candidates (not empty) that no other beats; sorts them.
+  const Line& strongestUnbeaten(std::vector<Line>& candidates) const;
+  // Whether x scores higher than y on the segments where both have peaks, at least half of y's.
+  bool beats(const Line& x, const Line& y) const;
   void fitLines();
 
   int64_t _factor = 1;  // native samples per decimated sample
   int _segmentCount = 0;
   std::vector<Peak> _peaks;
   std::vector<double> _segmentCentres;    // channel A samples
+  double _segmentSpan = 0.0;              // channel A samples
+  double _length = 0.0;                   // channel B samples
+  double _range = 0.0;                    // lags searched either way, samples
   std::vector<double> _segmentBestScore;  // 0 for a segment without peaks
   std::vector<Line> _lines;
   bool _ambiguous = false;
