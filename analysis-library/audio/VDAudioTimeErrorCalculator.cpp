@@ -53,7 +53,7 @@ constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
 // is measured, VDUncertaintyCalibration judges the values against each other. The limits are
 // times, not fractions of a sample, so that a recording at 96 kHz is held to the same.
 constexpr double kLineUncertaintySeconds = 0.01 / 48000.0;
-constexpr double kMaximumUncertaintySeconds = 2e-6;
+constexpr double kMaximumUncertaintySeconds = 10e-6;
 // A window more uncertain than this many times the typical one of the windows before it does not
 // move the line.
 constexpr double kNoisierThanTypical = 2.0;

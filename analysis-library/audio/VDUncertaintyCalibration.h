@@ -21,7 +21,7 @@ class VDUncertaintyCalibration {
   static constexpr int kNeighbours = 12;
   // A window keeps its value while its uncertainty is at most kTypicalFactor times the median
   // of the recording's, or kAlwaysAcceptedSeconds, whichever is larger.
-  static constexpr double kTypicalFactor = 3.0;
+  static constexpr double kTypicalFactor = 5.0;
   static constexpr double kAlwaysAcceptedSeconds = 0.5e-6;
   // A window off both its neighbours' lines by more than this many times its calibrated
   // uncertainty keeps no value.
