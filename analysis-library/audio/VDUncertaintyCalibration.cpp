@@ -4,23 +4,37 @@
 #include <cmath>
 #include <cstddef>
 #include <limits>
+#include <utility>
 
 namespace {
 
+constexpr double kTail = 0.9;
+constexpr double kTailDeviations = 1.645;
+
 using Status = VDAudioTimeErrorCalculator::WindowStatus;
 
-double median(std::vector<double> values) {
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
+double quantile(std::vector<double> values, double fraction) {
+  const auto at = values.begin() + static_cast<std::ptrdiff_t>(
+                                       fraction * static_cast<double>(values.size() - 1) + 0.5);
+  std::nth_element(values.begin(), at, values.end());
+  return *at;
 }
 
-// |delay - line| / sqrt(u^2 + var(line)) of window i against the weighted least-squares line
-// through the windows [first, end); infinite where they are too few to say.
-double residual(const std::vector<VDAudioTimeErrorCalculator::Window*>& used, std::ptrdiff_t i,
+double median(std::vector<double> values) { return quantile(std::move(values), 0.5); }
+
+// Window i against the weighted least-squares line through the windows [first, end).
+struct Residual {
+  double size = std::numeric_limits<double>::infinity();  // |delay - line|; infinite where the
+                                                          // windows are too few to say
+  double allowed = 1.0;  // u^2 + var(line): its expected square
+
+  double normalised() const { return size / std::sqrt(allowed); }
+};
+
+Residual residual(const std::vector<VDAudioTimeErrorCalculator::Window*>& used, std::ptrdiff_t i,
                 std::ptrdiff_t first, std::ptrdiff_t end) {
   if (end - first < 2) {
-    return std::numeric_limits<double>::infinity();
+    return {};
   }
   const double x0 = static_cast<double>(used[i]->start);
   double sw = 0, sx = 0, sy = 0, sxx = 0, sxy = 0;
@@ -36,12 +50,11 @@ double residual(const std::vector<VDAudioTimeErrorCalculator::Window*>& used, st
   // The line's value at the window (x = 0) and its variance.
   const double spread = sw * sxx - sx * sx;
   if (!(spread > 0.0)) {
-    return std::numeric_limits<double>::infinity();
+    return {};
   }
   const double predicted = (sy * sxx - sx * sxy) / spread;
-  const double variance = sxx / spread;
   const double u = used[i]->delayUncertainty;
-  return std::fabs(used[i]->refinedLag - predicted) / std::sqrt(u * u + variance);
+  return {std::fabs(used[i]->refinedLag - predicted), u * u + sxx / spread};
 }
 
 }  // namespace
@@ -61,40 +74,58 @@ void VDUncertaintyCalibration::apply(std::vector<Window>& windows, double sampli
   // Each window against the weighted lines through its neighbours before it and after it: the
   // residual over what the uncertainties together allow, the smaller of the two, so that a step
   // in the delay, which one side of every window does not cross, shows in no residual.
+  std::vector<Residual> residuals(used.size());
   std::vector<double> normalised(used.size(), 0.0);
   for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const double before = residual(used, i, std::max<std::ptrdiff_t>(0, i - kNeighbours), i);
-    const double after = residual(used, i, i + 1, std::min(count, i + 1 + kNeighbours));
-    normalised[i] = std::min(before, after);
+    const Residual before = residual(used, i, std::max<std::ptrdiff_t>(0, i - kNeighbours), i);
+    const Residual after = residual(used, i, i + 1, std::min(count, i + 1 + kNeighbours));
+    residuals[i] = before.normalised() < after.normalised() ? before : after;
+    normalised[i] = residuals[i].normalised();
   }
-  // The scatter of the normalised residuals around each window, robustly (a median of absolute
-  // values over 0.6745 is the standard deviation of a normal distribution); never below one.
-  std::vector<double> scale(used.size(), 1.0);
-  std::vector<double> around;
+  // Around each window, the residuals' scatter beyond what the stated uncertainties allow, in
+  // two forms: a factor on the uncertainties (noise stronger than the peak showed) and a term of
+  // its own (lossy coding, a room: errors that do not shrink with the window's signal-to-noise
+  // ratio). Both from the 90th percentile of the residuals' sizes (1.645 standard deviations of
+  // a normal distribution), as such errors have heavier tails than white noise.
+  std::vector<double> calibrated(used.size());
+  std::vector<double> sizes, ratios, allowed;
   for (std::ptrdiff_t i = 0; i < count; ++i) {
-    const std::ptrdiff_t first = std::max<std::ptrdiff_t>(0, i - kNeighbours);
-    const std::ptrdiff_t last = std::min(count - 1, i + kNeighbours);
-    around.clear();
-    for (std::ptrdiff_t j = first; j <= last; ++j) {
-      if (std::isfinite(normalised[j])) {
-        around.push_back(normalised[j]);
+    sizes.clear();
+    ratios.clear();
+    allowed.clear();
+    for (std::ptrdiff_t j = std::max<std::ptrdiff_t>(0, i - kNeighbours);
+         j <= std::min(count - 1, i + kNeighbours); ++j) {
+      if (std::isfinite(residuals[j].size)) {
+        sizes.push_back(residuals[j].size);
+        ratios.push_back(normalised[j]);
+        allowed.push_back(residuals[j].allowed);
       }
     }
-    scale[i] = around.empty() ? 1.0 : std::max(1.0, median(around) / 0.6745);
+    const double u = used[i]->delayUncertainty;
+    if (sizes.empty()) {
+      calibrated[i] = u;
+      continue;
+    }
+    const double scale = std::max(1.0, quantile(ratios, kTail) / kTailDeviations);
+    const double scatter = quantile(sizes, kTail) / kTailDeviations;
+    const double extra = std::max(0.0, scatter * scatter - median(allowed));
+    calibrated[i] = std::max(scale * u, std::sqrt(u * u + extra));
   }
+  // Judged on what the windows' own peaks showed: far more uncertain than the recording's
+  // typical window (a pause, a fading note, where the delay could as well be a wrong match), or
+  // off its neighbours' lines by far more than its calibrated uncertainty allows.
   std::vector<double> uncertainties;
-  for (std::ptrdiff_t i = 0; i < count; ++i) {
-    used[i]->delayUncertainty *= scale[i];
-    uncertainties.push_back(used[i]->delayUncertainty);
+  for (const Window* window : used) {
+    uncertainties.push_back(window->delayUncertainty);
   }
   const double limit =
       std::max(kTypicalFactor * median(uncertainties), kAlwaysAcceptedSeconds * samplingRate);
   for (std::ptrdiff_t i = 0; i < count; ++i) {
-    // Too uncertain beside the others, or off its neighbours' line by far more than its
-    // uncertainty allows: a wrong match, or a window that the noise model does not describe.
+    const double scale = calibrated[i] / used[i]->delayUncertainty;
     if (used[i]->delayUncertainty > limit ||
-        (std::isfinite(normalised[i]) && normalised[i] > kOutlier * scale[i])) {
+        (std::isfinite(normalised[i]) && normalised[i] > kOutlier * scale)) {
       used[i]->status = Status::Uncertain;
     }
+    used[i]->delayUncertainty = calibrated[i];
   }
 }

@@ -18,7 +18,7 @@ class VDUncertaintyCalibration {
   using Window = VDAudioTimeErrorCalculator::Window;
 
   // Neighbours either side of a window, among the windows with a value.
-  static constexpr int kNeighbours = 12;
+  static constexpr int kNeighbours = 40;
   // A window keeps its value while its uncertainty is at most kTypicalFactor times the median
   // of the recording's, or kAlwaysAcceptedSeconds, whichever is larger.
   static constexpr double kTypicalFactor = 5.0;
