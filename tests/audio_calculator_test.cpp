@@ -25,6 +25,7 @@
 
 #include "TestSupport.h"
 #include "VDAudioTimeErrorCalculator.h"
+#include "VDUncertaintyCalibration.h"
 
 namespace {
 
@@ -732,3 +733,58 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
 }
 
 }  // namespace
+
+TEST(AudioTimeErrorCalculator, CalibratesUncertaintiesAgainstTheScatterOfTheValues) {
+  // 400 windows on a drift line with errors of a known distribution; afterwards at most 2 % of
+  // the errors may exceed three times their window's uncertainty, as for honest Gaussian ones.
+  struct Row {
+    const char* what;
+    double noiseOverStated;  // the errors' standard deviation over the stated uncertainty
+    double extra;            // samples, an error the peaks do not show (lossy coding)
+    int64_t stepAt;          // window index where the delay steps by 5 samples, or -1
+    int64_t wrongAt;         // window index one sample off, or -1
+    double factorLow, factorHigh;  // the range of calibrated over stated, elsewhere
+  };
+  const Row rows[] = {
+      {"errors as stated", 1.0, 0.0, -1, -1, 1.0, 1.5},
+      {"errors three times the stated", 3.0, 0.0, -1, -1, 1.8, 6.5},
+      {"an extra error that the peaks do not show", 1.0, 0.02, -1, -1, 1.0, 12.0},
+      {"a step of five samples", 1.0, 0.0, 200, -1, 1.0, 1.5},
+      {"one wrong match", 1.0, 0.0, -1, 300, 1.0, 1.5},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::mt19937 random(11);
+    std::normal_distribution<double> gauss(0.0, 1.0);
+    std::uniform_real_distribution<double> spread(0.002, 0.006);
+    std::vector<Calculator::Window> windows(400);
+    std::vector<double> errors;
+    for (size_t i = 0; i < windows.size(); ++i) {
+      Calculator::Window& w = windows[i];
+      w.start = static_cast<int64_t>(i) * 800;
+      w.status = Status::Used;
+      w.delayUncertainty = spread(random);
+      errors.push_back(row.noiseOverStated * w.delayUncertainty * gauss(random) +
+                       row.extra * gauss(random));
+      w.refinedLag = 100.0 + 1e-4 * static_cast<double>(w.start) + errors.back() +
+                     (row.stepAt >= 0 && static_cast<int64_t>(i) >= row.stepAt ? 5.0 : 0.0) +
+                     (static_cast<int64_t>(i) == row.wrongAt ? 1.0 : 0.0);
+    }
+    const std::vector<Calculator::Window> stated = windows;
+    VDUncertaintyCalibration::apply(windows, kRate);
+    int64_t beyond = 0, kept = 0;
+    for (size_t i = 0; i < windows.size(); ++i) {
+      if (static_cast<int64_t>(i) == row.wrongAt) {
+        EXPECT_EQ(windows[i].status, Status::Uncertain);
+        continue;
+      }
+      ASSERT_EQ(windows[i].status, Status::Used) << i;
+      ++kept;
+      beyond += std::fabs(errors[i]) > 3 * windows[i].delayUncertainty ? 1 : 0;
+      const double factor = windows[i].delayUncertainty / stated[i].delayUncertainty;
+      EXPECT_GE(factor, row.factorLow) << i;
+      EXPECT_LE(factor, row.factorHigh) << i;
+    }
+    EXPECT_LE(beyond, kept * 2 / 100);
+  }
+}
