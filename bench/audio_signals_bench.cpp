@@ -21,15 +21,15 @@
 // sure_off_1us: values stated to within 200 ns yet off by more than 1 us).
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <cmath>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <random>
-#include <unistd.h>
 #include <string>
 #include <vector>
 
@@ -144,7 +144,8 @@ Signal pinkNoise() {
   Note note{-5.0, kSeconds + 15.0, 0.0, INFINITY, 0.0, {}};
   for (int i = 0; i < 800; ++i) {
     const double frequency = 20.0 * std::pow(1000.0, unit(random));
-    note.partials.push_back({frequency, 1.0 / std::sqrt(frequency / 20.0), 2 * M_PI * unit(random)});
+    note.partials.push_back(
+        {frequency, 1.0 / std::sqrt(frequency / 20.0), 2 * M_PI * unit(random)});
   }
   return {note};
 }
@@ -188,8 +189,8 @@ void throughRoom(const std::vector<double>& response, std::vector<double>& signa
 // The samples after a round trip through a lossy file: what a user's encoded recording holds.
 void throughCodec(AudioFileContainer container, AudioSampleEncoding encoding,
                   std::vector<float>& samples) {
-  const std::filesystem::path path = std::filesystem::temp_directory_path() /
-                                     ("vd-signals-bench-" + std::to_string(::getpid()));
+  const std::filesystem::path path =
+      std::filesystem::temp_directory_path() / ("vd-signals-bench-" + std::to_string(::getpid()));
   AudioFileWriterRef writer = nullptr;
   if (AudioFileWriterCreate(path, {container, encoding, 48000, 1}, &writer) != 0 ||
       AudioFileWriterWrite(writer, samples.data(), samples.size()) != 0 ||

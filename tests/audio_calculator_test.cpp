@@ -158,8 +158,8 @@ Pair burstPair(double seconds, double delayBefore, double delayAfter = NAN, int6
 Calculator calculate(const Pair& pair, int64_t interval = kBurstInterval,
                      int64_t length = kBurstLength, int64_t upscale = 16,
                      int64_t type = Calculator::kPostResampler) {
-  Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()),
-                        interval, length, upscale, kRate, type);
+  Calculator calculator(pair.a.data(), pair.b.data(), static_cast<int64_t>(pair.a.size()), interval,
+                        length, upscale, kRate, type);
   calculator.calculateTimeError();
   return calculator;
 }
@@ -739,10 +739,10 @@ TEST(AudioTimeErrorCalculator, CalibratesUncertaintiesAgainstTheScatterOfTheValu
   // the errors may exceed three times their window's uncertainty, as for honest Gaussian ones.
   struct Row {
     const char* what;
-    double noiseOverStated;  // the errors' standard deviation over the stated uncertainty
-    double extra;            // samples, an error the peaks do not show (lossy coding)
-    int64_t stepAt;          // window index where the delay steps by 5 samples, or -1
-    int64_t wrongAt;         // window index one sample off, or -1
+    double noiseOverStated;        // the errors' standard deviation over the stated uncertainty
+    double extra;                  // samples, an error the peaks do not show (lossy coding)
+    int64_t stepAt;                // window index where the delay steps by 5 samples, or -1
+    int64_t wrongAt;               // window index one sample off, or -1
     double factorLow, factorHigh;  // the range of calibrated over stated, elsewhere
   };
   const Row rows[] = {

@@ -12,8 +12,8 @@
 
 #include "VDAudioTracking.h"
 #include "VDAudioWindowExport.h"
-#include "VDDelayAcquisition.h"
 #include "VDCorrelationPeak.h"
+#include "VDDelayAcquisition.h"
 #include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
 #include "VDLagSearch.h"
@@ -527,9 +527,8 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
     }
     return nearest;
   };
-  std::stable_sort(lines.begin(), lines.end(), [&](const auto* x, const auto* y) {
-    return distance(x) < distance(y);
-  });
+  std::stable_sort(lines.begin(), lines.end(),
+                   [&](const auto* x, const auto* y) { return distance(x) < distance(y); });
   for (const VDDelayAcquisition::Line* line : lines) {
     const double delay = line->delayAt(centre);
     if (std::fabs(delay - predicted) <= kPeakTolerance && line->polarity == tracking.polarity) {
@@ -653,8 +652,8 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
-  const int64_t radius = tracking.periodic && tracking.haveLine() ? kPeriodicRadius
-                                                                  : kTrackingRadius;
+  const int64_t radius =
+      tracking.periodic && tracking.haveLine() ? kPeriodicRadius : kTrackingRadius;
   const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
   const int64_t best = judged.best();
   peak.offset = best;
@@ -678,7 +677,8 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAr
       judged.curvature(), peak.correlation * judged.peakGain(), validCount);
   // Followed without a line, a window must show the tone clearly: unrelated noise in the other
   // channel scores below half, a tone even at 10 dB SNR near one.
-  if (!(peak.correlation >= (tracking.periodic ? kPeriodicPeakCorrelation : kMinimumPeakCorrelation))) {
+  if (!(peak.correlation >=
+        (tracking.periodic ? kPeriodicPeakCorrelation : kMinimumPeakCorrelation))) {
     return WindowStatus::Weak;
   }
   if (peak.onEdge) {

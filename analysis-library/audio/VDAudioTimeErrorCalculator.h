@@ -38,30 +38,28 @@ struct VDAudioTracking;
 // sample of the channels. timeErrors() gives timestamp and delay in whole nanoseconds, rounded.
 //
 // How the delay is followed:
-//   - The first window with signal finds the offset anywhere in the overlap of the recordings:
-//     a coarse search (VDCoarseOffsetSearch) matches ten seconds of A's loudness envelope against
-//     the whole of B's, and a fine search then correlates a quarter second of A's samples with B
-//     within 0.1 s of each coarse match, scored by the magnitude of the correlation normalised over
-//     the overlapping samples, so that B recorded upside down is found too. The best lag must
-//     score at least 0.2 and 1.5 times any other peak, or 1.15 times and be found again by the
-//     same search a second later, which also gives a first estimate of the drift. A steady sound
-//     without a loudness pattern is searched on its samples within +-2 s instead. Failed coarse
-//     searches are repeated after half a second of data, then after twice as long each time (at
-//     most 8 s); once one succeeds, the windows before it are measured backwards from there, as
-//     soon as the drift line is full.
+//   - Before any window, VDDelayAcquisition fits lines of the delay across the whole recording
+//     from whitened, decimated correlations of segments of A with B over +-61 s. The first
+//     window with signal starts from the line nearest to it (on a whole sample); windows before
+//     the first one with a value are measured backwards from it, as soon as the drift line is
+//     full. Where no line is found (one steady tone, which the whitening takes out), the first
+//     window takes its highest peak near no delay and every later one the peak within 4 samples
+//     of the one before: the offset is then known modulo the tone's period.
 //   - Every later window is correlated only +-32 samples around the delay predicted from the
 //     windows before it. A window gives a value only when its best peak is clearly the best
-//     (VDCorrelationPeak): within 2 samples of the prediction (plus 2e-5 of the distance to the
-//     last measured window once the drift is known, 1% before), and, while the drift is not
-//     known yet or after a long gap, at least 1.25 times every other peak in range.
+//     (VDCorrelationPeak): within 2 samples of the prediction (plus, for the first window, how
+//     far the line may miss; plus 2e-5 of the distance to the last measured window once the
+//     drift is known from windows or a line, 1% before), and, while the drift is not known yet
+//     or after a long gap, at least 1.25 times every other peak in range.
 //   - A window that fails while A holds signal looks for a step in the delay: a search of B
 //     +-50 ms around the prediction (at once where A is loud or a value came just before, else at
 //     most every half second of data), then +-2 s (every half second, twice as long after each
-//     failure) and all of B (after two seconds without a value); failing those, a clear peak
-//     elsewhere in range. What it finds is a candidate; when the next window does not fit the old
-//     delay but fits the candidate, the step is taken, both windows get their values, and the
-//     drift line is fitted again from the step on (its last slope standing in until four windows
-//     are in). In a recording with pauses the wider searches wait for A to be loud.
+//     failure) and along the acquisition's other lines (after two seconds without a value);
+//     failing those, a clear peak elsewhere in range. What it finds is a candidate; when the
+//     next window does not fit the old delay but fits the candidate, the step is taken, both
+//     windows get their values, and the drift line is fitted again from the step on (its last slope
+//     standing in until four windows are in). In a recording with pauses the wider searches wait
+//     for A to be loud.
 //   - The drift, a straight line through the delays of the last 16 windows (from 4 on), is
 //     followed inside each window too: B is read through it, so a window measures the delay at
 //     its centre rather than an average weighted by where the signal is loud. The first windows
@@ -82,9 +80,10 @@ struct VDAudioTracking;
 //              is not known yet, or the best peak lies away from the prediction (a step that the
 //              next window has not confirmed, or a wrong match);
 //   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
-//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns (a
-//              hundredth of a sample at 48 kHz) while the drift is not known yet, 500 ns once
-//              it is;
+//              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns while no line
+//              is known, 10 us once one is; or, after VDUncertaintyCalibration has raised the
+//              uncertainties by the values' own scatter, five times the recording's median (and
+//              0.5 us), or its value lies far off its neighbours' lines;
 //   lost       its peak lies on the edge of the +-32 sample range;
 //   outside    less than half of it has both channels' neighbourhoods inside the recordings (its
 //              match in B lies beyond B's start or end).

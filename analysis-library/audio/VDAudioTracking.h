@@ -38,7 +38,7 @@ struct VDAudioTracking : VDDelayLine {
   // The searches' schedule, in channel A samples.
   int64_t lastUsedStart = std::numeric_limits<int64_t>::min() / 2;
   double quietEnergy = std::numeric_limits<double>::infinity();  // lowest mean square of A
-  double usedEnergy = 0.0;  // running mean square of A's windows with a value
+  double usedEnergy = 0.0;          // running mean square of A's windows with a value
   double typicalUncertainty = 0.0;  // running geometric mean of their uncertainties
   int64_t nextNearSearch = std::numeric_limits<int64_t>::min();
   int64_t nextWideSearch = std::numeric_limits<int64_t>::min();

@@ -117,8 +117,8 @@ void applyFilter(const std::vector<double>& filter, std::vector<float>& samples)
 
 }  // namespace
 
-VDDelayAcquisition::VDDelayAcquisition(const float* channelA, const float* channelB,
-                                       int64_t length, double samplingRate) {
+VDDelayAcquisition::VDDelayAcquisition(const float* channelA, const float* channelB, int64_t length,
+                                       double samplingRate) {
   findPeaks(channelA, channelB, length, samplingRate);
   fitLines();
 }
@@ -136,15 +136,14 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
   if (segment < kShortestSegment) {
     return;
   }
-  const int64_t range =
-      std::min<int64_t>(count, std::llround(kRangeSeconds * samplingRate / static_cast<double>(_factor)));
+  const int64_t range = std::min<int64_t>(
+      count, std::llround(kRangeSeconds * samplingRate / static_cast<double>(_factor)));
   const double spacing = kSegmentSpacingSeconds * samplingRate / static_cast<double>(_factor);
   _segmentSpan = static_cast<double>(segment * _factor);
   _length = static_cast<double>(count * _factor);
   _range = static_cast<double>(range * _factor);
-  _segmentCount = static_cast<int>(
-      std::clamp<double>(std::floor(static_cast<double>(count) / spacing), kFewestSegments,
-                         kMostSegments));
+  _segmentCount = static_cast<int>(std::clamp<double>(
+      std::floor(static_cast<double>(count) / spacing), kFewestSegments, kMostSegments));
   _segmentCount = static_cast<int>(std::min<int64_t>(_segmentCount, count / segment));
   VDFFTCorrelator correlator(VDFFTCorrelator::fastSize(static_cast<size_t>(2 * range + segment)));
   const auto size = static_cast<int64_t>(correlator.size());
@@ -157,8 +156,7 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
   _segmentCentres.assign(static_cast<size_t>(_segmentCount), 0.0);
   _segmentBestScore.assign(static_cast<size_t>(_segmentCount), 0.0);
   for (int s = 0; s < _segmentCount; ++s) {
-    const int64_t start =
-        _segmentCount == 1 ? 0 : s * (count - segment) / (_segmentCount - 1);
+    const int64_t start = _segmentCount == 1 ? 0 : s * (count - segment) / (_segmentCount - 1);
     _segmentCentres[s] = (static_cast<double>(start) + static_cast<double>(segment) / 2.0) *
                          static_cast<double>(_factor);
     double mean = 0.0;
@@ -211,8 +209,8 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
       found.push_back(peak);
     }
     size_t kept = std::min(found.size(), kMostPeaksPerSegment);
-    std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept),
-                      found.end(), [](const Peak& x, const Peak& y) { return x.score > y.score; });
+    std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept), found.end(),
+                      [](const Peak& x, const Peak& y) { return x.score > y.score; });
     // Beyond the best few, only peaks tied with the best, and none below a fraction of it: a
     // line through weak peaks would claim far segments that say nothing of it.
     while (kept > 0 && (found[kept - 1].score < kWeakestScore * found.front().score ||
@@ -256,7 +254,7 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
   line.netScore = 0.0;
   int bestStart = 0, bestEnd = -1;
   for (int s = 0; s < _segmentCount; ++s) {
-    const double value = best[s] != nullptr  ? best[s]->score
+    const double value = best[s] != nullptr   ? best[s]->score
                          : checkable(line, s) ? -kContradictionWeight * _segmentBestScore[s]
                                               : 0.0;
     if (sum <= 0.0) {
@@ -381,16 +379,15 @@ void VDDelayAcquisition::fitLines() {
   // segment whose match on the main line lies outside B says nothing of a step: it would only
   // match some repeated bar.
   for (int s = 0; s < _segmentCount; ++s) {
-    available[s] = checkable(main, s) &&
-                   std::find(main.supportedAt.begin(), main.supportedAt.end(),
-                             _segmentCentres[s]) == main.supportedAt.end();
+    available[s] = checkable(main, s) && std::find(main.supportedAt.begin(), main.supportedAt.end(),
+                                                   _segmentCentres[s]) == main.supportedAt.end();
   }
   while (_lines.size() < kMostLines) {
     candidates.clear();
     for (const Peak& peak : _peaks) {
       if (available[peak.segment]) {
-        candidates.push_back(lineThrough(peak.lag - main.drift * peak.centre, main.drift,
-                                         peak.polarity, available));
+        candidates.push_back(
+            lineThrough(peak.lag - main.drift * peak.centre, main.drift, peak.polarity, available));
       }
     }
     if (candidates.empty()) {

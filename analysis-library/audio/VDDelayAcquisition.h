@@ -17,10 +17,10 @@ class VDDelayAcquisition {
   struct Line {
     double offset = 0.0;
     double drift = 0.0;
-    double polarity = 1.0;            // -1 when B is upside down along this line
-    double tolerance = 0.0;           // how far the true delay may lie from the line, samples
-    double driftUncertainty = 0.0;    // of the drift: a decimated sample over the line's span
-    double score = 0.0;               // its peaks' scores summed
+    double polarity = 1.0;          // -1 when B is upside down along this line
+    double tolerance = 0.0;         // how far the true delay may lie from the line, samples
+    double driftUncertainty = 0.0;  // of the drift: a decimated sample over the line's span
+    double score = 0.0;             // its peaks' scores summed
     // The score less the best peaks of the segments within its span that have none on it: a
     // line across a staircase of steps meets a few segments of each stair, and every segment
     // it passes by speaks against it.
@@ -62,8 +62,7 @@ class VDDelayAcquisition {
     double score = 0.0;
   };
 
-  void findPeaks(const float* channelA, const float* channelB, int64_t length,
-                 double samplingRate);
+  void findPeaks(const float* channelA, const float* channelB, int64_t length, double samplingRate);
   // The segments' best peaks on the line through offset and drift, one per segment.
   Line lineThrough(double offset, double drift, double polarity,
                    const std::vector<bool>& available) const;

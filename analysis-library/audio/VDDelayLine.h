@@ -23,9 +23,9 @@ class VDDelayLine {
   static constexpr double kDriftUncertainty = 2e-5;
 
   bool haveDelay = false;
-  double anchorDelay = 0.0;                       // delay measured or found at anchorCentre
-  double anchorCentre = 0.0;                      // channel A sample position
-  double drift = 0.0;                             // estimate of d(delay)/d(time), dimensionless
+  double anchorDelay = 0.0;   // delay measured or found at anchorCentre
+  double anchorCentre = 0.0;  // channel A sample position
+  double drift = 0.0;         // estimate of d(delay)/d(time), dimensionless
   // Set where the delay and drift came from the acquisition's line rather than from windows:
   // the drift is then good to lineDriftUncertainty from the start, and the first window's peak
   // may lie up to lineTolerance from the line.

@@ -26,13 +26,13 @@ double median(std::vector<double> values) { return quantile(std::move(values), 0
 struct Residual {
   double size = std::numeric_limits<double>::infinity();  // |delay - line|; infinite where the
                                                           // windows are too few to say
-  double allowed = 1.0;  // u^2 + var(line): its expected square
+  double allowed = 1.0;                                   // u^2 + var(line): its expected square
 
   double normalised() const { return size / std::sqrt(allowed); }
 };
 
 Residual residual(const std::vector<VDAudioTimeErrorCalculator::Window*>& used, std::ptrdiff_t i,
-                std::ptrdiff_t first, std::ptrdiff_t end) {
+                  std::ptrdiff_t first, std::ptrdiff_t end) {
   if (end - first < 2) {
     return {};
   }
