@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "VDFFTCorrelator.h"
+#include "VDWhiteningFilter.h"
 
 namespace {
 
@@ -72,49 +73,6 @@ std::vector<float> decimated(const float* samples, int64_t length, int64_t facto
   return out;
 }
 
-// The prediction-error filter of the given order for samples (autocorrelation method,
-// Levinson-Durbin): filter[0] = 1, and samples convolved with it come out nearly white.
-std::vector<double> whiteningFilter(const std::vector<float>& samples, int order) {
-  std::vector<double> r(static_cast<size_t>(order + 1), 0.0);
-  const auto count = static_cast<int64_t>(samples.size());
-  for (int lag = 0; lag <= order; ++lag) {
-    double sum = 0.0;
-    for (int64_t n = lag; n < count; ++n) {
-      sum += static_cast<double>(samples[n]) * samples[n - lag];
-    }
-    r[lag] = sum;
-  }
-  std::vector<double> filter(static_cast<size_t>(order + 1), 0.0);
-  filter[0] = 1.0;
-  // A hair of white noise keeps the recursion stable on a pure tone or digital silence.
-  double error = r[0] * (1.0 + 1e-6);
-  for (int i = 1; i <= order && error > 0.0; ++i) {
-    double acc = r[i];
-    for (int j = 1; j < i; ++j) {
-      acc += filter[j] * r[i - j];
-    }
-    const double reflection = -acc / error;
-    std::vector<double> previous(filter);
-    for (int j = 1; j < i; ++j) {
-      filter[j] = previous[j] + reflection * previous[i - j];
-    }
-    filter[i] = reflection;
-    error *= 1.0 - reflection * reflection;
-  }
-  return filter;
-}
-
-void applyFilter(const std::vector<double>& filter, std::vector<float>& samples) {
-  const auto order = static_cast<int64_t>(filter.size()) - 1;
-  for (auto n = static_cast<int64_t>(samples.size()) - 1; n >= 0; --n) {
-    double sum = 0.0;
-    for (int64_t j = 0; j <= order && j <= n; ++j) {
-      sum += filter[j] * samples[n - j];
-    }
-    samples[n] = static_cast<float>(sum);
-  }
-}
-
 }  // namespace
 
 VDDelayAcquisition::VDDelayAcquisition(const float* channelA, const float* channelB, int64_t length,
@@ -128,9 +86,9 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
   _factor = std::max<int64_t>(1, std::llround(samplingRate / kDecimatedRate));
   std::vector<float> a = decimated(channelA, length, _factor);
   std::vector<float> b = decimated(channelB, length, _factor);
-  const std::vector<double> filter = whiteningFilter(a, kWhiteningOrder);
-  applyFilter(filter, a);
-  applyFilter(filter, b);
+  const VDWhiteningFilter filter(a.data(), static_cast<int64_t>(a.size()), kWhiteningOrder);
+  filter.apply(a);
+  filter.apply(b);
   const auto count = static_cast<int64_t>(a.size());
   const int64_t segment = std::min(kSegmentLength, count / 2);
   if (segment < kShortestSegment) {
