@@ -1,7 +1,6 @@
 #include "VDWhiteningFilter.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace {
 
@@ -54,18 +53,4 @@ void VDWhiteningFilter::apply(std::vector<float>& samples) const {
     }
     samples[n] = static_cast<float>(sum);
   }
-}
-
-std::vector<double> VDWhiteningFilter::powerResponse(size_t size) const {
-  std::vector<double> power(size / 2 + 1);
-  for (size_t k = 0; k < power.size(); ++k) {
-    double re = 0.0, im = 0.0;
-    for (size_t j = 0; j < _taps.size(); ++j) {
-      const double phase = -2.0 * M_PI * static_cast<double>(j * k % size) / static_cast<double>(size);
-      re += _taps[j] * std::cos(phase);
-      im += _taps[j] * std::sin(phase);
-    }
-    power[k] = re * re + im * im;
-  }
-  return power;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -16,10 +15,6 @@ class VDWhiteningFilter {
 
   // samples filtered in place (the samples before the first taken as zero).
   void apply(std::vector<float>& samples) const;
-
-  // The squared magnitude of the filter's response at the frequencies k / size of the sampling
-  // rate, k = 0 .. size / 2: the weights that whiten a cross-spectrum of that transform size.
-  std::vector<double> powerResponse(size_t size) const;
 
  private:
   std::vector<double> _taps;  // _taps[0] = 1
