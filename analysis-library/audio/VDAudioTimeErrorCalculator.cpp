@@ -20,23 +20,12 @@
 #include "VDPeakRefinement.h"
 #include "VDResamplingKernel.h"
 #include "VDUncertaintyCalibration.h"
+#include "VDWindowCorrelation.h"
 
 namespace {
 
-// Window-to-window search range around the previous peak, samples each way. Drift moves the
-// peak by a small fraction of a sample per window; the margin absorbs jitter and fast drift.
-constexpr int64_t kTrackingRadius = 32;
-// A signal that repeats exactly (a steady tone) correlates alike a period apart: it is followed
-// by the peak nearest to the prediction, judged within this many samples.
-constexpr int64_t kPeriodicRadius = 4;
-constexpr double kPeriodicPeakCorrelation = 0.5;
-
-// The band-limited interpolator's reach, samples each way.
-constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
-
-// Correlation lags kept around the tracked lag: the search range, the interpolator's reach and
-// the parabola's neighbours.
-constexpr int64_t kLagMargin = kTrackingRadius + kKernelHalfLength + 2;
+constexpr int64_t kTrackingRadius = VDWindowCorrelation::kTrackingRadius;
+constexpr int64_t kLagMargin = VDWindowCorrelation::kLagMargin;
 
 constexpr double kMinimumPeakCorrelation = VDLagSearch::kMinimumPeakCorrelation;
 // A search for a step may settle for less, as two windows must then confirm what it found.
@@ -100,16 +89,6 @@ double energy(const float* samples, int64_t length, int64_t from, int64_t count)
     sum += static_cast<double>(samples[i]) * samples[i];
   }
   return sum;
-}
-
-int64_t nonZeroCount(const float* samples, int64_t length, int64_t from, int64_t count) {
-  const int64_t begin = std::max<int64_t>(from, 0);
-  const int64_t end = std::min(from + count, length);
-  int64_t nonZero = 0;
-  for (int64_t i = begin; i < end; ++i) {
-    nonZero += samples[i] != 0.0f ? 1 : 0;
-  }
-  return nonZero;
 }
 
 }  // namespace
@@ -224,6 +203,10 @@ void VDAudioTimeErrorCalculator::measureBackwards(int64_t firstUsed, Tracking& t
   std::swap(backwards.backwardCorrelator, tracking.backwardCorrelator);
 }
 
+VDWindowCorrelation VDAudioTimeErrorCalculator::correlation() const {
+  return {_channelA, _channelB, _length, _correlationLength, _upscaleFactor, _correlationType};
+}
+
 double VDAudioTimeErrorCalculator::windowCentre(int64_t start) const {
   return static_cast<double>(start) + static_cast<double>(_correlationLength - 1) / 2.0;
 }
@@ -238,7 +221,8 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
   window.bInverted = tracking.polarity < 0.0;
   // A window is judged on the part that holds signal: a few samples at the edge of digital
   // silence correlate well at almost any lag.
-  if (4 * nonZeroCount(_channelA, _length, start, windowLength) < windowLength) {
+  if (4 * VDWindowCorrelation::nonZeroCount(_channelA, _length, start, windowLength) <
+      windowLength) {
     window.status = WindowStatus::Silent;
     return;
   }
@@ -355,7 +339,7 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, double meanSquare, Trac
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     int64_t start, double& predicted, double polarity, double tolerance, bool requireClear,
     Tracking& tracking, Peak& peak) const {
-  WindowStatus status = correlateAround(start, predicted, polarity, tracking, peak);
+  WindowStatus status = correlation().correlate(start, predicted, polarity, tracking, peak);
   if (status == WindowStatus::Used &&
       (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear))) {
     status = WindowStatus::Ambiguous;
@@ -375,7 +359,7 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     const double centred = predicted + static_cast<double>(peak.offset) +
                            VDPeakRefinement::parabolicOffset(c[-1], c[0], c[1]);
     Peak again;
-    if (correlateAround(start, centred, polarity, tracking, again) == WindowStatus::Used &&
+    if (correlation().correlate(start, centred, polarity, tracking, again) == WindowStatus::Used &&
         again.offset == 0) {
       predicted = centred;
       peak = again;
@@ -467,7 +451,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
   const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
-  if (correlateAround(window.start, predicted, tracking.polarity, tracking, peak) ==
+  if (correlation().correlate(window.start, predicted, tracking.polarity, tracking, peak) ==
           WindowStatus::Used &&
       std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
@@ -482,7 +466,8 @@ double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted,
                                                 Tracking& tracking) const {
   // B was read through the drift estimate, centred on the window's centre, so an offset k there
   // stands for k (1 + drift) samples of B's own.
-  return predicted + refinedOffset(start, peak.offset, tracking) * (1.0 + tracking.drift);
+  return predicted +
+         correlation().refinedOffset(start, peak.offset, tracking) * (1.0 + tracking.drift);
 }
 
 bool VDAudioTimeErrorCalculator::findFirstOffset(int64_t start, Tracking& tracking) const {
@@ -588,185 +573,10 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
   return std::nullopt;
 }
 
-VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::correlateAround(
-    int64_t start, double predicted, double polarity, Tracking& tracking, Peak& peak) const {
-  // Correlates around the predicted delay, with both windows on the matched stretch: A's window
-  // against B sliding plus B's window against A sliding. Either alone has its peak pulled by
-  // whatever differs between its window's two ends (a note starting, a level falling); in the
-  // sum the two pulls cancel.
-  const int64_t windowLength = _correlationLength;
-  const double halfWindow = static_cast<double>(windowLength - 1) / 2.0;
-  peak = Peak{};
-  // The part [validBegin, validEnd) of the window whose partners at every kept offset, and the
-  // interpolator's reach around them, lie inside both recordings. Summing over that part alone
-  // keeps the correlation from tapering where a sliding channel runs off the end of its
-  // recording, which would pull the peak towards the side that still has samples.
-  const double bStart = static_cast<double>(start) + predicted;
-  const double reach = static_cast<double>(kLagMargin + kKernelHalfLength + 1) +
-                       std::ceil(std::fabs(tracking.drift) * (windowLength + 2 * kLagMargin));
-  const double lengthB = static_cast<double>(_length);
-  const double validBegin =
-      std::max({0.0, std::ceil(reach - bStart), static_cast<double>(kLagMargin - start)});
-  const double validEnd =
-      std::min({static_cast<double>(windowLength), std::floor(lengthB - bStart - reach),
-                static_cast<double>(_length - start - kLagMargin)});
-  if (!(2.0 * (validEnd - validBegin) >= static_cast<double>(windowLength))) {
-    return WindowStatus::Outside;
-  }
-  tracking.validBegin = static_cast<int64_t>(validBegin);
-  tracking.validEnd = static_cast<int64_t>(validEnd);
-  const int64_t validCount = tracking.validEnd - tracking.validBegin;
-  // B's matching stretch must hold signal over most of the window too.
-  const int64_t wholeDelay = static_cast<int64_t>(std::floor(predicted));
-  if (4 * nonZeroCount(_channelB, _length, start + wholeDelay + tracking.validBegin, validCount) <
-      windowLength) {
-    return WindowStatus::Silent;
-  }
-
-  const double whole = std::floor(predicted);
-  const int64_t extendedLength = windowLength + 2 * kLagMargin;
-  VDResamplingKernel::copyWarped(_channelB, _length,
-                                 start + static_cast<int64_t>(whole) - kLagMargin,
-                                 predicted - whole, extendedLength, tracking.drift,
-                                 kLagMargin + halfWindow, tracking.rawB, tracking.warpedB.data());
-  if (polarity < 0.0) {
-    for (double& value : tracking.warpedB) {
-      value = -value;
-    }
-  }
-  VDFFTCorrelator& forward = *tracking.forwardCorrelator;
-  VDFFTCorrelator& backward = *tracking.backwardCorrelator;
-  std::fill(forward.reference(), forward.reference() + windowLength, 0.0);
-  VDResamplingKernel::copyZeroExtended(_channelA, _length, start + tracking.validBegin, validCount,
-                                       forward.reference() + tracking.validBegin);
-  std::copy(tracking.warpedB.begin(), tracking.warpedB.end(), forward.other());
-  std::fill(backward.reference(), backward.reference() + windowLength, 0.0);
-  std::copy(tracking.warpedB.begin() + kLagMargin + tracking.validBegin,
-            tracking.warpedB.begin() + kLagMargin + tracking.validEnd,
-            backward.reference() + tracking.validBegin);
-  VDResamplingKernel::copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength,
-                                       backward.other());
-  const double* forwardResult = forward.correlate();
-  const double* backwardResult = backward.correlate();
-  for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
-    tracking.correlation[kLagMargin + offset] =
-        forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
-  }
-  const int64_t radius =
-      tracking.periodic && tracking.haveLine() ? kPeriodicRadius : kTrackingRadius;
-  const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
-  const int64_t best = judged.best();
-  peak.offset = best;
-  peak.ratio = judged.ratio();
-  peak.clear = judged.clear();
-  peak.onEdge = judged.onEdge();
-  double energyA = 0.0, energyB = 0.0;
-  for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
-    const double a = _channelA[start + n];
-    const double b = tracking.warpedB[kLagMargin + best + n];
-    energyA += a * a;
-    energyB += b * b;
-  }
-  if (!(energyB > 0.0 && energyA > 0.0)) {
-    return WindowStatus::Silent;
-  }
-  peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
-  // The signal-to-noise ratio shows in the correlation at the true peak, which may lie up to half
-  // a sample from the whole-sample one.
-  peak.uncertainty = VDCorrelationPeak::delayUncertainty(
-      judged.curvature(), peak.correlation * judged.peakGain(), validCount);
-  // Followed without a line, a window must show the tone clearly: unrelated noise in the other
-  // channel scores below half, a tone even at 10 dB SNR near one.
-  if (!(peak.correlation >=
-        (tracking.periodic ? kPeriodicPeakCorrelation : kMinimumPeakCorrelation))) {
-    return WindowStatus::Weak;
-  }
-  if (peak.onEdge) {
-    return WindowStatus::Lost;
-  }
-  return WindowStatus::Used;
-}
-
 std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator::searchOffset(
     int64_t start, int64_t around, int64_t range, double peakRatio, Tracking& tracking) const {
   return VDLagSearch(_channelA, _channelB, _length)
       .search(start, around, range, peakRatio, tracking);
-}
-
-double VDAudioTimeErrorCalculator::refinedOffset(int64_t start, int64_t peakOffset,
-                                                 Tracking& tracking) const {
-  const auto at = [&](int64_t offset) { return tracking.correlation[kLagMargin + offset]; };
-  switch (_correlationType) {
-    case kQuick:
-      return static_cast<double>(peakOffset) +
-             VDPeakRefinement::parabolicOffset(at(peakOffset - 1), at(peakOffset),
-                                               at(peakOffset + 1));
-    case kResampler:
-      return static_cast<double>(peakOffset) + resampledPeakOffset(start, peakOffset, tracking);
-    case kPostResampler:
-      break;
-  }
-  // The correlation is as band-limited as the signal, so the interpolator rebuilds it between
-  // the offsets; the offsets within its reach are all inside the kept margin.
-  const int64_t upscale = _upscaleFactor;
-  const auto interpolated = [&](int64_t step) {
-    const double x = static_cast<double>(step) / static_cast<double>(upscale);
-    const double whole = std::floor(x);
-    return VDResamplingKernel::interpolatedValue(
-        tracking.correlation.data() + kLagMargin + peakOffset + static_cast<int64_t>(whole),
-        x - whole);
-  };
-  return static_cast<double>(peakOffset) + VDPeakRefinement::gridPeakOffset(upscale, interpolated);
-}
-
-double VDAudioTimeErrorCalculator::resampledPeakOffset(int64_t start, int64_t peakOffset,
-                                                       Tracking& tracking) const {
-  // Upsampled: channel A from the recording itself, so its window edges see their real
-  // neighbours, and B from the drift-following copy the window was correlated with; each over
-  // its window plus the stretch the other window meets one sample either side of the peak.
-  const int64_t upscale = _upscaleFactor;
-  const int64_t windowLength = _correlationLength;
-  const int64_t firstA = std::min<int64_t>(0, -peakOffset - 1);
-  const int64_t countA = std::max(windowLength, windowLength - peakOffset + 1) - firstA;
-  const int64_t firstB = std::min<int64_t>(0, peakOffset - 1);
-  const int64_t countB = std::max(windowLength, windowLength + peakOffset + 1) - firstB;
-  tracking.extendedA.resize(static_cast<size_t>(countA + 2 * kKernelHalfLength));
-  tracking.phasesA.resize(static_cast<size_t>(upscale * countA));
-  tracking.phasesB.resize(static_cast<size_t>(upscale * countB));
-  VDResamplingKernel::copyZeroExtended(_channelA, _length, start + firstA - kKernelHalfLength + 1,
-                                       countA + 2 * kKernelHalfLength - 1,
-                                       tracking.extendedA.data());
-  VDResamplingKernel::upsample(tracking.extendedA.data() + kKernelHalfLength - 1, countA, upscale,
-                               tracking.taps, tracking.phasesA.data());
-  VDResamplingKernel::upsample(tracking.warpedB.data() + kLagMargin + firstB, countB, upscale,
-                               tracking.taps, tracking.phasesB.data());
-
-  // The symmetric correlation at offset peakOffset + step/upscale, phase by phase: A's fine
-  // samples against B's shifted by the offset, plus B's against A's shifted back by it.
-  const double* phasesA = tracking.phasesA.data();
-  const double* phasesB = tracking.phasesB.data();
-  const int64_t validBegin = tracking.validBegin;
-  const int64_t validCount = tracking.validEnd - tracking.validBegin;
-  const auto phaseOf = [upscale](int64_t fine, int64_t& carry) {
-    carry = fine >= 0 ? fine / upscale : -((-fine + upscale - 1) / upscale);
-    return fine - carry * upscale;
-  };
-  const auto correlation = [&](int64_t step) {
-    double sum = 0.0;
-    int64_t carry = 0;
-    for (int64_t phase = 0; phase < upscale; ++phase) {
-      const int64_t forwardPhase = phaseOf(phase + step, carry);
-      sum += VDPeakRefinement::dotProduct(
-          phasesA + phase * countA - firstA + validBegin,
-          phasesB + forwardPhase * countB + peakOffset + carry - firstB + validBegin, validCount);
-      const int64_t backwardPhase = phaseOf(phase - step, carry);
-      sum += VDPeakRefinement::dotProduct(
-          phasesB + phase * countB - firstB + validBegin,
-          phasesA + backwardPhase * countA - peakOffset + carry - firstA + validBegin, validCount);
-    }
-    return sum;
-  };
-  return VDPeakRefinement::gridPeakOffset(upscale, correlation);
 }
 
 std::vector<VDTimeErrorValue> VDAudioTimeErrorCalculator::timeErrors() const {

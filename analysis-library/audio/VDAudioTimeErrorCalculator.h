@@ -11,6 +11,8 @@
 #include "VDTimeErrorValue.h"
 
 struct VDAudioTracking;
+struct VDWindowPeak;
+class VDWindowCorrelation;
 
 // A VDAudioTimeErrorCalculator measures, window by window, how far channel B of two recordings
 // of one signal lags channel A, by cross-correlating them, and gives the series as time errors.
@@ -65,10 +67,7 @@ struct VDAudioTracking;
 //     its centre rather than an average weighted by where the signal is loud. The first windows
 //     of a track are measured again, until the drift settles, when it becomes known and when its
 //     line is full.
-//   - The correlation is the sum of A's window against B sliding and B's matching window against
-//     A sliding, each over the part of the window whose neighbourhood lies inside both
-//     recordings. Either direction alone has its peak pulled by whatever differs between its
-//     window's ends (a note starting, a level falling); in the sum the pulls cancel.
+//   - Each window's correlation and its refinement below a sample are VDWindowCorrelation's.
 //
 // A window yields no value, but is listed in the diagnostic export, when it is
 //   silent     fewer than a quarter of channel A's window samples, or of B's matching stretch,
@@ -149,15 +148,7 @@ class VDAudioTimeErrorCalculator {
  private:
   using Tracking = VDAudioTracking;
 
-  // The correlation's best whole-sample offset from the predicted delay and how it was judged.
-  struct Peak {
-    int64_t offset = 0;
-    double correlation = 0.0;  // normalised, at the offset
-    double ratio = 1.0;        // highest other peak over the best
-    bool clear = false;
-    bool onEdge = false;
-    double uncertainty = std::numeric_limits<double>::infinity();  // samples
-  };
+  using Peak = VDWindowPeak;
 
   using SearchHit = VDLagSearchHit;
 
@@ -176,9 +167,7 @@ class VDAudioTimeErrorCalculator {
                     Tracking& tracking, Window& window) const;
   bool takeStep(int64_t start, double meanSquare, Tracking& tracking, Window& window) const;
   void remeasure(Tracking& tracking, Window& window) const;
-  // B is taken upside down where polarity is negative.
-  WindowStatus correlateAround(int64_t start, double predicted, double polarity, Tracking& tracking,
-                               Peak& peak) const;
+  VDWindowCorrelation correlation() const;
   double refinedDelay(int64_t start, double predicted, const Peak& peak, Tracking& tracking) const;
   bool findFirstOffset(int64_t start, Tracking& tracking) const;
   std::optional<SearchHit> searchLines(int64_t start, double predicted, Tracking& tracking) const;
@@ -186,8 +175,6 @@ class VDAudioTimeErrorCalculator {
                                       Tracking& tracking) const;
   std::optional<SearchHit> searchOffset(int64_t start, int64_t around, int64_t range,
                                         double peakRatio, Tracking& tracking) const;
-  double refinedOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
-  double resampledPeakOffset(int64_t start, int64_t peakOffset, Tracking& tracking) const;
 
   const float* _channelA;
   const float* _channelB;
