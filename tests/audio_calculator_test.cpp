@@ -522,8 +522,8 @@ TEST(AudioTimeErrorCalculator, FollowsADriftAcrossManyWindowLengths) {
 }
 TEST(AudioTimeErrorCalculator, FindsALargeInitialOffsetEitherWay) {
   constexpr int64_t kInterval = 800, kLength = 1024;
-  // At -0.15 s the first search finds too little overlap at the start; the match comes half a
-  // second later, and the windows before it are measured backwards from there.
+  // At -0.15 s the first windows' matches lie before B's start; the windows from the first
+  // value on are measured, and the ones before it backwards from there.
   for (double offset : {0.5123, -0.4871, -0.15}) {
     SCOPED_TRACE(offset);
     const Pair pair = makePair(4.0, offset, 20e-6);
