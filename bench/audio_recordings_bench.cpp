@@ -514,6 +514,8 @@ int main(int argc, char** argv) {
       {"speech 1000 ppm", Kind::Speech, 60, 0.0123456, -1000e-6, 40, {}, false, 4096, 3},
       {"speech 25 ppm no noise", Kind::Speech, 60, 0.0123456, 25e-6, INFINITY, {}, false, 4096, 4},
       {"speech 25 ppm 60 dB", Kind::Speech, 60, 0.0123456, 25e-6, 60, {}, false, 4096, 4},
+      {"speech 25 ppm 20 dB", Kind::Speech, 60, 0.0123456, 25e-6, 20, {}, false, 4096, 12},
+      {"noise 25 ppm 10 dB", Kind::Noise, 60, 0.0123456, 25e-6, 10, {}},
       {"speech offset +3 s", Kind::Speech, 60, 3.0, 25e-6, 40, {}, false, 4096, 5},
       {"speech offset -3 s", Kind::Speech, 60, -3.0, 25e-6, 40, {}, false, 4096, 6},
       {"speech offset +60 s", Kind::Speech, 180, 60.0, 100e-6, 40, {}, false, 4096, 7},
