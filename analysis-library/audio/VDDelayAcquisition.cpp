@@ -42,9 +42,6 @@ constexpr int kWhiteningOrder = 16;
 // A peak lies on a line within this many decimated samples (its own precision plus the smear
 // of a drift across the segment).
 constexpr double kLineTolerance = 2.0;
-// A competing line on the same segments within this fraction of the best one's score makes the
-// offset ambiguous.
-constexpr double kAmbiguousScore = 0.9;
 constexpr size_t kMostLines = 8;
 constexpr size_t kFinalists = 64;
 // A segment inside a line's span with a strong peak elsewhere counts this many times its peak
@@ -228,7 +225,6 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
   }
   for (int s = bestStart; s <= bestEnd; ++s) {
     if (best[s] != nullptr) {
-      line.score += best[s]->score;
       line.supportedAt.push_back(best[s]->centre);
     }
   }
@@ -322,15 +318,6 @@ void VDDelayAcquisition::fitLines() {
   const size_t minimumSupport = _segmentCount >= 2 ? 2 : 1;
   if (main.supportedAt.size() < minimumSupport) {
     return;
-  }
-  // Another offset scoring as well on mostly the same segments: a signal that repeats exactly.
-  for (const Line& other : candidates) {
-    const double middle = main.supportedAt[main.supportedAt.size() / 2];
-    if (std::fabs(other.delayAt(middle) - main.delayAt(middle)) > 2.0 * main.tolerance &&
-        2 * other.supportedAt.size() >= main.supportedAt.size() &&
-        other.score >= kAmbiguousScore * main.score) {
-      _ambiguous = true;
-    }
   }
   _lines.push_back(main);
   // Steps: lines of the same slope through the segments the lines so far do not explain. A

@@ -20,10 +20,10 @@ class VDDelayAcquisition {
     double polarity = 1.0;          // -1 when B is upside down along this line
     double tolerance = 0.0;         // how far the true delay may lie from the line, samples
     double driftUncertainty = 0.0;  // of the drift: a decimated sample over the line's span
-    double score = 0.0;             // its peaks' scores summed
-    // The score less the best peaks of the segments within its span that have none on it: a
-    // line across a staircase of steps meets a few segments of each stair, and every segment
-    // it passes by speaks against it.
+    // Over its best run of consecutive segments: its peaks' scores less the best peaks of the
+    // segments that could show a peak on it but have theirs elsewhere. A line across a staircase
+    // of steps meets a few segments of each stair, and every segment it passes by speaks
+    // against it.
     double netScore = 0.0;
     std::vector<double> supportedAt;  // centres of the segments whose peaks lie on it
 
@@ -40,11 +40,6 @@ class VDDelayAcquisition {
 
   // The line whose supporting segments lie nearest to position; nullptr without lines.
   const Line* lineAt(double position) const;
-
-  // True when a line of other offset came close to the strongest one on the same segments: the
-  // signal repeats itself exactly (a steady tone, identical clicks), so that the offset is known
-  // only modulo its period.
-  bool ambiguous() const { return _ambiguous; }
 
   // Peaks below this many times the correlation's RMS over all lags are not kept: unrelated
   // signals over 480,000 lags reach about 5.
@@ -86,5 +81,4 @@ class VDDelayAcquisition {
   double _range = 0.0;                    // lags searched either way, samples
   std::vector<double> _segmentBestScore;  // 0 for a segment without peaks
   std::vector<Line> _lines;
-  bool _ambiguous = false;
 };
