@@ -329,6 +329,21 @@ TEST(AudioTimeErrorCalculator, ARepeatingPieceIsMatchedAtItsDelayNotAPatternAway
   }
 }
 
+TEST(AudioTimeErrorCalculator, FindsTheDelayUnderAMainsHumThatBothRecordersPickUp) {
+  // A 50 Hz hum three times as loud as the sound, in both channels at once (not delayed with the
+  // sound): unwhitened, its comb of peaks every 20 ms around no delay outweighs the sound's one
+  // peak at 15 s. The hum still pulls each window's value by up to a microsecond or so.
+  Pair pair = burstPair(40.0, 15.0123);
+  for (size_t n = 0; n < pair.a.size(); ++n) {
+    const auto hum = static_cast<float>(0.03 * std::sin(2 * M_PI * 50.0 * n / kRate));
+    pair.a[n] += hum;
+    pair.b[n] += hum;
+  }
+  int64_t used = 0;
+  EXPECT_LT(worstError(calculate(pair), kBurstLength, 15.0123, 0.0, &used), 2e-6);
+  EXPECT_GT(used, 100);
+}
+
 TEST(AudioTimeErrorCalculator, FollowsASteadyToneByItsPhase) {
   // A 440 Hz tone with a little noise, B 30 ppm fast: no line lines up across the recording
   // (the acquisition whitens the tone away), so the tone is followed by the peak nearest the
