@@ -52,20 +52,27 @@ constexpr double kContradictionWeight = 1.0;
 // Three moving averages of factor samples each, then every factor-th sample: what folds down
 // into the lower half of the decimated band is at least 26 dB down.
 std::vector<float> decimated(const float* samples, int64_t length, int64_t factor) {
-  std::vector<double> smoothed(samples, samples + length);
-  std::vector<double> pass(static_cast<size_t>(length));
-  for (int stage = 0; stage < 3; ++stage) {
+  // Streamed: each average keeps its last factor inputs in a ring, so that an hour of sound
+  // costs no copy of itself.
+  struct MovingAverage {
+    std::vector<double> ring;
     double sum = 0.0;
-    for (int64_t n = 0; n < length; ++n) {
-      sum += smoothed[n] - (n >= factor ? smoothed[n - factor] : 0.0);
-      pass[n] = sum / static_cast<double>(factor);
+    size_t next = 0;
+    double operator()(double x) {
+      sum += x - ring[next];
+      ring[next] = x;
+      next = next + 1 == ring.size() ? 0 : next + 1;
+      return sum / static_cast<double>(ring.size());
     }
-    std::swap(smoothed, pass);
-  }
+  };
+  std::vector<MovingAverage> stages(3, MovingAverage{std::vector<double>(factor, 0.0)});
   // Three averages delay by 3 (factor - 1) / 2 samples; B and A alike, so lags are unchanged.
   std::vector<float> out(static_cast<size_t>(length / factor));
-  for (size_t i = 0; i < out.size(); ++i) {
-    out[i] = static_cast<float>(smoothed[i * static_cast<size_t>(factor)]);
+  for (int64_t n = 0; n < static_cast<int64_t>(out.size()) * factor; ++n) {
+    const double smoothed = stages[2](stages[1](stages[0](samples[n])));
+    if (n % factor == 0) {
+      out[n / factor] = static_cast<float>(smoothed);
+    }
   }
   return out;
 }
