@@ -46,15 +46,15 @@ constexpr double kMaximumUncertaintySeconds = 10e-6;
 // A window more uncertain than this many times the typical one of the windows before it does not
 // move the line.
 constexpr double kNoisierThanTypical = 2.0;
+constexpr double kTypicalWeight = 0.1;  // of each new window in the running typical uncertainty
 // A window above this is measured once more, centred on its peak.
 constexpr double kCentringUncertaintySeconds = 0.5e-6;
 
-// The searches' schedule. A first match is looked for again after kFirstRetrySeconds of data,
-// then after twice as long each time, at most kLongestRetrySeconds. A window that fails while a
-// delay is followed searches +-kNearSearchSeconds around it (at once where A is loud or just
-// after a measured window, else every kNearSearchSpacingSeconds), then +-kWideSearchSeconds
-// (every kWideSearchSpacingSeconds, twice as long after each failure), and all of B after
-// kCoarseSearchAfterSeconds without a value. The two wider ones run where A is loud
+// The searches' schedule. A window that fails while a delay is followed searches
+// +-kNearSearchSeconds around it (at once where A is loud or just after a measured window, else
+// every kNearSearchSpacingSeconds), then +-kWideSearchSeconds (every kWideSearchSpacingSeconds,
+// twice as long after each failure, at most kLongestRetrySeconds), and along the acquisition's
+// other lines after kLineSearchAfterSeconds without a value. The two wider ones run where A is loud
 // (kLoudOverQuiet times its quietest window's mean square, in a recording whose measured windows
 // are kPausesBelowSignal times above that), or after kUnconditionalSearchSeconds without a
 // value; pauses in speech cost no searches.
@@ -64,7 +64,7 @@ constexpr double kNearSearchSpacingSeconds = 0.5;
 constexpr double kWideSearchSeconds = 2.0;
 constexpr double kWideSearchStretchSeconds = 1.0;
 constexpr double kWideSearchSpacingSeconds = 0.5;
-constexpr double kCoarseSearchAfterSeconds = 2.0;
+constexpr double kLineSearchAfterSeconds = 2.0;
 constexpr double kUnconditionalSearchSeconds = 3.0;
 constexpr double kLoudOverQuiet = 10.0;
 constexpr double kQuietMargin = 3.0;
@@ -394,7 +394,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
       tracking.typicalUncertainty == 0.0
           ? peak.uncertainty
           : tracking.typicalUncertainty *
-                std::pow(peak.uncertainty / tracking.typicalUncertainty, kUsedEnergyWeight);
+                std::pow(peak.uncertainty / tracking.typicalUncertainty, kTypicalWeight);
   if (!(peak.uncertainty <= kLineUncertaintySeconds * _samplingRate) && !typical &&
       (!tracking.history.empty() || tracking.driftFromLine)) {
     return;
@@ -564,7 +564,7 @@ std::optional<VDAudioTimeErrorCalculator::SearchHit> VDAudioTimeErrorCalculator:
       return hit;
     }
   }
-  if (due && sinceUsed >= secondsInSamples(kCoarseSearchAfterSeconds)) {
+  if (due && sinceUsed >= secondsInSamples(kLineSearchAfterSeconds)) {
     std::optional<SearchHit> hit = searchLines(start, predicted, tracking);
     if (differs(hit)) {
       return hit;
