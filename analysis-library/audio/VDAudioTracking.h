@@ -24,7 +24,8 @@ struct VDAudioTracking : VDDelayLine {
   bool searchesAllowed = true;       // false when measuring backwards from the first match
   bool periodic = false;             // no line was found: a steady tone, followed by its phase
 
-  bool haveLine() const { return !history.empty(); }
+  // Whether a window of this track has been measured (its peak then places the next).
+  bool windowMeasured() const { return !history.empty(); }
 
   // A step in the delay seen in one window, taken once the next window confirms it.
   struct Candidate {

@@ -101,7 +101,7 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
   const int64_t radius =
-      tracking.periodic && tracking.haveLine() ? kPeriodicRadius : kTrackingRadius;
+      tracking.periodic && tracking.windowMeasured() ? kPeriodicRadius : kTrackingRadius;
   const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
   const int64_t best = judged.best();
   peak.offset = best;
