@@ -38,11 +38,11 @@ constexpr double kMaximumDrift = VDDelayLine::kMaximumDrift;
 // than the windows before them, move the drift line: a quiet syllable or a note fading into the
 // noise scatters by microseconds. Once a line from the acquisition, from such windows or from a
 // tone's phase places the peak, a noisier window still gets its value, with its uncertainty, up
-// to 10 us; before, it gets none, as it might be a wrong match. Once every window is measured,
+// to 30 us; before, it gets none, as it might be a wrong match. Once every window is measured,
 // VDUncertaintyCalibration judges the values against each other. The limits are times, not
 // fractions of a sample, so that a recording at 96 kHz is held to the same.
 constexpr double kLineUncertaintySeconds = 0.01 / 48000.0;
-constexpr double kMaximumUncertaintySeconds = 10e-6;
+constexpr double kMaximumUncertaintySeconds = 30e-6;
 // A window more uncertain than this many times the typical one of the windows before it does not
 // move the line.
 constexpr double kNoisierThanTypical = 2.0;

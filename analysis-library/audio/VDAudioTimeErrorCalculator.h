@@ -80,7 +80,7 @@ class VDWindowCorrelation;
 //              next window has not confirmed, or a wrong match);
 //   uncertain  the delay's standard uncertainty, estimated from the peak's curvature and the
 //              window's signal-to-noise ratio (VDCorrelationPeak), exceeds 208 ns while no line
-//              is known, 10 us once one is; or, after VDUncertaintyCalibration has raised the
+//              is known, 30 us once one is; or, after VDUncertaintyCalibration has raised the
 //              uncertainties by the values' own scatter, five times the recording's median (and
 //              0.5 us), or its value lies far off its neighbours' lines;
 //   lost       its peak lies on the edge of the +-32 sample range;
