@@ -1,7 +1,6 @@
 // The tool from the command line beyond the transcripts of tests/data/runs: paths relative to
 // PWD and under "~", runs on bad input that must finish without a crash, FLAC headers that lie
-// about the length, the sample recordings through the audio and drift commands, and the audio
-// command's own plot scripts.
+// about the length and the sample recordings through the audio and drift commands.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
@@ -24,7 +23,6 @@
 #include "TestSupport.h"
 #include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
-#include "VDPAudioPlotScripts.h"
 #include "VDPFileSystem.h"
 #include "VDPLineReader.h"
 #include "VDPTextScanner.h"
@@ -187,13 +185,6 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
                            "audio_analysis_mtie.pdf", "PlotMTIE.py"}) {
     EXPECT_TRUE(fs::exists(dir / "drift" / file)) << file;
   }
-}
-
-TEST(AudioPlotScripts, BothTemplatesByteForByte) {
-  EXPECT_EQ(VDPAudioPlotScripts::savedScript("x.csv", "run 7"),
-            TestSupport::expected("audio-saved.txt"));
-  EXPECT_EQ(VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png"),
-            TestSupport::expected("audio-plot.txt"));
 }
 
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();

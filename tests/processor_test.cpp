@@ -8,13 +8,16 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
 #include "TestSupport.h"
 #include "VDPAnalyseDualLink.h"
+#include "VDPAudioPlotScripts.h"
 #include "VDPConsole.h"
+#include "VDPDualLinkMaximumTimeIntervalErrorAnalysis.h"
 #include "VDPDualLinkTimeErrorSequence.h"
 #include "VDPProcessDualLinkTimeError.h"
 #include "VDPProcessSingleTimeError.h"
@@ -116,14 +119,46 @@ TEST_F(ProcessorTest, ScriptPermissionsAreSetEvenWhenTheWriteFails) {
   EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
 }
 
-TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
-  const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
-  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
-                                                        std::nullopt, true),
-            TestSupport::expected("dual-link-saved.txt"));
-  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
-                                                        "/out dir/n.png", false),
-            TestSupport::expected("dual-link-plot.txt"));
+// Every plot script the tool saves beside its CSV (it finds the CSV beside itself and shows the
+// plot) or runs (it reads the literal path, saves the figure and closes it), byte for byte
+// against tests/data/expected/NAME-saved.txt and NAME-plot.txt: the header, records, columns,
+// titles and axes of each, the confidence band of the deviations only, and the dual-link MTIE's
+// hooks (the one-hop mask, the figure size and the y range) in their places.
+TEST(PlotScripts, EveryScriptInBothFormsByteForByte) {
+  using Script = std::function<std::string(bool saved)>;
+  // Time error sequences and statistic classes take the same arguments.
+  const auto of = [](const auto& generator, const std::string& csv) {
+    return [&generator, csv](bool saved) {
+      return saved ? generator.generatePythonScriptWithOutputPath(std::nullopt, csv, "link A",
+                                                                  std::nullopt, true)
+                   : generator.generatePythonScriptWithOutputPath("/out dir", csv, "link A",
+                                                                  "/out dir/n.png", false);
+    };
+  };
+  const VDTimeErrorSequence plain(std::vector<VDTimeErrorValue>{});
+  const VDPDualLinkTimeErrorSequence dualLink(std::vector<VDTimeErrorValue>{});
+  const std::pair<std::string, Script> scripts[] = {
+      {"time-error", of(plain, "n_time_error.csv")},
+      {"dual-link", of(dualLink, "n_time_error.csv")},
+      {"adev", of(VDAllanDeviationAnalysis::classObject(), "n_adev.csv")},
+      {"madev", of(VDModifiedAllanDeviationAnalysis::classObject(), "n_madev.csv")},
+      {"tdev", of(VDTimeDeviationAnalysis::classObject(), "n_tdev.csv")},
+      {"rmstie", of(VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(), "n_rmstie.csv")},
+      {"mtie", of(VDMaximumTimeIntervalErrorAnalysis::classObject(), "n_mtie.csv")},
+      {"dual-link-mtie",
+       of(VDPDualLinkMaximumTimeIntervalErrorAnalysis::classObject(), "n_mtie.csv")},
+      {"audio",
+       [](bool saved) {
+         return saved ? VDPAudioPlotScripts::savedScript("x.csv", "run 7")
+                      : VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png");
+       }},
+  };
+  for (const auto& [name, script] : scripts) {
+    for (const bool saved : {true, false}) {
+      const std::string file = name + (saved ? "-saved.txt" : "-plot.txt");
+      EXPECT_EQ(script(saved), TestSupport::expected(file)) << file;
+    }
+  }
 }
 
 class DualLinkProcessorTest : public ::testing::Test {
