@@ -1,14 +1,23 @@
 #pragma once
 
+// The standard headers the tests share come with this one.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VDAllanDeviationAnalysis.h"

@@ -8,29 +8,15 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <boost/math/distributions/chi_squared.hpp>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <limits>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
 #include "VDConfidenceInterval.h"
 #include "VDEquivalentDegreesOfFreedom.h"
-#include "VDModifiedAllanDeviationAnalysis.h"
 #include "VDNoiseIdentification.h"
-#include "VDTimeDeviationAnalysis.h"
 
 namespace {
 
-constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 using Variance = VDEquivalentDegreesOfFreedom::Variance;
 
 using TestSupport::timeErrorValues;
@@ -319,7 +305,7 @@ TEST(AnalysisConfidence, PublishedResultsOnPhaseDat) {
   }
   ASSERT_EQ(errors.size(), 1001u);
   VDAllanDeviationAnalysis adev(timeErrorValues(errors));
-  adev.performAnalysisFromStartWindowSize(1, kMax, 1);
+  adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   const std::vector<TestSupport::PublishedAdev> published = TestSupport::publishedPhaseDatAdev();
   ASSERT_EQ(published.size(), 7u);
   for (const auto& row : published) {
@@ -338,11 +324,11 @@ TEST(AnalysisConfidence, FiveNoiseTypesAgainstThePlainLoops) {
     SCOPED_TRACE("generated alpha " + std::to_string(alpha));
     const std::vector<int64_t> errors = powerLawPhase(alpha, 4096, 1000 + alpha);
     VDAllanDeviationAnalysis adev(timeErrorValues(errors));
-    adev.performAnalysisFromStartWindowSize(1, kMax, 1);
+    adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
     VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
-    mdev.performAnalysisFromStartWindowSize(1, kMax, 1);
+    mdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
     VDTimeDeviationAnalysis tdev(timeErrorValues(errors));
-    tdev.performAnalysisFromStartWindowSize(1, kMax, 1);
+    tdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
     // A long series identifies its own noise type at short windows.
     for (int64_t window : {1, 2, 4, 8}) {
       EXPECT_EQ(adev.points()[window - 1].alpha, alpha) << "window " << window;
@@ -400,7 +386,7 @@ TEST(AnalysisConfidence, DegenerateSeriesGiveFiniteNumbers) {
     for (VDStatisticAnalysis* analysis :
          {static_cast<VDStatisticAnalysis*>(&adev), static_cast<VDStatisticAnalysis*>(&mdev),
           static_cast<VDStatisticAnalysis*>(&tdev)}) {
-      analysis->performAnalysisFromStartWindowSize(1, kMax, 1);
+      analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
       for (const VDStatisticPoint& point : analysis->points()) {
         EXPECT_TRUE(std::isfinite(point.edf) && point.edf > 0) << point.windowSize;
         EXPECT_TRUE(std::isfinite(point.minimum) && std::isfinite(point.maximum));
@@ -411,7 +397,7 @@ TEST(AnalysisConfidence, DegenerateSeriesGiveFiniteNumbers) {
           EXPECT_EQ(point.maximum, 0.0);
         }
       }
-      ASSERT_TRUE(analysis->exportAnalysisToDirectoryURL(dir.path(), "s.csv", 1, kMax, 1));
+      ASSERT_TRUE(analysis->exportAnalysisToDirectoryURL(dir.path(), "s.csv", 1, INT64_MAX, 1));
       const std::string text = TestSupport::readFile(dir / "s.csv");
       EXPECT_EQ(text.find("nan"), std::string::npos) << text;
       EXPECT_EQ(text.find("inf"), std::string::npos) << text;
@@ -450,14 +436,14 @@ TEST(AnalysisConfidence, OneWeekRecordingAgainstThePlainLoops) {
   ASSERT_EQ(errors.size(), 556990u);
   // Windows across the whole range, the last ones (fewest terms) included.
   VDAllanDeviationAnalysis adev(timeErrorValues(errors));
-  adev.performAnalysisFromStartWindowSize(1, kMax, 9973);
+  adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 9973);
   expectMatchesReference(adev, errors, false);
-  adev.performAnalysisFromStartWindowSize(278400, kMax, 1);
+  adev.performAnalysisFromStartWindowSize(278400, INT64_MAX, 1);
   expectMatchesReference(adev, errors, false);
   VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
-  mdev.performAnalysisFromStartWindowSize(1, kMax, 9973);
+  mdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 9973);
   expectMatchesReference(mdev, errors, true);
-  mdev.performAnalysisFromStartWindowSize(185600, kMax, 1);
+  mdev.performAnalysisFromStartWindowSize(185600, INT64_MAX, 1);
   expectMatchesReference(mdev, errors, true);
 }
 

@@ -6,13 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
 #include <numbers>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "TestSupport.h"
 #include "VDMTIEMask.h"

@@ -4,16 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <string>
-#include <vector>
-
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
-#include "VDMaximumTimeIntervalErrorAnalysis.h"
 #include "VDPlotReduction.h"
 #include "VDPlotScript.h"
 #include "VDTimeErrorSequence.h"

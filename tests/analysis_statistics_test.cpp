@@ -5,26 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
-#include <random>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
-#include "VDMaximumTimeIntervalErrorAnalysis.h"
-#include "VDModifiedAllanDeviationAnalysis.h"
-#include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
-#include "VDTimeDeviationAnalysis.h"
 #include "VDTimeErrorSequence.h"
 
 namespace {
 
 using TestSupport::Statistic;
-constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
-constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
 constexpr Statistic kDeviations[] = {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV,
                                      Statistic::RMSTIE};
 
@@ -95,7 +81,7 @@ void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int6
                    const std::string& label) {
   const auto n = static_cast<int64_t>(errors.size());
   const auto analysis = TestSupport::analysisOf(statistic, valuesOf(errors));
-  analysis->performAnalysisFromStartWindowSize(1, kMax, step);
+  analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
   const std::vector<VDStatisticPoint>& points = analysis->points();
   ASSERT_EQ(static_cast<int64_t>(points.size()),
             (TestSupport::largestWindow(statistic, n) - 1) / step + 1)
@@ -146,8 +132,8 @@ TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
     for (int64_t step : {int64_t{1}, int64_t{33}}) {
       const auto plain = TestSupport::analysisOf(statistic, valuesOf(errors));
       const auto offset = TestSupport::analysisOf(statistic, valuesOf(shifted));
-      plain->performAnalysisFromStartWindowSize(1, kMax, step);
-      offset->performAnalysisFromStartWindowSize(1, kMax, step);
+      plain->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
+      offset->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
       ASSERT_EQ(plain->points().size(), offset->points().size());
       for (size_t i = 0; i < plain->points().size(); ++i) {
         ASSERT_EQ(plain->points()[i].value, offset->points()[i].value)
@@ -161,8 +147,9 @@ TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
 void expectMtieMatches(const std::vector<int64_t>& errors, const std::string& label) {
   const std::vector<__int128> reference = TestSupport::mtieOfEveryWindow(errors);
   const auto n = static_cast<int64_t>(errors.size());
-  const int64_t ranges[][3] = {{1, kMax, 1},   {2, kMax, 1},      {700, 1900, 3},  {1, kMax, 17},
-                               {5, kMax, 255}, {300, kMax, 1000}, {n - 1, kMax, 1}};
+  const int64_t ranges[][3] = {{1, INT64_MAX, 1},    {2, INT64_MAX, 1},   {700, 1900, 3},
+                               {1, INT64_MAX, 17},   {5, INT64_MAX, 255}, {300, INT64_MAX, 1000},
+                               {n - 1, INT64_MAX, 1}};
   for (const auto& [start, end, step] : ranges) {
     VDMaximumTimeIntervalErrorAnalysis analysis(valuesOf(errors));
     analysis.performAnalysisFromStartWindowSize(start, end, step);
@@ -193,10 +180,10 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   expectMtieMatches(v, "V");
   expectMtieMatches(std::vector<int64_t>(600, -42), "constant");
   expectMtieMatches(noise(Noise::kWhite, 9, 0, 5), "short");
-  const std::vector<int64_t> extremes = {0, kMax, kMin, 5, kMin, kMax};
+  const std::vector<int64_t> extremes = {0, INT64_MAX, INT64_MIN, 5, INT64_MIN, INT64_MAX};
   expectMtieMatches(extremes, "extremes");
   VDMaximumTimeIntervalErrorAnalysis widest(valuesOf(extremes));
-  widest.performAnalysisFromStartWindowSize(1, kMax, 1);
+  widest.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_EQ(widest.mtie().front().value, 18446744073709551615.0);  // 2^64 - 1, rounded
 
   // A dip and a peak d samples apart are seen together by one window of size d only. Put such
@@ -256,21 +243,21 @@ TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
     int64_t start, end, step;
     W windows;
   } cases[] = {
-      {30, kMax, 10, {30, 40, 0, 30, 0,  30, 0,  30, 40, 50, 60, 70,
-                      80, 90, 0, 30, 40, 50, 60, 70, 80, 90, 0}},
+      {30, INT64_MAX, 10, {30, 40, 0, 30, 0,  30, 0,  30, 40, 50, 60, 70,
+                           80, 90, 0, 30, 40, 50, 60, 70, 80, 90, 0}},
       // A start below 1 starts at the first window reachable in steps.
       {-5, 12, 8, {3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0}},
-      {kMin, 2, kMax, none},
-      {kMin + 2, kMax, kMax, {1, 0, 1, 0, 1, 0, 1, 0, 1, 0}},
-      {kMin + 1, kMax, kMax, none},  // reaches 0, then kMax
-      {1, kMax, 0, none},
-      {1, kMax, -3, none},
-      {kMax, kMax, kMax, none},
-      {kMax - 1, kMax, 1, none},
+      {INT64_MIN, 2, INT64_MAX, none},
+      {INT64_MIN + 2, INT64_MAX, INT64_MAX, {1, 0, 1, 0, 1, 0, 1, 0, 1, 0}},
+      {INT64_MIN + 1, INT64_MAX, INT64_MAX, none},  // reaches 0, then INT64_MAX
+      {1, INT64_MAX, 0, none},
+      {1, INT64_MAX, -3, none},
+      {INT64_MAX, INT64_MAX, INT64_MAX, none},
+      {INT64_MAX - 1, INT64_MAX, 1, none},
       {50, 10, 1, none},
-      {kMin, kMin, 1, none},
-      {99, kMax, kMax, {0, 0, 0, 99, 0, 99, 0}},
-      {98, kMax, kMax - 1, {0, 0, 0, 98, 0, 98, 0}},
+      {INT64_MIN, INT64_MIN, 1, none},
+      {99, INT64_MAX, INT64_MAX, {0, 0, 0, 99, 0, 99, 0}},
+      {98, INT64_MAX, INT64_MAX - 1, {0, 0, 0, 98, 0, 98, 0}},
   };
   for (const auto& c : cases) {
     W windows;
@@ -298,7 +285,7 @@ TEST(AnalysisStatistics, TooFewSamplesGiveNoResults) {
     for (Statistic statistic : TestSupport::kStatistics) {
       const auto analysis =
           TestSupport::analysisOf(statistic, valuesOf(std::vector<int64_t>(count, 5), 0));
-      analysis->performAnalysisFromStartWindowSize(kMin, kMax, 1);
+      analysis->performAnalysisFromStartWindowSize(INT64_MIN, INT64_MAX, 1);
       EXPECT_EQ(analysis->points().size(), count == 2 && statistic >= Statistic::RMSTIE ? 1u : 0u)
           << count << " " << static_cast<int>(statistic);
     }
@@ -330,8 +317,8 @@ TEST(AnalysisExport, StatisticsWriteWindowTauValueAndTerms) {
   TestSupport::TempDir dir;
   // Every window of the analysis, written and read back.
   const auto exported = [&dir](VDStatisticAnalysis& analysis, const std::string& name) {
-    analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
-    EXPECT_TRUE(analysis.exportAnalysisToDirectoryURL(dir.path(), name, 1, kMax, 1));
+    analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    EXPECT_TRUE(analysis.exportAnalysisToDirectoryURL(dir.path(), name, 1, INT64_MAX, 1));
     return TestSupport::readFile(dir / name);
   };
   // 0, 0, 4, 8 ns a quarter second apart. ADEV at m=1: second differences 4 and 0, so
@@ -366,20 +353,20 @@ TEST(AnalysisExport, OnlyTheGivenWindowRangeIsWritten) {
   TestSupport::TempDir dir;
   VDMaximumTimeIntervalErrorAnalysis mtie(
       timeErrorValues({0, 1, 3, 6, 10, 15, 21, 28, 36, 45}, 1000000000));
-  mtie.performAnalysisFromStartWindowSize(1, kMax, 1);
+  mtie.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   ASSERT_TRUE(mtie.exportAnalysisToDirectoryURL(dir.path(), "m.csv", 2, 8, 3));
   EXPECT_EQ(TestSupport::readFile(dir / "m.csv"),
             "window,tau,mtie,terms\n2,2,17,8\n5,5,35,5\n8,8,44,2\n");
   // Windows never computed, a step below 1 and a range past the data give just the header.
-  for (const auto& [start, end, step] : {std::tuple<int64_t, int64_t, int64_t>{1, kMax, 0},
-                                         {1, kMax, -1},
-                                         {10, kMax, 1},
-                                         {kMax, kMax, kMax}}) {
+  for (const auto& [start, end, step] : {std::tuple<int64_t, int64_t, int64_t>{1, INT64_MAX, 0},
+                                         {1, INT64_MAX, -1},
+                                         {10, INT64_MAX, 1},
+                                         {INT64_MAX, INT64_MAX, INT64_MAX}}) {
     ASSERT_TRUE(mtie.exportAnalysisToDirectoryURL(dir.path(), "h.csv", start, end, step));
     EXPECT_EQ(TestSupport::readFile(dir / "h.csv"), "window,tau,mtie,terms\n");
   }
   VDAllanDeviationAnalysis notRun(timeErrorValues({1, 2, 3, 4, 5}, 1));
-  ASSERT_TRUE(notRun.exportAnalysisToDirectoryURL(dir.path(), "n.csv", 1, kMax, 1));
+  ASSERT_TRUE(notRun.exportAnalysisToDirectoryURL(dir.path(), "n.csv", 1, INT64_MAX, 1));
   EXPECT_EQ(TestSupport::readFile(dir / "n.csv"),
             "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n");
 }
@@ -391,9 +378,9 @@ TEST(AnalysisExport, AnUnwritableTargetGivesFalse) {
   EXPECT_FALSE(sequence.exportTimeErrorsToDirectoryURL(dir / "missing", "t.csv"));
   EXPECT_FALSE(sequence.exportTimeErrorsToDirectoryURL(dir / "file", "t.csv"));
   VDAllanDeviationAnalysis adev(timeErrorValues({1, 2, 3, 4, 5}, 1));
-  adev.performAnalysisFromStartWindowSize(1, kMax, 1);
-  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir / "missing", "a.csv", 1, kMax, 1));
-  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir.path(), "", 1, kMax, 1));
+  adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir / "missing", "a.csv", 1, INT64_MAX, 1));
+  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir.path(), "", 1, INT64_MAX, 1));
 }
 
 }  // namespace

@@ -6,28 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <memory>
-#include <random>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
 #include "VDExactAutocorrelation.h"
 #include "VDLaggedDifferenceSums.h"
-#include "VDMaximumTimeIntervalErrorAnalysis.h"
-#include "VDModifiedAllanDeviationAnalysis.h"
 #include "VDPrefixCorrelation.h"
-#include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
-#include "VDTimeDeviationAnalysis.h"
 
 namespace {
-
-constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
 
 std::vector<int64_t> randomIntegers(size_t count, int64_t magnitude, uint64_t seed) {
   std::mt19937_64 generator(seed);
@@ -103,7 +87,7 @@ TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
   // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
   const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
   VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
-  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   ASSERT_EQ(analysis.points().size(), errors.size() - 1);
   for (const VDStatisticPoint& point : analysis.points()) {
     const auto m = static_cast<size_t>(point.windowSize);
@@ -144,8 +128,9 @@ TEST(AnalysisFastSums, SumsByTransformsAreTheExactSumsRoundedOnce) {
     const VDLaggedDifferenceSums sums(u, order);
     const int64_t largestLag = (static_cast<int64_t>(count) - 1) / order;
     const int64_t shortLag = static_cast<int64_t>(count) / (20 * order);
-    for (const auto& [first, last, step] :
-         {std::tuple<int64_t, int64_t, int64_t>{1, kMax, 1}, {5, kMax, 611}, {1, shortLag, 1}}) {
+    for (const auto& [first, last, step] : {std::tuple<int64_t, int64_t, int64_t>{1, INT64_MAX, 1},
+                                            {5, INT64_MAX, 611},
+                                            {1, shortLag, 1}}) {
       const VDWindowRange lags = VDWindowRange::clamped(first, last, step, 1, largestLag);
       std::vector<uint64_t> reports;
       const std::vector<double> exact =
@@ -190,7 +175,7 @@ TEST(AnalysisFastSums, TiledSumsEqualTheSumsTakenOneLagAtATime) {
       const auto size = static_cast<int64_t>(sequence.size());
       const int64_t largestLag = (size - 1) / order;
       for (const auto& [first, step] : {std::pair<int64_t, int64_t>{1, 1}, {300, 7}}) {
-        const VDWindowRange lags = VDWindowRange::clamped(first, kMax, step, 1, largestLag);
+        const VDWindowRange lags = VDWindowRange::clamped(first, INT64_MAX, step, 1, largestLag);
         int64_t lastReport = -1;
         const std::vector<double> tiled = sums.sumsOfSquares(lags, [&lastReport](uint64_t done) {
           EXPECT_GT(static_cast<int64_t>(done), lastReport);
@@ -221,7 +206,7 @@ std::vector<double> valuesOfPoints(const VDStatisticAnalysis& analysis) {
 template <typename Analysis>
 std::vector<double> analysed(const std::vector<int64_t>& errors, int64_t step) {
   Analysis analysis(timeErrorValues(errors));
-  analysis.performAnalysisFromStartWindowSize(1, kMax, step);
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, step);
   return valuesOfPoints(analysis);
 }
 
@@ -287,7 +272,7 @@ void expectProgressReported(const std::string& name, uint64_t windows, bool repo
   Analysis analysis(timeErrorValues(errors));
   RecordingObserver observer;
   analysis.setProgressObserver(&observer);
-  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_EQ(observer.starts, 1) << name;
   EXPECT_EQ(observer.finishes, 1) << name;
   EXPECT_EQ(observer.name, name);
@@ -299,10 +284,10 @@ void expectProgressReported(const std::string& name, uint64_t windows, bool repo
   // No windows, no reports; without an observer, none either.
   RecordingObserver idle;
   analysis.setProgressObserver(&idle);
-  analysis.performAnalysisFromStartWindowSize(5000, kMax, 1);
+  analysis.performAnalysisFromStartWindowSize(5000, INT64_MAX, 1);
   EXPECT_EQ(idle.starts, 0) << name;
   analysis.setProgressObserver(nullptr);
-  analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_EQ(observer.starts, 1) << name;
 }
 
@@ -320,9 +305,9 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
   // many blocks, and remainders longer than a block); 8191, where each block of lags' fewest
   // starts are whole blocks (no remainder); four near the largest magnitude taken.
   const int64_t largest = (int64_t{1} << 41) - 1;
-  for (const std::vector<int64_t>& u :
-       {randomIntegers(9000, int64_t{1} << 30, 31), randomIntegers(8191, int64_t{1} << 30, 32),
-        {largest, -largest, largest - 1, -largest}}) {
+  for (const std::vector<int64_t>& u : {randomIntegers(9000, int64_t{1} << 30, 31),
+                                        randomIntegers(8191, int64_t{1} << 30, 32),
+                                        {largest, -largest, largest - 1, -largest}}) {
     const auto correlation = VDPrefixCorrelation::of(u);
     ASSERT_TRUE(correlation.has_value());
     const auto count = static_cast<int64_t>(u.size());

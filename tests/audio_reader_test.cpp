@@ -5,14 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cmath>
-#include <cstdint>
-#include <fstream>
-#include <functional>
 #include <iterator>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "AudioFileReader.h"
 #include "AudioFileWriter.h"

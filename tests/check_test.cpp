@@ -6,20 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <fstream>
-#include <functional>
-#include <limits>
-#include <map>
-#include <memory>
-#include <optional>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
 #include "VDCCheckReport.h"
 #include "VDCContinuity.h"
 #include "VDCMaskChecks.h"

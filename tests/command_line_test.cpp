@@ -10,15 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAnalyseOsprey.h"
@@ -187,10 +178,6 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   }
 }
 
-constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
-constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
-constexpr uint64_t kUInt64Max = std::numeric_limits<uint64_t>::max();
-
 std::vector<std::string> linesOf(const std::string& content,
                                  size_t lineCapacity = VDPLineReader::kLineCapacity) {
   TestSupport::TempDir dir;
@@ -277,11 +264,11 @@ TEST(TextScanner, ScansLikeATextScanner) {
   EXPECT_TRUE(VDPTextScanner(" \t\n-42xyz").scanInt64(integer));
   EXPECT_EQ(integer, -42);
   EXPECT_TRUE(VDPTextScanner("99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Max);
+  EXPECT_EQ(integer, INT64_MAX);
   EXPECT_TRUE(VDPTextScanner("-9223372036854775808").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_EQ(integer, INT64_MIN);
   EXPECT_TRUE(VDPTextScanner("-99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_EQ(integer, INT64_MIN);
   EXPECT_FALSE(VDPTextScanner("- 1").scanInt64(integer));
   EXPECT_FALSE(VDPTextScanner("").scanInt64(integer));
 
@@ -291,9 +278,9 @@ TEST(TextScanner, ScansLikeATextScanner) {
 
   uint64_t unsignedValue = 0;
   EXPECT_TRUE(VDPTextScanner("+18446744073709551615").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_EQ(unsignedValue, UINT64_MAX);
   EXPECT_TRUE(VDPTextScanner("99999999999999999999999").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_EQ(unsignedValue, UINT64_MAX);
   EXPECT_FALSE(VDPTextScanner("-1").scanUInt64(unsignedValue));
 
   double real = 0;
@@ -315,11 +302,11 @@ TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
   EXPECT_EQ(timestampFromSeconds(1.5), 1500000000u);
   EXPECT_EQ(errorFromSeconds(-1e-9), -1);
   EXPECT_EQ(errorFromSeconds(-1.9e-9), -1);
-  EXPECT_EQ(errorFromSeconds(1e300), kInt64Max);
-  EXPECT_EQ(errorFromSeconds(-1e300), kInt64Min);
+  EXPECT_EQ(errorFromSeconds(1e300), INT64_MAX);
+  EXPECT_EQ(errorFromSeconds(-1e300), INT64_MIN);
   // The top half of the unsigned range is reachable; beyond it saturates.
   EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
-  EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
+  EXPECT_EQ(timestampFromSeconds(1e20), UINT64_MAX);
   // Negative times wrap like two's complement; not a number is zero.
   EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
   EXPECT_EQ(timestampFromSeconds(NAN), 0u);

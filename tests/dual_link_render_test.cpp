@@ -3,9 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <string>
-
 #include "TestSupport.h"
 #include "VDPAnalyseDualLink.h"
 #include "VDPPythonInterpreter.h"

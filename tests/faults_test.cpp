@@ -10,18 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "TestSupport.h"
 #include "VDCSVBuffer.h"

@@ -6,13 +6,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <functional>
-#include <limits>
-#include <string>
-#include <vector>
-
 #include "TestSupport.h"
 #include "VDPAnalyseDualLink.h"
 #include "VDPAudioPlotScripts.h"

@@ -5,15 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 

@@ -8,11 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
-#include <string>
-#include <vector>
-
 #include "TestSupport.h"
 #include "VDPTerminalProgress.h"
 
