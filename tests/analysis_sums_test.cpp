@@ -38,9 +38,11 @@ std::vector<int64_t> wanderingPhase(size_t count, uint64_t seed, double drift = 
 
 using TestSupport::timeErrorValues;
 
-__int128 bruteForceCorrelation(const std::vector<int64_t>& y, size_t lag) {
+// sum of y[i] y[i + lag] over the first starts i (every one by default).
+__int128 bruteForceCorrelation(const std::vector<int64_t>& y, size_t lag,
+                               size_t starts = SIZE_MAX) {
   __int128 sum = 0;
-  for (size_t i = 0; i + lag < y.size(); ++i) {
+  for (size_t i = 0; i + lag < y.size() && i < starts; ++i) {
     sum += static_cast<__int128>(y[i]) * y[i + lag];
   }
   return sum;
@@ -83,24 +85,6 @@ TEST(AnalysisFastSums, SequencesBeyondFourMillionValuesStayExact) {
   }
 }
 
-TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
-  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
-  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
-  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
-  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-  ASSERT_EQ(analysis.points().size(), errors.size() - 1);
-  for (const VDStatisticPoint& point : analysis.points()) {
-    const auto m = static_cast<size_t>(point.windowSize);
-    __int128 exact = 0;
-    for (size_t i = 0; i + m < errors.size(); ++i) {
-      const __int128 difference = static_cast<__int128>(errors[i + m]) - errors[i];
-      exact += difference * difference;
-    }
-    const auto terms = static_cast<double>(errors.size() - m);
-    ASSERT_EQ(point.value, std::sqrt(static_cast<double>(exact) / terms)) << "m=" << m;
-  }
-}
-
 // sum_j (sum_a c_a u[j + a m])^2 over every start, in 128-bit integers.
 __int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t m) {
   static const std::vector<std::vector<int64_t>> kCoefficients = {
@@ -115,6 +99,20 @@ __int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t
     sum += difference * difference;
   }
   return sum;
+}
+
+TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
+  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
+  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
+  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+  ASSERT_EQ(analysis.points().size(), errors.size() - 1);
+  for (const VDStatisticPoint& point : analysis.points()) {
+    const auto m = static_cast<size_t>(point.windowSize);
+    const __int128 exact = bruteForceSumOfSquares(errors, 1, m);
+    const auto terms = static_cast<double>(errors.size() - m);
+    ASSERT_EQ(point.value, std::sqrt(static_cast<double>(exact) / terms)) << "m=" << m;
+  }
 }
 
 TEST(AnalysisFastSums, SumsByTransformsAreTheExactSumsRoundedOnce) {
@@ -232,72 +230,57 @@ TEST(AnalysisFastSums, TimeDeviationAfterModifiedAllanDeviationGivesItsOwnValues
   }
 }
 
-// Records every report, checking their order as they come.
+// Writes down each start and end (with the last windows and work done reported), checking the
+// reports between them as they come: inside a run, never going back, never beyond the whole.
 class RecordingObserver : public VDAnalysisProgress {
  public:
-  void analysisStarted(const std::string& statisticName, uint64_t windowCount) override {
-    EXPECT_EQ(state, kIdle);
-    state = kRunning;
-    name = statisticName;
-    windows = windowCount;
-    ++starts;
+  void analysisStarted(const std::string& name, uint64_t windows) override {
+    EXPECT_FALSE(running);
+    running = true, total = windows, windowsDone = 0, workDone = 0;
+    events += "start " + name + " " + std::to_string(windows) + "\n";
   }
-  void analysisProgressed(uint64_t windowsDone, double workDone) override {
-    EXPECT_EQ(state, kRunning);
-    EXPECT_GE(windowsDone, lastWindowsDone);
-    EXPECT_GE(workDone, lastWorkDone);
-    EXPECT_LE(windowsDone, windows);
-    EXPECT_LE(workDone, 1.0 + 1e-12);
-    lastWindowsDone = windowsDone;
-    lastWorkDone = workDone;
+  void analysisProgressed(uint64_t windows, double work) override {
+    EXPECT_TRUE(running && windows >= windowsDone && windows <= total && work >= workDone &&
+                work <= 1.0 + 1e-12)
+        << windows << " " << work;
+    windowsDone = windows, workDone = work;
   }
   void analysisFinished() override {
-    EXPECT_EQ(state, kRunning);
-    state = kIdle;
-    ++finishes;
+    EXPECT_TRUE(running);
+    running = false;
+    events += "end " + std::to_string(windowsDone) + " " + std::to_string(workDone) + "\n";
   }
+  std::string events;
 
-  enum { kIdle, kRunning } state = kIdle;
-  std::string name;
-  uint64_t windows = 0;
-  uint64_t lastWindowsDone = 0;
-  double lastWorkDone = 0.0;
-  int starts = 0;
-  int finishes = 0;
+ private:
+  bool running = false;
+  uint64_t total = 0, windowsDone = 0;
+  double workDone = 0;
 };
 
-template <typename Analysis>
-void expectProgressReported(const std::string& name, uint64_t windows, bool reportsWindows) {
-  const std::vector<int64_t> errors = wanderingPhase(3001, 9);
-  Analysis analysis(timeErrorValues(errors));
-  RecordingObserver observer;
-  analysis.setProgressObserver(&observer);
-  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-  EXPECT_EQ(observer.starts, 1) << name;
-  EXPECT_EQ(observer.finishes, 1) << name;
-  EXPECT_EQ(observer.name, name);
-  EXPECT_EQ(observer.windows, windows) << name;
-  if (reportsWindows) {
-    EXPECT_EQ(observer.lastWindowsDone, windows) << name;
-    EXPECT_DOUBLE_EQ(observer.lastWorkDone, 1.0) << name;
-  }
-  // No windows, no reports; without an observer, none either.
-  RecordingObserver idle;
-  analysis.setProgressObserver(&idle);
-  analysis.performAnalysisFromStartWindowSize(5000, INT64_MAX, 1);
-  EXPECT_EQ(idle.starts, 0) << name;
-  analysis.setProgressObserver(nullptr);
-  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-  EXPECT_EQ(observer.starts, 1) << name;
-}
-
 TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
-  expectProgressReported<VDAllanDeviationAnalysis>("ADEV", 1500, true);
-  expectProgressReported<VDModifiedAllanDeviationAnalysis>("MDEV", 1000, true);
-  expectProgressReported<VDTimeDeviationAnalysis>("TDEV", 1000, true);
-  expectProgressReported<VDRootMeanSquaredTimeIntervalErrorAnalysis>("RMS TIE", 3000, true);
-  // MTIE finishes every window at once.
-  expectProgressReported<VDMaximumTimeIntervalErrorAnalysis>("MTIE", 3000, false);
+  using S = TestSupport::Statistic;
+  // Each statistic's windows of 3001 samples, all done at the end; MTIE finishes every window at
+  // once and reports nothing between.
+  const std::pair<S, std::string> rows[] = {
+      {S::ADEV, "start ADEV 1500\nend 1500 1.000000\n"},
+      {S::MDEV, "start MDEV 1000\nend 1000 1.000000\n"},
+      {S::TDEV, "start TDEV 1000\nend 1000 1.000000\n"},
+      {S::RMSTIE, "start RMS TIE 3000\nend 3000 1.000000\n"},
+      {S::MTIE, "start MTIE 3000\nend 0 0.000000\n"},
+  };
+  for (const auto& [statistic, events] : rows) {
+    const auto analysis =
+        TestSupport::analysisOf(statistic, timeErrorValues(wanderingPhase(3001, 9)));
+    RecordingObserver observer;
+    analysis->setProgressObserver(&observer);
+    analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    // No windows, no reports; without an observer, none either.
+    analysis->performAnalysisFromStartWindowSize(5000, INT64_MAX, 1);
+    analysis->setProgressObserver(nullptr);
+    analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    EXPECT_EQ(observer.events, events);
+  }
 }
 
 TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
@@ -330,10 +313,7 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
       VDPrefixCorrelation::Workspace workspace;
       const std::vector<__int128> split = correlation->sumsBySplitting(list, {}, workspace);
       for (size_t q = 0; q < list.size(); ++q) {
-        __int128 exact = 0;
-        for (int64_t j = 0; j < list[q].starts; ++j) {
-          exact += static_cast<__int128>(u[j]) * u[j + list[q].lag];
-        }
+        const __int128 exact = bruteForceCorrelation(u, list[q].lag, list[q].starts);
         ASSERT_TRUE(sums[q] == exact && split[q] == exact)
             << "lag " << list[q].lag << " starts " << list[q].starts;
       }
