@@ -192,63 +192,58 @@ std::vector<std::string> linesOf(const std::string& content,
 
 using Lines = std::vector<std::string>;
 
-TEST(LineReader, SplitsAtLineEndsAndNeverReadsAnUnterminatedLastLine) {
-  EXPECT_EQ(linesOf("a\nb\n"), (Lines{"a", "b"}));
-  EXPECT_EQ(linesOf("a\nb"), (Lines{"a"}));
-  EXPECT_EQ(linesOf(""), Lines{});
-  EXPECT_EQ(linesOf("\n\n"), (Lines{"", ""}));
-  EXPECT_EQ(linesOf("a\r\n"), (Lines{"a\r"}));
-}
-
-TEST(LineReader, JoinsLinesAcrossBlocks) {
-  const std::string first(1995, 'x');
-  const std::string second(10, 'y');  // crosses the first 2000-byte boundary
-  const std::string longLine(4500, 'z');
-  EXPECT_EQ(linesOf(first + "\n" + second + "\n" + longLine + "\n"),
-            (Lines{first, second, longLine}));
-  // A line end exactly at the end of a block.
-  const std::string exact(1999, 'e');
-  EXPECT_EQ(linesOf(exact + "\nnext\n"), (Lines{exact, "next"}));
-}
-
-TEST(LineReader, ReadsLinesUpToTheCapacityWholeAndSkipsLongerOnesToTheirLineEnd) {
-  // Several megabytes on one line still arrive whole under the default capacity.
-  const std::string huge(50'000'000, '7');
-  const Lines hugeLines = linesOf("1\n" + huge + "\n2\n");
-  ASSERT_EQ(hugeLines.size(), 3u);
-  EXPECT_EQ(hugeLines[1].size(), huge.size());
-  EXPECT_EQ(hugeLines[2], "2");
-
-  // With a capacity of 3000 bytes: a line of exactly 3000 bytes is read, one byte more is a bad
-  // line however many blocks it spans, and reading resumes after its line end.
-  const std::string full(3000, 'f');
-  const std::string over(3001, 'o');
-  const std::string long7000(7000, 'l');
-  EXPECT_EQ(linesOf(full + "\n" + over + "\nnext\n" + long7000 + "\n\nlast\n", 3000),
-            (Lines{full, "next", "", "last"}));
-  // An overlong line without a line end hands over nothing.
-  EXPECT_EQ(linesOf(std::string(9000, 'z'), 3000), Lines{});
-  // A block of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
-  // after that block arrives as a line of its own.
-  EXPECT_EQ(linesOf(std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n", 3000),
-            (Lines{std::string(501, 'b'), "ok"}));
-}
-
-TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
-  // Valid multi-byte text passes through.
-  EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
-  EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
-  EXPECT_EQ(linesOf("\xE2\x82\xAC \xF0\x9F\x98\x80\n"), (Lines{"\xE2\x82\xAC \xF0\x9F\x98\x80"}));
-  EXPECT_EQ(linesOf("\x80\x80\n"), Lines{});  // continuation bytes without a lead
-  // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
-  // so the rest of the broken line arrives as a line of its own.
-  const std::string block(1000, 'a');
-  EXPECT_EQ(linesOf("1\n" + block + "\xFF\n" + block + "\n2\n" + std::string(3000, 'b') + "\n"),
-            (Lines{std::string(4, 'a'), "2", std::string(3000, 'b')}));
-  // A two-byte character split by the block boundary: both reads around it are lost, the
-  // complete lines in them included.
-  const std::string head = "lost\n" + std::string(1994, 'c');  // the split is at byte 1999
-  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')), Lines(11, ""));
+TEST(LineReader, HandsOverWholeValidLinesOnly) {
+  const std::string a1000(1000, 'a'), b3000(3000, 'b'), huge(50'000'000, '7');
+  const size_t kDefault = VDPLineReader::kLineCapacity;
+  const struct {
+    std::string content;
+    size_t capacity;
+    Lines lines;
+  } rows[] = {
+      // Line ends split; an unterminated last line is never read; CR stays.
+      {"a\nb\n", kDefault, {"a", "b"}},
+      {"a\nb", kDefault, {"a"}},
+      {"", kDefault, {}},
+      {"\n\n", kDefault, {"", ""}},
+      {"a\r\n", kDefault, {"a\r"}},
+      // Lines across the 2000-byte reads, and a line end exactly at the end of one.
+      {std::string(1995, 'x') + "\n" + std::string(10, 'y') + "\n" + std::string(4500, 'z') + "\n",
+       kDefault,
+       {std::string(1995, 'x'), std::string(10, 'y'), std::string(4500, 'z')}},
+      {std::string(1999, 'e') + "\nnext\n", kDefault, {std::string(1999, 'e'), "next"}},
+      // Megabytes on one line still arrive whole under the default capacity.
+      {"1\n" + huge + "\n2\n", kDefault, {"1", huge, "2"}},
+      // Under a capacity of 3000 bytes a line of 3000 is read, one byte more is a bad line however
+      // many reads it spans, and reading resumes after its line end.
+      {std::string(3000, 'f') + "\n" + std::string(3001, 'o') + "\nnext\n" +
+           std::string(7000, 'l') + "\n\nlast\n",
+       3000,
+       {std::string(3000, 'f'), "next", "", "last"}},
+      {std::string(9000, 'z'), 3000, {}},
+      // A read of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
+      // after that read arrives as a line of its own.
+      {std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n",
+       3000,
+       {std::string(501, 'b'), "ok"}},
+      // Valid multi-byte text passes, both ends of the two-byte range included; continuation
+      // bytes without a lead do not.
+      {"caf\xC3\xA9\n", kDefault, {"caf\xC3\xA9"}},
+      {"\xC2\x80\xDF\xBF\n", kDefault, {"\xC2\x80\xDF\xBF"}},
+      {"\xE2\x82\xAC \xF0\x9F\x98\x80\n", kDefault, {"\xE2\x82\xAC \xF0\x9F\x98\x80"}},
+      {"\x80\x80\n", kDefault, {}},
+      // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts
+      // afresh, so the rest of the broken line arrives as a line of its own.
+      {"1\n" + a1000 + "\xFF\n" + a1000 + "\n2\n" + b3000 + "\n",
+       kDefault,
+       {std::string(4, 'a'), "2", b3000}},
+      // A two-byte character split at byte 1999: both reads around it are lost, the complete
+      // lines in them included.
+      {"lost\n" + std::string(1994, 'c') + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n'),
+       kDefault, Lines(11, "")},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(linesOf(row.content, row.capacity), row.lines) << row.content.substr(0, 40);
+  }
 }
 
 TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {
