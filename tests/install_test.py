@@ -190,13 +190,11 @@ class InstalledTool(unittest.TestCase):
                                   ' "veridaneprobe"))))'])
         self.assertEqual(result.stdout, "['veridaneprobe_classic_matplotlib']\n")
 
-    def test_saved_script_started_directly(self):
+    def test_saved_scripts_started_directly_and_by_python(self):
         result = self.run_script(['./PlotADEV.py'])
         self.assertEqual((result.returncode, result.stderr), (0, ''))
         self.assert_draws(['./PlotTimeError.py'], 'time-error_analysis_time_error.csv', 'time',
                           'time_error')
-
-    def test_saved_script_started_by_python_with_a_bare_name(self):
         self.assert_draws([sys.executable, 'PlotADEV.py'], 'time-error_analysis_adev.csv', 'tau',
                           'adev')
 
