@@ -14,41 +14,31 @@ using TestSupport::Statistic;
 constexpr Statistic kDeviations[] = {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV,
                                      Statistic::RMSTIE};
 
-enum class Noise { kWhite, kRandomWalk, kRandomWalkFrequency, kDrifting, kRamp, kSpiky };
-constexpr Noise kNoises[] = {Noise::kWhite,    Noise::kRandomWalk, Noise::kRandomWalkFrequency,
-                             Noise::kDrifting, Noise::kRamp,       Noise::kSpiky};
+// Integer time errors of one kind: white noise, random walks of phase and of frequency and a
+// slope in its amounts (spiky: white noise with one sample in about 97 scaled by 5000).
+struct Noise {
+  double white, walk, frequencyWalk, slope;
+  bool spiky;
+};
+constexpr Noise kWhite{40, 0, 0, 0, false}, kRandomWalk{0, 5, 0, 0, false},
+    kRandomWalkFrequency{10, 0, 0.3, 0, false};
+constexpr Noise kNoises[] = {kWhite,
+                             kRandomWalk,
+                             kRandomWalkFrequency,
+                             {15, 0, 0, -731, false},
+                             {0, 0, 0, 250, false},
+                             {1, 0, 0, 0, true}};
 
-// Integer time errors of one kind, plus offset.
-std::vector<int64_t> noise(Noise kind, int64_t count, int64_t offset, uint64_t seed) {
+std::vector<int64_t> noise(const Noise& kind, int64_t count, int64_t offset, uint64_t seed) {
   std::mt19937_64 generator(seed);
   std::normal_distribution<double> gauss(0.0, 1.0);
   std::vector<int64_t> errors;
   double phase = 0.0, frequency = 0.0;
   for (int64_t i = 0; i < count; ++i) {
-    double value = 0.0;
-    switch (kind) {
-      case Noise::kWhite:
-        value = 40.0 * gauss(generator);
-        break;
-      case Noise::kRandomWalk:
-        value = phase += 5.0 * gauss(generator);
-        break;
-      case Noise::kRandomWalkFrequency:
-        frequency += 0.3 * gauss(generator);
-        phase += frequency;
-        value = phase + 10.0 * gauss(generator);
-        break;
-      case Noise::kDrifting:
-        value = -731.0 * static_cast<double>(i) + 15.0 * gauss(generator);
-        break;
-      case Noise::kRamp:
-        value = 250.0 * static_cast<double>(i);
-        break;
-      case Noise::kSpiky:
-        value = (generator() % 97 == 0) ? 5000.0 * gauss(generator) : gauss(generator);
-        break;
-    }
-    errors.push_back(offset + std::llround(value));
+    frequency += kind.frequencyWalk * gauss(generator);
+    phase += frequency + kind.walk * gauss(generator);
+    const double white = kind.white * gauss(generator) * (kind.spiky && i % 97 == 5 ? 5000 : 1);
+    errors.push_back(offset + std::llround(phase + kind.slope * static_cast<double>(i) + white));
   }
   return errors;
 }
@@ -102,28 +92,27 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
   // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3
   // and (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of
   // ~2^56 ns, whose prefix sums leave the double fast path.
-  std::vector<int64_t> large = noise(Noise::kWhite, 200, 0, 11);
+  std::vector<int64_t> large = noise(kWhite, 200, 0, 11);
   for (size_t i = 0; i < large.size(); ++i) {
     large[i] += (i % 3 == 0) ? (int64_t{1} << 56) : -(int64_t{1} << 55);
   }
   for (Statistic statistic : kDeviations) {
     const std::string name = "statistic " + std::to_string(static_cast<int>(statistic));
-    for (Noise kind : kNoises) {
+    for (const Noise& kind : kNoises) {
       for (int64_t count : {int64_t{301}, int64_t{302}}) {
         const int64_t offset = (seed % 2 == 0) ? 1000000000000 : -999999999937;
-        expectMatches(statistic, noise(kind, count, offset, ++seed), 1,
-                      name + " noise " + std::to_string(static_cast<int>(kind)) +
-                          " N=" + std::to_string(count));
+        expectMatches(
+            statistic, noise(kind, count, offset, ++seed), 1,
+            name + " noise " + std::to_string(&kind - kNoises) + " N=" + std::to_string(count));
       }
     }
-    expectMatches(statistic, noise(Noise::kRandomWalkFrequency, 5003, 123456789, 7), 97,
-                  name + " long");
+    expectMatches(statistic, noise(kRandomWalkFrequency, 5003, 123456789, 7), 97, name + " long");
     expectMatches(statistic, large, 1, name + " large");
   }
 }
 
 TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
-  const std::vector<int64_t> errors = noise(Noise::kRandomWalkFrequency, 4000, 0, 3);
+  const std::vector<int64_t> errors = noise(kRandomWalkFrequency, 4000, 0, 3);
   std::vector<int64_t> shifted = errors;
   for (int64_t& error : shifted) {
     error += 1000000000000;
@@ -168,10 +157,10 @@ void expectMtieMatches(const std::vector<int64_t>& errors, const std::string& la
 
 TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   uint64_t seed = 100;
-  for (Noise kind : kNoises) {
+  for (const Noise& kind : kNoises) {
     // 2100 samples: blocks of starts, a partial last block, windows both within and beyond one.
     expectMtieMatches(noise(kind, 2100, 1000000000000, ++seed),
-                      "noise " + std::to_string(static_cast<int>(kind)));
+                      "noise " + std::to_string(&kind - kNoises));
   }
   std::vector<int64_t> v;  // falling then rising
   for (int64_t i = 0; i < 1500; ++i) {
@@ -179,7 +168,7 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   }
   expectMtieMatches(v, "V");
   expectMtieMatches(std::vector<int64_t>(600, -42), "constant");
-  expectMtieMatches(noise(Noise::kWhite, 9, 0, 5), "short");
+  expectMtieMatches(noise(kWhite, 9, 0, 5), "short");
   const std::vector<int64_t> extremes = {0, INT64_MAX, INT64_MIN, 5, INT64_MIN, INT64_MAX};
   expectMtieMatches(extremes, "extremes");
   VDMaximumTimeIntervalErrorAnalysis widest(valuesOf(extremes));
@@ -191,7 +180,7 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   // a larger pair two samples wider, so the only window that sees a pair is easy to lose.
   for (int64_t distance : {63, 64, 65, 66, 129, 255, 256, 257, 321}) {
     for (int64_t dipAt : {0, 256, 257, 511}) {
-      std::vector<int64_t> errors = noise(Noise::kWhite, 1400, 0, distance + dipAt);
+      std::vector<int64_t> errors = noise(kWhite, 1400, 0, distance + dipAt);
       for (int64_t& error : errors) {
         error /= 10;
       }
@@ -207,14 +196,14 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
 TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
   // 1001 samples 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is 1.0000000000000002).
   VDMaximumTimeIntervalErrorAnalysis mtie(
-      TestSupport::timeErrorValues(noise(Noise::kWhite, 1001, 0, 9), 1000000000, 0));
+      TestSupport::timeErrorValues(noise(kWhite, 1001, 0, 9), 1000000000, 0));
   mtie.performAnalysisFromStartWindowSize(1, 1000, 1);
   for (const VDStatisticPoint& point : mtie.points()) {
     ASSERT_EQ(point.tau, static_cast<double>(point.windowSize)) << point.windowSize;
   }
   // 125 ms apart, starting before the epoch (the timestamps arrive wrapped): tau0 is 0.125 s.
   // One timestamp for all, or running backwards: no usable interval, tau0 is 1 s.
-  const std::vector<int64_t> errors = noise(Noise::kWhite, 50, 0, 8);
+  const std::vector<int64_t> errors = noise(kWhite, 50, 0, 8);
   const struct {
     Statistic statistic;
     uint64_t interval, start;
@@ -235,7 +224,7 @@ TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
 }
 
 TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
-  const std::vector<VDTimeErrorValue> values = valuesOf(noise(Noise::kRandomWalk, 100, 0, 9));
+  const std::vector<VDTimeErrorValue> values = valuesOf(noise(kRandomWalk, 100, 0, 9));
   using W = std::vector<int64_t>;
   const W none = {0, 0, 0, 0, 0};
   // The windows of ADEV (up to 49), MDEV, TDEV (33), RMS TIE and MTIE (99), each list ended by 0.
