@@ -128,25 +128,14 @@ std::optional<int64_t> referenceInteger(std::string_view text) {
       int64_t int64 = 0;
       uint64_t uint64 = 0;
       double real = 0;
-      switch (item % 5) {
-        case 0:
-          scanned = scanner.scanInt32(int32);
-          break;
-        case 1:
-          scanned = scanner.scanInt64(int64);
-          break;
-        case 2:
-          scanned = scanner.scanUInt64(uint64);
-          break;
-        case 3:
-          scanned = scanner.scanDouble(real);
-          VDPNanoseconds::timestampFromSeconds(real);
-          VDPNanoseconds::errorFromSeconds(real);
-          break;
-        case 4:
-          scanned = scanner.scanCharacter(',');
-          break;
-      }
+      const size_t kind = item % 5;
+      scanned = kind == 0   ? scanner.scanInt32(int32)
+                : kind == 1 ? scanner.scanInt64(int64)
+                : kind == 2 ? scanner.scanUInt64(uint64)
+                : kind == 3 ? scanner.scanDouble(real)
+                            : scanner.scanCharacter(',');
+      VDPNanoseconds::timestampFromSeconds(real);
+      VDPNanoseconds::errorFromSeconds(real);
     }
     check(VDPTextScanner::parseInteger(line) == referenceInteger(line));
   });
