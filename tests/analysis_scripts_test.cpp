@@ -12,7 +12,10 @@
 namespace {
 
 int runPlotScript(const std::filesystem::path& script) {
-  return TestSupport::shell(TestSupport::plotCommand(script) + " > /dev/null 2>&1").status;
+  return TestSupport::shell("MPLBACKEND=Agg /usr/bin/python3 '" +
+                            (TestSupport::sourceDir() / "python/veridaneprobe-plot").string() +
+                            "' '" + script.string() + "' > /dev/null 2>&1")
+      .status;
 }
 
 bool isPng(const std::filesystem::path& path) {

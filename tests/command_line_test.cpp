@@ -153,7 +153,12 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
                            "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
                            "Loading audio into memory...\n"
                            "Running Audio Time Error Calculation...\n" +
-                           TestSupport::kAllStatisticsProgress);
+                           "Running Allan Deviation Analysis...\n"
+                           "Running Modified Allan Deviation Analysis...\n"
+                           "Running Time Deviation Analysis...\n"
+                           "Running Root Mean Squared of Time Interval Error Analysis...\n"
+                           "Running Maximum Time Interval Error Analysis...\n"
+                           "Analysis Done\n");
     EXPECT_EQ(run.status, 1);
     const std::string csv = TestSupport::readFile(dir / word / "audio_analysis_time_error.csv");
     firstCsv = firstCsv.empty() ? csv : firstCsv;

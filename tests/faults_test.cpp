@@ -296,7 +296,7 @@ TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
     // does its whole run once the directory is free.
     const int held = open(output.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(held, LOCK_EX), 0);
-    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", TestSupport::kNoStatistics);
+    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", withoutStatistics());
     EXPECT_FALSE(run->waitFor(1500ms));
     EXPECT_TRUE(fs::is_empty(output));
     {
