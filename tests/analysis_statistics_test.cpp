@@ -1,11 +1,15 @@
 // The five statistics against the plain-loop references of TestSupport (textbook definitions) on
 // several kinds of noise (tolerance: 1e-9 relative for the deviations and RMS TIE, exact for MTIE,
 // a difference of integers), and their CSV exports: exact text (doubles in their shortest form
-// that reads back unchanged), window filtering, and failures reported as false.
+// that reads back unchanged), window filtering, failures reported as false, and the reduction of
+// the long curves a run hands to its plots in memory (the scripts' text is pinned byte for byte
+// in processor_test.cpp, and rendered for real by plot_render_test.py).
 
 #include <gtest/gtest.h>
 
 #include "TestSupport.h"
+#include "VDPlotReduction.h"
+#include "VDPlotScript.h"
 #include "VDTimeErrorSequence.h"
 
 namespace {
@@ -370,6 +374,72 @@ TEST(AnalysisExport, AnUnwritableTargetGivesFalse) {
   adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir / "missing", "a.csv", 1, INT64_MAX, 1));
   EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir.path(), "", 1, INT64_MAX, 1));
+}
+
+// The rows a run hands to its plots in memory, reduced where the values are, are drawn exactly
+// as the script draws every row: the script's own reduction (numpy) of the rows handed over
+// keeps the rows it keeps of all of them, and the count it decides the legend by stays on the
+// same side of the rasterising limit. Curves with ties, values a log axis cannot show, and x
+// that does not rise.
+TEST(AnalysisScripts, RowsHandedToAPlotRunDrawAsEveryRow) {
+  struct Case {
+    int count;
+    bool logAxes;
+    bool rising;
+  };
+  const Case cases[] = {{30000, true, true}, {30000, false, true}, {12000, true, true},
+                        {5000, false, true}, {9000, false, false}, {9000, true, false},
+                        {400000, true, true}};
+  TestSupport::TempDir dir;
+  std::string check = VDPlotScript::header() + VDPlotScript::pixelColumnExtremesFunction();
+  for (size_t c = 0; c < std::size(cases); ++c) {
+    const Case& row = cases[c];
+    std::vector<double> x, y, band;
+    std::string table;
+    for (int i = 0; i < row.count; ++i) {
+      // Not rising: one row in the middle steps back to 0 (which no log axis shows either).
+      x.push_back(row.rising || i != row.count / 2 ? 0.25 * (i + 1) : 0.0);
+      // Plateaus (ties), spikes, and zeros and negatives among the values.
+      y.push_back(i % 97 == 0 ? 0.0 : (i % 1009 == 0 ? -3.0 : std::floor(1.0 + (i * 31) % 17)));
+      band.push_back(y.back() * (i % 3001 == 0 ? 9 : 1.5));
+      table += std::to_string(x.back()) + "," + std::to_string(y.back()) + "," +
+               std::to_string(band.back()) + "\n";
+    }
+    const auto at = [](const std::vector<double>& values) {
+      return [&values](size_t i) { return values[i]; };
+    };
+    std::string rows;
+    for (const size_t i :
+         VDPlotReduction::rowsForPlotRun(x.size(), at(x), row.logAxes, {at(y), at(band)})) {
+      rows += std::to_string(i) + "\n";
+    }
+    const std::string name = "case" + std::to_string(c);
+    TestSupport::writeFile(dir / (name + ".csv"), table);
+    TestSupport::writeFile(dir / (name + ".rows"), rows);
+    check +=
+        "x, y, band = np.loadtxt('" + (dir / (name + ".csv")).string() +
+        "', delimiter=',', unpack=True)\n"
+        "rows = np.loadtxt('" +
+        (dir / (name + ".rows")).string() +
+        "', dtype=np.int64)\n"
+        "logAxes = " +
+        (row.logAxes ? "True" : "False") +
+        "\n"
+        "every = np.arange(len(x))[pixelColumnExtremes(x, logAxes, y, band)]\n"
+        "handed = rows[pixelColumnExtremes(x[rows], logAxes, y[rows], band[rows])]\n"
+        "if not np.array_equal(every, handed):\n"
+        "    sys.exit(" +
+        std::to_string(10 + c) +
+        ")\n"
+        "limit = " +
+        std::to_string(VDPlotScript::kRasterisedPoints) +
+        "\n"
+        "if (len(rows) > limit) != (len(x) > limit) or rows[0] != 0 or rows[-1] != len(x) - 1:\n"
+        "    sys.exit(" +
+        std::to_string(20 + c) + ")\n";
+  }
+  TestSupport::writeFile(dir / "Check.py", check);
+  EXPECT_EQ(TestSupport::shell("/usr/bin/python3 '" + (dir / "Check.py").string() + "'").status, 0);
 }
 
 }  // namespace
