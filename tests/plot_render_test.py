@@ -1,10 +1,7 @@
-"""The tool's plot-run scripts rendered for real through the plotting wrapper.
-
-The scripts are the ones processor_test pins byte for byte (tests/data/expected/*-plot.txt),
-pointed at a scratch directory: the time error, a deviation with its band and MTIE render to
-PNG and PDF from one point to a million (markers on short curves, rasterised long ones), and a
-figure saved from a long curve draws it reduced, yet each of its pixel columns still reaches
-every series' highest and lowest value within a pixel (a spike one sample wide still shows).
+"""The plot-run scripts processor_test pins (tests/data/expected/*-plot.txt) rendered through
+the plotting wrapper: time error, a deviation with its band and MTIE to PNG and PDF from one
+point to a million; long curves drawn reduced, yet each pixel column of the figure reaches every
+series' extremes within a pixel (a spike one sample wide still shows).
 
 usage: python3 plot_render_test.py SOURCE_DIR
 """

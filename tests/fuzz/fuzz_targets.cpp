@@ -21,6 +21,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,28 +58,15 @@ void check(bool condition) {
   }
 }
 
-// The input as a file: regular (the audio layer refuses anything else) and removed at exit.
+// The input as a regular file (the audio layer refuses anything else), removed at exit; write
+// replaces its bytes and opens it for reading.
 struct InputFile {
-  std::string path;
-  InputFile() {
-    char pattern[] = "/tmp/veridaneprobe-fuzz-XXXXXX";
-    const int descriptor = mkstemp(pattern);
-    check(descriptor >= 0);
-    close(descriptor);
-    path = pattern;
-  }
+  const std::string path = "/tmp/veridaneprobe-fuzz-" + std::to_string(getpid());
   ~InputFile() { unlink(path.c_str()); }
-  // Writes the bytes from the start and leaves the descriptor open at offset 0.
   int write(const uint8_t* data, size_t size) const {
-    const int descriptor = open(path.c_str(), O_RDWR | O_TRUNC);
-    check(descriptor >= 0);
-    for (size_t done = 0; done < size;) {
-      const ssize_t count = ::write(descriptor, data + done, size - done);
-      check(count > 0);
-      done += static_cast<size_t>(count);
-    }
-    lseek(descriptor, 0, SEEK_SET);
-    return descriptor;
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    return open(path.c_str(), O_RDONLY);
   }
 };
 
@@ -159,11 +147,9 @@ std::unique_ptr<VDPAnalyser> make(const std::vector<std::string>& arguments) {
       make<VDPAnalyseAudio>,  make<VDPAnalyseTimeError>, make<VDPAnalyseDualCheck>,
       make<VDPAnalyseMarten>, make<VDPAnalyseOsprey>,    make<VDPAnalyseDualLink>};
   static const struct Scratch {
-    fs::path root;
+    const fs::path root = "/tmp/veridaneprobe-option-fuzz-" + std::to_string(getpid());
     Scratch() {
-      char pattern[] = "/tmp/veridaneprobe-option-fuzz-XXXXXX";
-      check(mkdtemp(pattern) != nullptr);
-      root = pattern;
+      fs::create_directories(root);
       setenv("PWD", (root / "work").c_str(), 1);
       setenv("HOME", (root / "home").c_str(), 1);
       VDPConsole::setProgramPath("veridaneprobe");
