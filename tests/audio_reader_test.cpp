@@ -221,49 +221,37 @@ TEST(AudioFileReader, SeeksByFrameAndReadsShortAtTheEnd) {
   ASSERT_EQ(AudioFileReaderOpen(dir / "a.flac", &reader), kAudioFileReaderNoError);
   ASSERT_EQ(setClientFormat(reader, clientFormat(48000)), kAudioFileReaderNoError);
 
-  std::vector<float> out(kFrames, -9.0f);
-  uint32_t delivered = 0;
-  // Reads continue where the last one stopped.
-  ASSERT_EQ(readFrames(reader, 100, out.data(), &delivered), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 100u);
-  ASSERT_EQ(readFrames(reader, 50, out.data() + 100, &delivered), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 50u);
-  EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + 150),
-            std::vector<float>(mono.begin(), mono.begin() + 150));
-
-  // A seek, then a request for more than is left: the rest, then nothing, both without error.
-  ASSERT_EQ(AudioFileReaderSeek(reader, 4321), kAudioFileReaderNoError);
-  AudioBufferList list{1, {{1, 4000 * 4, out.data()}}};
-  delivered = 4000;
-  ASSERT_EQ(AudioFileReaderRead(reader, &delivered, &list), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 679u);
-  EXPECT_EQ(list.mBuffers[0].mDataByteSize, 679u * 4);
-  EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + 679),
-            std::vector<float>(mono.begin() + 4321, mono.end()));
-  EXPECT_EQ(out[679], -9.0f);  // nothing written past what was delivered
-  ASSERT_EQ(readFrames(reader, 10, out.data(), &delivered), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 0u);
-
-  // The byte size bounds a read as much as the frame count does.
-  ASSERT_EQ(AudioFileReaderSeek(reader, 10), kAudioFileReaderNoError);
-  ASSERT_EQ(readFrames(reader, 100, out.data(), &delivered, 41), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 10u);
-  EXPECT_EQ(out[9], mono[19]);
-
-  // Seeking to the end is allowed, beyond it or before the start is not.
-  EXPECT_EQ(AudioFileReaderSeek(reader, kFrames), kAudioFileReaderNoError);
-  ASSERT_EQ(readFrames(reader, 10, out.data(), &delivered), kAudioFileReaderNoError);
-  EXPECT_EQ(delivered, 0u);
-  EXPECT_EQ(AudioFileReaderSeek(reader, kFrames + 1), kAudioFileReaderErrorSeek);
-  EXPECT_EQ(AudioFileReaderSeek(reader, -1), kAudioFileReaderErrorSeek);
-  EXPECT_EQ(AudioFileReaderSeek(reader, INT64_MIN), kAudioFileReaderErrorSeek);
-  EXPECT_EQ(AudioFileReaderSeek(reader, 0), kAudioFileReaderNoError);
-  ASSERT_EQ(readFrames(reader, 1, out.data(), &delivered), kAudioFileReaderNoError);
-  EXPECT_EQ(out[0], mono[0]);
+  // Reads after an optional seek: as many frames as asked and as the buffer's byte size holds,
+  // never more than are left, from the frame the last read or seek left; nothing written past.
+  const struct {
+    int64_t seek;
+    uint32_t frames, byteSize, delivered;
+    int64_t from;
+  } reads[] = {
+      {-1, 100, 400, 100, 0},         {-1, 50, 200, 50, 100},  // continuing where the last stopped
+      {4321, 4000, 16000, 679, 4321}, {-1, 10, 40, 0, 0},      // the rest, then nothing
+      {10, 100, 41, 10, 10},          {kFrames, 10, 40, 0, 0}, {0, 1, 4, 1, 0},
+  };
+  for (const auto& read : reads) {
+    ASSERT_EQ(read.seek < 0 ? 0 : AudioFileReaderSeek(reader, read.seek), kAudioFileReaderNoError);
+    std::vector<float> out(read.frames + 1, -9.0f);
+    AudioBufferList list{1, {{1, read.byteSize, out.data()}}};
+    uint32_t delivered = read.frames;
+    ASSERT_EQ(AudioFileReaderRead(reader, &delivered, &list), kAudioFileReaderNoError);
+    EXPECT_EQ(delivered, read.delivered) << read.seek << " " << read.frames;
+    EXPECT_EQ(list.mBuffers[0].mDataByteSize, delivered * 4);
+    EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + delivered),
+              std::vector<float>(mono.begin() + read.from, mono.begin() + read.from + delivered));
+    EXPECT_EQ(out[delivered], -9.0f);
+  }
+  // Seeking beyond the end or before the start is refused.
+  for (const int64_t frame : {kFrames + 1, int64_t{-1}, INT64_MIN}) {
+    EXPECT_EQ(AudioFileReaderSeek(reader, frame), kAudioFileReaderErrorSeek) << frame;
+  }
 
   // Zero frames with no buffer is a valid, empty read.
   AudioBufferList empty{1, {{1, 0, nullptr}}};
-  delivered = 0;
+  uint32_t delivered = 0;
   EXPECT_EQ(AudioFileReaderRead(reader, &delivered, &empty), kAudioFileReaderNoError);
   EXPECT_EQ(delivered, 0u);
   EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
