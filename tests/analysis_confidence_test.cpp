@@ -347,6 +347,14 @@ TEST(AnalysisConfidence, FiveNoiseTypesAgainstThePlainLoops) {
       ASSERT_NEAR(t.maximum / t.value, d.maximum / d.value, 1e-12);
     }
   }
+  // Flicker FM under a steady frequency drift: its second differences' mean is far from zero.
+  std::vector<int64_t> drifting = powerLawPhase(-1, 4096, 999);
+  for (size_t k = 0; k < drifting.size(); ++k) {
+    drifting[k] += static_cast<int64_t>(k * k);
+  }
+  VDAllanDeviationAnalysis adev(timeErrorValues(drifting));
+  adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+  expectMatchesReference(adev, drifting, false);
 }
 
 TEST(AnalysisConfidence, TablesAgreeWithTheDirectEvaluation) {
