@@ -193,39 +193,44 @@ TEST(AnalysisFastSums, TiledSumsEqualTheSumsTakenOneLagAtATime) {
   }
 }
 
-std::vector<double> valuesOfPoints(const VDStatisticAnalysis& analysis) {
+// The values of a statistic of errors over the windows start, start + step, ... up to end.
+std::vector<double> analysed(TestSupport::Statistic statistic, const std::vector<int64_t>& errors,
+                             int64_t start, int64_t end, int64_t step) {
+  const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
+  analysis->performAnalysisFromStartWindowSize(start, end, step);
   std::vector<double> values;
-  for (const VDStatisticPoint& point : analysis.points()) {
+  for (const VDStatisticPoint& point : analysis->points()) {
     values.push_back(point.value);
   }
   return values;
 }
 
-template <typename Analysis>
-std::vector<double> analysed(const std::vector<int64_t>& errors, int64_t step) {
-  Analysis analysis(timeErrorValues(errors));
-  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, step);
-  return valuesOfPoints(analysis);
-}
-
 TEST(AnalysisFastSums, TimeDeviationAfterModifiedAllanDeviationGivesItsOwnValues) {
-  const std::vector<int64_t> first = wanderingPhase(3000, 7);
-  const std::vector<int64_t> second = wanderingPhase(3000, 8);
-  // Alone (the modified sums kept from before are of other data).
-  analysed<VDModifiedAllanDeviationAnalysis>(second, 1);
-  const std::vector<double> alone = analysed<VDTimeDeviationAnalysis>(first, 1);
-  // After the modified Allan deviation of the same series, as the processor runs them.
-  const std::vector<double> modified = analysed<VDModifiedAllanDeviationAnalysis>(first, 1);
-  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
-  // After one of other data or other windows: no stale sums.
-  analysed<VDModifiedAllanDeviationAnalysis>(second, 1);
-  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
-  analysed<VDModifiedAllanDeviationAnalysis>(first, 2);
-  EXPECT_EQ(analysed<VDTimeDeviationAnalysis>(first, 1), alone);
+  using S = TestSupport::Statistic;
+  const std::vector<int64_t> first = wanderingPhase(3000, 7), second = wanderingPhase(3000, 8);
+  // TDEV of first over windows 5, 7, ... 999: alone (the sums kept are of other data), then after
+  // MDEV of the same series over the same windows (as the processor runs them, reusing its sums),
+  // of other data, or over windows that differ in start, end or step alone (no stale sums).
+  analysed(S::MDEV, second, 5, 999, 2);
+  const std::vector<double> alone = analysed(S::TDEV, first, 5, 999, 2);
+  const struct {
+    const std::vector<int64_t>* errors;
+    int64_t start, end, step;
+  } before[] = {{&first, 5, 999, 2},
+                {&second, 5, 999, 2},
+                {&first, 3, 999, 2},
+                {&first, 5, 997, 2},
+                {&first, 5, 999, 1}};
+  for (const auto& [errors, start, end, step] : before) {
+    analysed(S::MDEV, second, 1, 9, 1);  // leaves sums that no row matches
+    analysed(S::MDEV, *errors, start, end, step);
+    EXPECT_EQ(analysed(S::TDEV, first, 5, 999, 2), alone) << start << " " << end << " " << step;
+  }
   // TDEV = tau / sqrt(3) MDEV with tau in ns.
+  const std::vector<double> modified = analysed(S::MDEV, first, 5, 999, 2);
   ASSERT_EQ(modified.size(), alone.size());
   for (size_t index = 0; index < alone.size(); ++index) {
-    const double tau = static_cast<double>(index + 1) * 1e9;
+    const double tau = static_cast<double>(5 + 2 * index) * 1e9;
     EXPECT_NEAR(alone[index], tau / std::sqrt(3.0) * modified[index], 1e-12 * alone[index]);
   }
 }
