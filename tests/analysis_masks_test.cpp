@@ -76,7 +76,7 @@ TEST(AnalysisMasks, DefinitionsAreReadOrRefusedWithTheLine) {
       EXPECT_EQ(error, line.substr(std::min<size_t>(line.size(), 2))) << text;
     }
   }
-  ASSERT_EQ(texts.size(), 14u);
+  ASSERT_EQ(texts.size(), 15u);
   VDMaskTable table;
   std::string error;
   ASSERT_TRUE(table.addDefinitions(texts[0], "user.txt", error));
