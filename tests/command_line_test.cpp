@@ -28,7 +28,6 @@ using TestSupport::ToolRun;
 using TestSupport::writeFile;
 
 const std::string kBanner = TestSupport::banner();
-const std::string kLoading = "Loading time errors into memory...\n";
 
 class CommandLineTest : public ::testing::Test {
  protected:
@@ -167,14 +166,11 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   // Channel B lags by 12.5 ms plus 30 ppm of the elapsed time: 100 windows on that line.
   std::istringstream rows(firstCsv);
   std::string row;
-  std::getline(rows, row);
-  EXPECT_EQ(row, "time,time_error");
+  EXPECT_TRUE(std::getline(rows, row) && row == "time,time_error");
   int count = 0;
-  while (std::getline(rows, row)) {
-    const double time = std::stod(row.substr(0, row.find(',')));
-    const double error = std::stod(row.substr(row.find(',') + 1));
+  for (double time, error; std::getline(rows, row); ++count) {
+    ASSERT_EQ(std::sscanf(row.c_str(), "%lf,%lf", &time, &error), 2) << row;
     EXPECT_NEAR(error, 12.5e6 + 30e-6 * time, 20) << row;
-    ++count;
   }
   EXPECT_EQ(count, 100);
   for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
