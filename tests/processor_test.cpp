@@ -297,7 +297,7 @@ int limitColourPixels(const std::filesystem::path& png, const std::filesystem::p
 
 TEST(DualLinkRender, SampleRecordingFailsInFullAndPassesConverged) {
   TestSupport::TempDir dir;
-  VDPPythonInterpreter::start("dual_link_render_test");
+  VDPPythonInterpreter::start("processor_test");
   std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
       {"--data", (TestSupport::sourceDir() / "examples" / "dual-link.csv").string(), "--output",
        dir.path().string(), "--no-madev", "--no-tdev"});
