@@ -6,13 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 

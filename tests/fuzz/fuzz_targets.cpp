@@ -12,7 +12,6 @@
 //   seeds       not a harness: main writes the audio harness's seed corpus into its argument.
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
