@@ -460,16 +460,8 @@ std::vector<int64_t> randomIntegers(size_t count, int64_t magnitude, uint64_t se
 }
 
 // A random walk with a drift: time error as a free-running clock makes it.
-std::vector<int64_t> wanderingPhase(size_t count, uint64_t seed, double drift = 17.0) {
-  std::mt19937_64 generator(seed);
-  std::normal_distribution<double> step(0.0, 3.0);
-  std::vector<int64_t> values(count);
-  double phase = 0.0;
-  for (size_t i = 0; i < count; ++i) {
-    phase += drift + step(generator);
-    values[i] = std::llround(phase) + 5000;
-  }
-  return values;
+std::vector<int64_t> wanderingPhase(int64_t count, uint64_t seed, double drift = 17.0) {
+  return noise({0, 3, 0, drift, false}, count, 5000, seed);
 }
 
 // sum of y[i] y[i + lag] over the first starts i (every one by default).
