@@ -6,13 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -22,25 +15,14 @@ namespace TestSupport {
 
 std::string banner() { return std::string("veridaneprobe ") + VDP_VERSION + "\n\n"; }
 
-const std::vector<std::string> kNoStatistics = {"--no-adev", "--no-madev", "--no-tdev",
-                                                "--no-rmstie", "--no-mtie"};
-
 std::vector<std::string> withoutStatistics(std::vector<std::string> arguments) {
-  arguments.insert(arguments.end(), kNoStatistics.begin(), kNoStatistics.end());
+  arguments.insert(arguments.end(),
+                   {"--no-adev", "--no-madev", "--no-tdev", "--no-rmstie", "--no-mtie"});
   return arguments;
 }
 
-const std::string kAllStatisticsProgress =
-    "Running Allan Deviation Analysis...\n"
-    "Running Modified Allan Deviation Analysis...\n"
-    "Running Time Deviation Analysis...\n"
-    "Running Root Mean Squared of Time Interval Error Analysis...\n"
-    "Running Maximum Time Interval Error Analysis...\n"
-    "Analysis Done\n";
-
 std::filesystem::path sourceDir() { return VDP_SOURCE_DIR; }
 std::filesystem::path toolPath() { return VDP_TOOL_PATH; }
-std::filesystem::path checkToolPath() { return toolPath().parent_path() / "veridaneprobe-check"; }
 
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "vdp-test-XXXXXX").string();
@@ -203,12 +185,6 @@ uint64_t BackgroundRun::procFigure(const std::string& file, const std::string& n
   return 0;
 }
 
-ToolRun runTool(const std::vector<std::string>& arguments, const std::filesystem::path& workingDir,
-                const std::map<std::string, std::optional<std::string>>& environment,
-                bool oneStream) {
-  return runProgram(toolPath(), arguments, workingDir, environment, oneStream);
-}
-
 ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const std::filesystem::path& workingDir,
                    const std::map<std::string, std::optional<std::string>>& environment,
@@ -234,11 +210,6 @@ ToolRun shell(const std::string& command) {
   const int status = pclose(stream);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
-}
-
-std::string plotCommand(const std::filesystem::path& script) {
-  return "MPLBACKEND=Agg /usr/bin/python3 '" +
-         (sourceDir() / "python" / "veridaneprobe-plot").string() + "' '" + script.string() + "'";
 }
 
 }  // namespace TestSupport

@@ -1,14 +1,23 @@
 #pragma once
 
+// The standard headers the tests share come with this one.
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
+#include <random>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VDAllanDeviationAnalysis.h"
@@ -23,17 +32,12 @@ namespace TestSupport {
 
 // What every run prints first: "veridaneprobe <version>" and an empty line.
 std::string banner();
-// The options that switch every statistic off, for runs that test something else.
-extern const std::vector<std::string> kNoStatistics;
-// The arguments followed by those options.
-std::vector<std::string> withoutStatistics(std::vector<std::string> arguments);
+// The arguments followed by the options that switch every statistic off, for runs that test
+// something else.
+std::vector<std::string> withoutStatistics(std::vector<std::string> arguments = {});
 
-// The processor's progress lines with every statistic on, ending with "Analysis Done".
-extern const std::string kAllStatisticsProgress;
-
-std::filesystem::path sourceDir();      // the repository
-std::filesystem::path toolPath();       // the built veridaneprobe executable
-std::filesystem::path checkToolPath();  // the built veridaneprobe-check beside it
+std::filesystem::path sourceDir();  // the repository
+std::filesystem::path toolPath();   // the built veridaneprobe executable
 
 // A fresh directory under the system's temporary directory, removed with the object.
 class TempDir {
@@ -203,20 +207,19 @@ class BackgroundRun {
   uint64_t _peakResidentBytes = 0;
 };
 
-// Runs the built tool with the given arguments to its end, as BackgroundRun starts it.
-ToolRun runTool(const std::vector<std::string>& arguments,
-                const std::filesystem::path& workingDir = {},
-                const std::map<std::string, std::optional<std::string>>& environment = {},
-                bool oneStream = false);
-// The same for another program.
+// Runs a program with the given arguments to its end, as BackgroundRun starts it.
 ToolRun runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                    const std::filesystem::path& workingDir = {},
                    const std::map<std::string, std::optional<std::string>>& environment = {},
                    bool oneStream = false);
+// The same for the built tool.
+inline ToolRun runTool(const std::vector<std::string>& arguments,
+                       const std::filesystem::path& workingDir = {},
+                       const std::map<std::string, std::optional<std::string>>& environment = {}) {
+  return runProgram(toolPath(), arguments, workingDir, environment);
+}
 
 // Runs a shell command line: what it wrote to standard output, and its exit status.
 ToolRun shell(const std::string& command);
-// The plotting wrapper's command line for a script, without a display.
-std::string plotCommand(const std::filesystem::path& script);
 
 }  // namespace TestSupport

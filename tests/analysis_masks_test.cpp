@@ -6,13 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <fstream>
 #include <numbers>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include "TestSupport.h"
 #include "VDMTIEMask.h"
@@ -82,7 +76,7 @@ TEST(AnalysisMasks, DefinitionsAreReadOrRefusedWithTheLine) {
       EXPECT_EQ(error, line.substr(std::min<size_t>(line.size(), 2))) << text;
     }
   }
-  ASSERT_EQ(texts.size(), 12u);
+  ASSERT_EQ(texts.size(), 15u);
   VDMaskTable table;
   std::string error;
   ASSERT_TRUE(table.addDefinitions(texts[0], "user.txt", error));
@@ -156,7 +150,7 @@ TEST(AnalysisMasks, OneHopMaskConformsUpToItsLimitAndNamesTheFirstPointBeyond) {
   EXPECT_FALSE(mask.mtieConformsToMask({{3, 3, std::nan(""), 1}}, nullptr));
 }
 
-// The metrics' definitions as plain loops over doubles.
+// The metrics' definitions as plain loops.
 struct Reference {
   std::vector<double> times, x, y;
   size_t first, end;
@@ -178,23 +172,15 @@ struct Reference {
     }
     return largest;
   }
-  double mtie(const std::vector<double>& v, size_t m) const {
-    double largest = 0;
-    for (size_t k = first; k + m < end; ++k) {
-      const auto [low, high] = std::minmax_element(v.begin() + k, v.begin() + k + m + 1);
-      largest = std::max(largest, *high - *low);
+  // A statistic of the settled part of v by TestSupport's plain loops, in integers of unit.
+  double statistic(TestSupport::Statistic kind, const std::vector<double>& v, size_t m,
+                   double unit) const {
+    std::vector<int64_t> x;
+    for (size_t i = first; i < end; ++i) {
+      x.push_back(std::llround(v[i] / unit));
     }
-    return largest;
-  }
-  double tdev(const std::vector<double>& v, size_t m) const {
-    double sum = 0;
-    size_t terms = 0;
-    for (size_t j = first; j + 3 * m <= end; ++j, ++terms) {
-      double inner = 0;
-      for (size_t i = j; i < j + m; ++i) inner += v[i + 2 * m] - 2 * v[i + m] + v[i];
-      sum += inner * inner;
-    }
-    return std::sqrt(sum / (6.0 * m * m * terms));
+    return static_cast<double>(TestSupport::reference(kind, x, static_cast<int64_t>(m)).value) *
+           unit;
   }
 };
 
@@ -256,10 +242,12 @@ TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
       ASSERT_EQ(mtie.size(), windows) << name;
       ASSERT_EQ(tdev.size(), windows) << name;
       for (size_t m : {size_t{1}, size_t{2}, size_t{7}, size_t{64}, windows}) {
-        expectRelative(mtie[m - 1].value, reference.mtie(v, m), 2e-6,
+        expectRelative(mtie[m - 1].value,
+                       reference.statistic(TestSupport::Statistic::MTIE, v, m, 0x1p-20), 2e-6,
                        name + " MTIE " + std::to_string(m));
         expectRelative(mtie[m - 1].tau, m * tau0, 1e-9, name + " tau");
-        expectRelative(tdev[m - 1].value, reference.tdev(v, m), 1e-3,
+        expectRelative(tdev[m - 1].value,
+                       reference.statistic(TestSupport::Statistic::TDEV, v, m, 1e-3), 1e-3,
                        name + " TDEV " + std::to_string(m));
       }
     }

@@ -1,68 +1,55 @@
 // The five statistics against the plain-loop references of TestSupport (textbook definitions) on
 // several kinds of noise (tolerance: 1e-9 relative for the deviations and RMS TIE, exact for MTIE,
 // a difference of integers), and their CSV exports: exact text (doubles in their shortest form
-// that reads back unchanged), window filtering, and failures reported as false.
+// that reads back unchanged), window filtering, failures reported as false, and the reduction of
+// the long curves a run hands to its plots (the scripts' text is pinned byte for byte in
+// processor_test.cpp, and rendered for real by plot_render_test.py). Then the fast paths behind
+// them against brute-force integer sums (equal once rounded, or bit for bit with the sums taken
+// one lag at a time), the time deviation that reuses the modified Allan deviation's sums, and the
+// progress reports every statistic makes.
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <limits>
-#include <random>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "TestSupport.h"
-#include "VDAllanDeviationAnalysis.h"
-#include "VDMaximumTimeIntervalErrorAnalysis.h"
-#include "VDModifiedAllanDeviationAnalysis.h"
-#include "VDRootMeanSquaredTimeIntervalErrorAnalysis.h"
-#include "VDTimeDeviationAnalysis.h"
+#include "VDExactAutocorrelation.h"
+#include "VDLaggedDifferenceSums.h"
+#include "VDPlotReduction.h"
+#include "VDPlotScript.h"
+#include "VDPrefixCorrelation.h"
 #include "VDTimeErrorSequence.h"
 
 namespace {
 
 using TestSupport::Statistic;
-constexpr int64_t kMax = std::numeric_limits<int64_t>::max();
-constexpr int64_t kMin = std::numeric_limits<int64_t>::min();
+using TestSupport::timeErrorValues;
 constexpr Statistic kDeviations[] = {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV,
                                      Statistic::RMSTIE};
 
-enum class Noise { kWhite, kRandomWalk, kRandomWalkFrequency, kDrifting, kRamp, kSpiky };
-constexpr Noise kNoises[] = {Noise::kWhite,    Noise::kRandomWalk, Noise::kRandomWalkFrequency,
-                             Noise::kDrifting, Noise::kRamp,       Noise::kSpiky};
+// Integer time errors of one kind: white noise, random walks of phase and of frequency and a
+// slope in its amounts (spiky: white noise with one sample in about 97 scaled by 5000).
+struct Noise {
+  double white, walk, frequencyWalk, slope;
+  bool spiky;
+};
+constexpr Noise kWhite{40, 0, 0, 0, false}, kRandomWalk{0, 5, 0, 0, false},
+    kRandomWalkFrequency{10, 0, 0.3, 0, false};
+constexpr Noise kNoises[] = {kWhite,
+                             kRandomWalk,
+                             kRandomWalkFrequency,
+                             {15, 0, 0, -731, false},
+                             {0, 0, 0, 250, false},
+                             {1, 0, 0, 0, true}};
 
-// Integer time errors of one kind, plus offset.
-std::vector<int64_t> noise(Noise kind, int64_t count, int64_t offset, uint64_t seed) {
+std::vector<int64_t> noise(const Noise& kind, int64_t count, int64_t offset, uint64_t seed) {
   std::mt19937_64 generator(seed);
   std::normal_distribution<double> gauss(0.0, 1.0);
   std::vector<int64_t> errors;
   double phase = 0.0, frequency = 0.0;
   for (int64_t i = 0; i < count; ++i) {
-    double value = 0.0;
-    switch (kind) {
-      case Noise::kWhite:
-        value = 40.0 * gauss(generator);
-        break;
-      case Noise::kRandomWalk:
-        value = phase += 5.0 * gauss(generator);
-        break;
-      case Noise::kRandomWalkFrequency:
-        frequency += 0.3 * gauss(generator);
-        phase += frequency;
-        value = phase + 10.0 * gauss(generator);
-        break;
-      case Noise::kDrifting:
-        value = -731.0 * static_cast<double>(i) + 15.0 * gauss(generator);
-        break;
-      case Noise::kRamp:
-        value = 250.0 * static_cast<double>(i);
-        break;
-      case Noise::kSpiky:
-        value = (generator() % 97 == 0) ? 5000.0 * gauss(generator) : gauss(generator);
-        break;
-    }
-    errors.push_back(offset + std::llround(value));
+    frequency += kind.frequencyWalk * gauss(generator);
+    phase += frequency + kind.walk * gauss(generator);
+    const double white = kind.white * gauss(generator) * (kind.spiky && i % 97 == 5 ? 5000 : 1);
+    errors.push_back(offset + std::llround(phase + kind.slope * static_cast<double>(i) + white));
   }
   return errors;
 }
@@ -95,7 +82,7 @@ void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int6
                    const std::string& label) {
   const auto n = static_cast<int64_t>(errors.size());
   const auto analysis = TestSupport::analysisOf(statistic, valuesOf(errors));
-  analysis->performAnalysisFromStartWindowSize(1, kMax, step);
+  analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
   const std::vector<VDStatisticPoint>& points = analysis->points();
   ASSERT_EQ(static_cast<int64_t>(points.size()),
             (TestSupport::largestWindow(statistic, n) - 1) / step + 1)
@@ -116,28 +103,27 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
   // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3
   // and (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of
   // ~2^56 ns, whose prefix sums leave the double fast path.
-  std::vector<int64_t> large = noise(Noise::kWhite, 200, 0, 11);
+  std::vector<int64_t> large = noise(kWhite, 200, 0, 11);
   for (size_t i = 0; i < large.size(); ++i) {
     large[i] += (i % 3 == 0) ? (int64_t{1} << 56) : -(int64_t{1} << 55);
   }
   for (Statistic statistic : kDeviations) {
     const std::string name = "statistic " + std::to_string(static_cast<int>(statistic));
-    for (Noise kind : kNoises) {
+    for (const Noise& kind : kNoises) {
       for (int64_t count : {int64_t{301}, int64_t{302}}) {
         const int64_t offset = (seed % 2 == 0) ? 1000000000000 : -999999999937;
-        expectMatches(statistic, noise(kind, count, offset, ++seed), 1,
-                      name + " noise " + std::to_string(static_cast<int>(kind)) +
-                          " N=" + std::to_string(count));
+        expectMatches(
+            statistic, noise(kind, count, offset, ++seed), 1,
+            name + " noise " + std::to_string(&kind - kNoises) + " N=" + std::to_string(count));
       }
     }
-    expectMatches(statistic, noise(Noise::kRandomWalkFrequency, 5003, 123456789, 7), 97,
-                  name + " long");
+    expectMatches(statistic, noise(kRandomWalkFrequency, 5003, 123456789, 7), 97, name + " long");
     expectMatches(statistic, large, 1, name + " large");
   }
 }
 
 TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
-  const std::vector<int64_t> errors = noise(Noise::kRandomWalkFrequency, 4000, 0, 3);
+  const std::vector<int64_t> errors = noise(kRandomWalkFrequency, 4000, 0, 3);
   std::vector<int64_t> shifted = errors;
   for (int64_t& error : shifted) {
     error += 1000000000000;
@@ -146,8 +132,8 @@ TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
     for (int64_t step : {int64_t{1}, int64_t{33}}) {
       const auto plain = TestSupport::analysisOf(statistic, valuesOf(errors));
       const auto offset = TestSupport::analysisOf(statistic, valuesOf(shifted));
-      plain->performAnalysisFromStartWindowSize(1, kMax, step);
-      offset->performAnalysisFromStartWindowSize(1, kMax, step);
+      plain->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
+      offset->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
       ASSERT_EQ(plain->points().size(), offset->points().size());
       for (size_t i = 0; i < plain->points().size(); ++i) {
         ASSERT_EQ(plain->points()[i].value, offset->points()[i].value)
@@ -161,8 +147,9 @@ TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
 void expectMtieMatches(const std::vector<int64_t>& errors, const std::string& label) {
   const std::vector<__int128> reference = TestSupport::mtieOfEveryWindow(errors);
   const auto n = static_cast<int64_t>(errors.size());
-  const int64_t ranges[][3] = {{1, kMax, 1},   {2, kMax, 1},      {700, 1900, 3},  {1, kMax, 17},
-                               {5, kMax, 255}, {300, kMax, 1000}, {n - 1, kMax, 1}};
+  const int64_t ranges[][3] = {{1, INT64_MAX, 1},    {2, INT64_MAX, 1},   {700, 1900, 3},
+                               {1, INT64_MAX, 17},   {5, INT64_MAX, 255}, {300, INT64_MAX, 1000},
+                               {n - 1, INT64_MAX, 1}};
   for (const auto& [start, end, step] : ranges) {
     VDMaximumTimeIntervalErrorAnalysis analysis(valuesOf(errors));
     analysis.performAnalysisFromStartWindowSize(start, end, step);
@@ -181,10 +168,10 @@ void expectMtieMatches(const std::vector<int64_t>& errors, const std::string& la
 
 TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   uint64_t seed = 100;
-  for (Noise kind : kNoises) {
+  for (const Noise& kind : kNoises) {
     // 2100 samples: blocks of starts, a partial last block, windows both within and beyond one.
     expectMtieMatches(noise(kind, 2100, 1000000000000, ++seed),
-                      "noise " + std::to_string(static_cast<int>(kind)));
+                      "noise " + std::to_string(&kind - kNoises));
   }
   std::vector<int64_t> v;  // falling then rising
   for (int64_t i = 0; i < 1500; ++i) {
@@ -192,11 +179,11 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   }
   expectMtieMatches(v, "V");
   expectMtieMatches(std::vector<int64_t>(600, -42), "constant");
-  expectMtieMatches(noise(Noise::kWhite, 9, 0, 5), "short");
-  const std::vector<int64_t> extremes = {0, kMax, kMin, 5, kMin, kMax};
+  expectMtieMatches(noise(kWhite, 9, 0, 5), "short");
+  const std::vector<int64_t> extremes = {0, INT64_MAX, INT64_MIN, 5, INT64_MIN, INT64_MAX};
   expectMtieMatches(extremes, "extremes");
   VDMaximumTimeIntervalErrorAnalysis widest(valuesOf(extremes));
-  widest.performAnalysisFromStartWindowSize(1, kMax, 1);
+  widest.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_EQ(widest.mtie().front().value, 18446744073709551615.0);  // 2^64 - 1, rounded
 
   // A dip and a peak d samples apart are seen together by one window of size d only. Put such
@@ -204,7 +191,7 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   // a larger pair two samples wider, so the only window that sees a pair is easy to lose.
   for (int64_t distance : {63, 64, 65, 66, 129, 255, 256, 257, 321}) {
     for (int64_t dipAt : {0, 256, 257, 511}) {
-      std::vector<int64_t> errors = noise(Noise::kWhite, 1400, 0, distance + dipAt);
+      std::vector<int64_t> errors = noise(kWhite, 1400, 0, distance + dipAt);
       for (int64_t& error : errors) {
         error /= 10;
       }
@@ -220,14 +207,14 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
 TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
   // 1001 samples 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is 1.0000000000000002).
   VDMaximumTimeIntervalErrorAnalysis mtie(
-      TestSupport::timeErrorValues(noise(Noise::kWhite, 1001, 0, 9), 1000000000, 0));
+      TestSupport::timeErrorValues(noise(kWhite, 1001, 0, 9), 1000000000, 0));
   mtie.performAnalysisFromStartWindowSize(1, 1000, 1);
   for (const VDStatisticPoint& point : mtie.points()) {
     ASSERT_EQ(point.tau, static_cast<double>(point.windowSize)) << point.windowSize;
   }
   // 125 ms apart, starting before the epoch (the timestamps arrive wrapped): tau0 is 0.125 s.
   // One timestamp for all, or running backwards: no usable interval, tau0 is 1 s.
-  const std::vector<int64_t> errors = noise(Noise::kWhite, 50, 0, 8);
+  const std::vector<int64_t> errors = noise(kWhite, 50, 0, 8);
   const struct {
     Statistic statistic;
     uint64_t interval, start;
@@ -248,7 +235,7 @@ TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
 }
 
 TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
-  const std::vector<VDTimeErrorValue> values = valuesOf(noise(Noise::kRandomWalk, 100, 0, 9));
+  const std::vector<VDTimeErrorValue> values = valuesOf(noise(kRandomWalk, 100, 0, 9));
   using W = std::vector<int64_t>;
   const W none = {0, 0, 0, 0, 0};
   // The windows of ADEV (up to 49), MDEV, TDEV (33), RMS TIE and MTIE (99), each list ended by 0.
@@ -256,21 +243,21 @@ TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
     int64_t start, end, step;
     W windows;
   } cases[] = {
-      {30, kMax, 10, {30, 40, 0, 30, 0,  30, 0,  30, 40, 50, 60, 70,
-                      80, 90, 0, 30, 40, 50, 60, 70, 80, 90, 0}},
+      {30, INT64_MAX, 10, {30, 40, 0, 30, 0,  30, 0,  30, 40, 50, 60, 70,
+                           80, 90, 0, 30, 40, 50, 60, 70, 80, 90, 0}},
       // A start below 1 starts at the first window reachable in steps.
       {-5, 12, 8, {3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0, 3, 11, 0}},
-      {kMin, 2, kMax, none},
-      {kMin + 2, kMax, kMax, {1, 0, 1, 0, 1, 0, 1, 0, 1, 0}},
-      {kMin + 1, kMax, kMax, none},  // reaches 0, then kMax
-      {1, kMax, 0, none},
-      {1, kMax, -3, none},
-      {kMax, kMax, kMax, none},
-      {kMax - 1, kMax, 1, none},
+      {INT64_MIN, 2, INT64_MAX, none},
+      {INT64_MIN + 2, INT64_MAX, INT64_MAX, {1, 0, 1, 0, 1, 0, 1, 0, 1, 0}},
+      {INT64_MIN + 1, INT64_MAX, INT64_MAX, none},  // reaches 0, then INT64_MAX
+      {1, INT64_MAX, 0, none},
+      {1, INT64_MAX, -3, none},
+      {INT64_MAX, INT64_MAX, INT64_MAX, none},
+      {INT64_MAX - 1, INT64_MAX, 1, none},
       {50, 10, 1, none},
-      {kMin, kMin, 1, none},
-      {99, kMax, kMax, {0, 0, 0, 99, 0, 99, 0}},
-      {98, kMax, kMax - 1, {0, 0, 0, 98, 0, 98, 0}},
+      {INT64_MIN, INT64_MIN, 1, none},
+      {99, INT64_MAX, INT64_MAX, {0, 0, 0, 99, 0, 99, 0}},
+      {98, INT64_MAX, INT64_MAX - 1, {0, 0, 0, 98, 0, 98, 0}},
   };
   for (const auto& c : cases) {
     W windows;
@@ -298,14 +285,12 @@ TEST(AnalysisStatistics, TooFewSamplesGiveNoResults) {
     for (Statistic statistic : TestSupport::kStatistics) {
       const auto analysis =
           TestSupport::analysisOf(statistic, valuesOf(std::vector<int64_t>(count, 5), 0));
-      analysis->performAnalysisFromStartWindowSize(kMin, kMax, 1);
+      analysis->performAnalysisFromStartWindowSize(INT64_MIN, INT64_MAX, 1);
       EXPECT_EQ(analysis->points().size(), count == 2 && statistic >= Statistic::RMSTIE ? 1u : 0u)
           << count << " " << static_cast<int>(statistic);
     }
   }
 }
-
-using TestSupport::timeErrorValues;
 
 TEST(AnalysisExport, SequenceWritesIntegerNanosecondsUnderNamedColumns) {
   TestSupport::TempDir dir;
@@ -330,8 +315,8 @@ TEST(AnalysisExport, StatisticsWriteWindowTauValueAndTerms) {
   TestSupport::TempDir dir;
   // Every window of the analysis, written and read back.
   const auto exported = [&dir](VDStatisticAnalysis& analysis, const std::string& name) {
-    analysis.performAnalysisFromStartWindowSize(1, kMax, 1);
-    EXPECT_TRUE(analysis.exportAnalysisToDirectoryURL(dir.path(), name, 1, kMax, 1));
+    analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    EXPECT_TRUE(analysis.exportAnalysisToDirectoryURL(dir.path(), name, 1, INT64_MAX, 1));
     return TestSupport::readFile(dir / name);
   };
   // 0, 0, 4, 8 ns a quarter second apart. ADEV at m=1: second differences 4 and 0, so
@@ -366,20 +351,20 @@ TEST(AnalysisExport, OnlyTheGivenWindowRangeIsWritten) {
   TestSupport::TempDir dir;
   VDMaximumTimeIntervalErrorAnalysis mtie(
       timeErrorValues({0, 1, 3, 6, 10, 15, 21, 28, 36, 45}, 1000000000));
-  mtie.performAnalysisFromStartWindowSize(1, kMax, 1);
+  mtie.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   ASSERT_TRUE(mtie.exportAnalysisToDirectoryURL(dir.path(), "m.csv", 2, 8, 3));
   EXPECT_EQ(TestSupport::readFile(dir / "m.csv"),
             "window,tau,mtie,terms\n2,2,17,8\n5,5,35,5\n8,8,44,2\n");
   // Windows never computed, a step below 1 and a range past the data give just the header.
-  for (const auto& [start, end, step] : {std::tuple<int64_t, int64_t, int64_t>{1, kMax, 0},
-                                         {1, kMax, -1},
-                                         {10, kMax, 1},
-                                         {kMax, kMax, kMax}}) {
+  for (const auto& [start, end, step] : {std::tuple<int64_t, int64_t, int64_t>{1, INT64_MAX, 0},
+                                         {1, INT64_MAX, -1},
+                                         {10, INT64_MAX, 1},
+                                         {INT64_MAX, INT64_MAX, INT64_MAX}}) {
     ASSERT_TRUE(mtie.exportAnalysisToDirectoryURL(dir.path(), "h.csv", start, end, step));
     EXPECT_EQ(TestSupport::readFile(dir / "h.csv"), "window,tau,mtie,terms\n");
   }
   VDAllanDeviationAnalysis notRun(timeErrorValues({1, 2, 3, 4, 5}, 1));
-  ASSERT_TRUE(notRun.exportAnalysisToDirectoryURL(dir.path(), "n.csv", 1, kMax, 1));
+  ASSERT_TRUE(notRun.exportAnalysisToDirectoryURL(dir.path(), "n.csv", 1, INT64_MAX, 1));
   EXPECT_EQ(TestSupport::readFile(dir / "n.csv"),
             "window,tau,adev,terms,alpha,edf,adev_min,adev_max\n");
 }
@@ -391,9 +376,380 @@ TEST(AnalysisExport, AnUnwritableTargetGivesFalse) {
   EXPECT_FALSE(sequence.exportTimeErrorsToDirectoryURL(dir / "missing", "t.csv"));
   EXPECT_FALSE(sequence.exportTimeErrorsToDirectoryURL(dir / "file", "t.csv"));
   VDAllanDeviationAnalysis adev(timeErrorValues({1, 2, 3, 4, 5}, 1));
-  adev.performAnalysisFromStartWindowSize(1, kMax, 1);
-  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir / "missing", "a.csv", 1, kMax, 1));
-  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir.path(), "", 1, kMax, 1));
+  adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir / "missing", "a.csv", 1, INT64_MAX, 1));
+  EXPECT_FALSE(adev.exportAnalysisToDirectoryURL(dir.path(), "", 1, INT64_MAX, 1));
+}
+
+// The rows a run hands to its plots in memory, reduced where the values are, are drawn exactly
+// as the script draws every row: the script's own reduction (numpy) of the rows handed over
+// keeps the rows it keeps of all of them, and the count it decides the legend by stays on the
+// same side of the rasterising limit. Curves with ties, values a log axis cannot show, and x
+// that does not rise.
+TEST(AnalysisScripts, RowsHandedToAPlotRunDrawAsEveryRow) {
+  struct Case {
+    int count;
+    bool logAxes;
+    bool rising;
+  };
+  const Case cases[] = {{30000, true, true}, {30000, false, true}, {12000, true, true},
+                        {5000, false, true}, {9000, false, false}, {9000, true, false},
+                        {400000, true, true}};
+  TestSupport::TempDir dir;
+  std::string check = VDPlotScript::header() + VDPlotScript::pixelColumnExtremesFunction();
+  for (size_t c = 0; c < std::size(cases); ++c) {
+    const Case& row = cases[c];
+    std::vector<double> x, y, band;
+    std::string table;
+    for (int i = 0; i < row.count; ++i) {
+      // Not rising: one row in the middle steps back to 0 (which no log axis shows either).
+      x.push_back(row.rising || i != row.count / 2 ? 0.25 * (i + 1) : 0.0);
+      // Plateaus (ties), spikes, and zeros and negatives among the values.
+      y.push_back(i % 97 == 0 ? 0.0 : (i % 1009 == 0 ? -3.0 : std::floor(1.0 + (i * 31) % 17)));
+      band.push_back(y.back() * (i % 3001 == 0 ? 9 : 1.5));
+      table += std::to_string(x.back()) + "," + std::to_string(y.back()) + "," +
+               std::to_string(band.back()) + "\n";
+    }
+    const auto at = [](const std::vector<double>& values) {
+      return [&values](size_t i) { return values[i]; };
+    };
+    std::string rows;
+    for (const size_t i :
+         VDPlotReduction::rowsForPlotRun(x.size(), at(x), row.logAxes, {at(y), at(band)})) {
+      rows += std::to_string(i) + "\n";
+    }
+    const std::string name = "case" + std::to_string(c);
+    TestSupport::writeFile(dir / (name + ".csv"), table);
+    TestSupport::writeFile(dir / (name + ".rows"), rows);
+    check +=
+        "x, y, band = np.loadtxt('" + (dir / (name + ".csv")).string() +
+        "', delimiter=',', unpack=True)\n"
+        "rows = np.loadtxt('" +
+        (dir / (name + ".rows")).string() +
+        "', dtype=np.int64)\n"
+        "logAxes = " +
+        (row.logAxes ? "True" : "False") +
+        "\n"
+        "every = np.arange(len(x))[pixelColumnExtremes(x, logAxes, y, band)]\n"
+        "handed = rows[pixelColumnExtremes(x[rows], logAxes, y[rows], band[rows])]\n"
+        "if not np.array_equal(every, handed):\n"
+        "    sys.exit(" +
+        std::to_string(10 + c) +
+        ")\n"
+        "limit = " +
+        std::to_string(VDPlotScript::kRasterisedPoints) +
+        "\n"
+        "if (len(rows) > limit) != (len(x) > limit) or rows[0] != 0 or rows[-1] != len(x) - 1:\n"
+        "    sys.exit(" +
+        std::to_string(20 + c) + ")\n";
+  }
+  TestSupport::writeFile(dir / "Check.py", check);
+  EXPECT_EQ(TestSupport::shell("/usr/bin/python3 '" + (dir / "Check.py").string() + "'").status, 0);
+}
+
+// ---- The fast paths behind the statistics ------------------------------------------------
+
+std::vector<int64_t> randomIntegers(size_t count, int64_t magnitude, uint64_t seed) {
+  std::mt19937_64 generator(seed);
+  std::uniform_int_distribution<int64_t> uniform(-magnitude, magnitude);
+  std::vector<int64_t> values(count);
+  for (int64_t& value : values) {
+    value = uniform(generator);
+  }
+  return values;
+}
+
+// A random walk with a drift: time error as a free-running clock makes it.
+std::vector<int64_t> wanderingPhase(int64_t count, uint64_t seed, double drift = 17.0) {
+  return noise({0, 3, 0, drift, false}, count, 5000, seed);
+}
+
+// sum of y[i] y[i + lag] over the first starts i (every one by default).
+__int128 bruteForceCorrelation(const std::vector<int64_t>& y, size_t lag,
+                               size_t starts = SIZE_MAX) {
+  __int128 sum = 0;
+  for (size_t i = 0; i + lag < y.size() && i < starts; ++i) {
+    sum += static_cast<__int128>(y[i]) * y[i + lag];
+  }
+  return sum;
+}
+
+TEST(AnalysisFastSums, ExactAutocorrelationEqualsTheIntegerSumsAtEveryLag) {
+  // Small values; the largest the transforms take for 1000 values (N max^2 just below 2^84);
+  // one value; a length that is a power of two.
+  const std::vector<std::vector<int64_t>> sequences = {randomIntegers(777, 1000, 1),
+                                                       randomIntegers(1000, int64_t{1} << 36, 2),
+                                                       {-123456789},
+                                                       randomIntegers(1024, 5, 3)};
+  for (const std::vector<int64_t>& y : sequences) {
+    const auto correlation = VDExactAutocorrelation::of(y);
+    ASSERT_TRUE(correlation.has_value()) << y.size();
+    ASSERT_EQ(correlation->size(), y.size());
+    for (size_t lag = 0; lag < y.size(); ++lag) {
+      ASSERT_TRUE((*correlation)[lag] == bruteForceCorrelation(y, lag))
+          << "N=" << y.size() << " lag " << lag;
+    }
+  }
+  EXPECT_TRUE(VDExactAutocorrelation::of({}).value().empty());
+  // Sums the three primes cannot hold are refused, not wrapped.
+  EXPECT_FALSE(VDExactAutocorrelation::of({int64_t{1} << 42, 0}).has_value());
+  EXPECT_FALSE(VDExactAutocorrelation::of(std::vector<int64_t>(513, int64_t{1} << 40)).has_value());
+  // Up to N max|y|^2 < 2^89: 17 values of 2^40 are summed exactly.
+  EXPECT_TRUE(VDExactAutocorrelation::of(std::vector<int64_t>(17, int64_t{1} << 40)).value()[0] ==
+              static_cast<__int128>(17) << 80);
+}
+
+TEST(AnalysisFastSums, SequencesBeyondFourMillionValuesStayExact) {
+  // 2^22 + 1 values, one more than the transforms of 2^23 could correlate: exact at the lags
+  // where a lost term would show (the first, around the old length, the last).
+  const std::vector<int64_t> y = randomIntegers((size_t{1} << 22) + 1, 1 << 20, 11);
+  const auto correlation = VDExactAutocorrelation::of(y);
+  ASSERT_TRUE(correlation.has_value());
+  for (const size_t lag :
+       {size_t{0}, size_t{1}, size_t{1} << 21, (size_t{1} << 22) - 1, size_t{1} << 22}) {
+    EXPECT_TRUE((*correlation)[lag] == bruteForceCorrelation(y, lag)) << "lag " << lag;
+  }
+}
+
+// sum_j (sum_a c_a u[j + a m])^2 over every start, in 128-bit integers.
+__int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t m) {
+  static const std::vector<std::vector<int64_t>> kCoefficients = {
+      {}, {-1, 1}, {1, -2, 1}, {-1, 3, -3, 1}};
+  const std::vector<int64_t>& c = kCoefficients[order];
+  __int128 sum = 0;
+  for (size_t j = 0; j + order * m < u.size(); ++j) {
+    __int128 difference = 0;
+    for (int a = 0; a <= order; ++a) {
+      difference += c[a] * static_cast<__int128>(u[j + a * m]);
+    }
+    sum += difference * difference;
+  }
+  return sum;
+}
+
+TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
+  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
+  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
+  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
+  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+  ASSERT_EQ(analysis.points().size(), errors.size() - 1);
+  for (const VDStatisticPoint& point : analysis.points()) {
+    const auto m = static_cast<size_t>(point.windowSize);
+    const __int128 exact = bruteForceSumOfSquares(errors, 1, m);
+    const auto terms = static_cast<double>(errors.size() - m);
+    ASSERT_EQ(point.value, std::sqrt(static_cast<double>(exact) / terms)) << "m=" << m;
+  }
+}
+
+TEST(AnalysisFastSums, SumsByTransformsAreTheExactSumsRoundedOnce) {
+  // Values up to 2^34: squared differences far beyond 2^53, where double sums would round. More
+  // than 8192 lags (reported in parts) and many 2048-value blocks; lags from 1 and stepped, and
+  // only short lags (under a sixteenth of the series, summed by blocks, not one transform).
+  // The lengths lie just past a multiple of the 2048-value block, so the short lags' starts cross
+  // a block boundary.
+  for (const auto& [order, count] : {std::pair<int, size_t>{1, 20500}, {2, 20500}, {3, 26700}}) {
+    const std::vector<int64_t> u = randomIntegers(count, int64_t{1} << 34, 10 + order);
+    const VDLaggedDifferenceSums sums(u, order);
+    const int64_t largestLag = (static_cast<int64_t>(count) - 1) / order;
+    const int64_t shortLag = static_cast<int64_t>(count) / (20 * order);
+    for (const auto& [first, last, step] : {std::tuple<int64_t, int64_t, int64_t>{1, INT64_MAX, 1},
+                                            {5, INT64_MAX, 611},
+                                            {1, shortLag, 1}}) {
+      const VDWindowRange lags = VDWindowRange::clamped(first, last, step, 1, largestLag);
+      std::vector<uint64_t> reports;
+      const std::vector<double> exact =
+          sums.sumsOfSquares(lags, [&](uint64_t done) { reports.push_back(done); });
+      // 0 first, then as parts of 8192 lags finish.
+      std::vector<uint64_t> expectedReports = {0};
+      for (uint64_t done = 8192; done < lags.count(); done += 8192) {
+        expectedReports.push_back(done);
+      }
+      expectedReports.push_back(lags.count());
+      EXPECT_EQ(reports, expectedReports) << "order " << order;
+      ASSERT_EQ(exact.size(), lags.count());
+      // A sample of lags, with those on both sides of a report and the last.
+      for (uint64_t index = 0; index < lags.count(); ++index) {
+        const bool sampled =
+            index % 97 == 0 || index % 8192 < 2 || index % 8192 > 8189 || index + 1 == lags.count();
+        const auto m = static_cast<size_t>(lags.at(index));
+        if (sampled) {
+          ASSERT_EQ(exact[index], static_cast<double>(bruteForceSumOfSquares(u, order, m)))
+              << "order " << order << " lag " << m;
+        }
+      }
+    }
+  }
+}
+
+TEST(AnalysisFastSums, TiledSumsEqualTheSumsTakenOneLagAtATime) {
+  // Values too large for the transforms whole: up to 2^45 they are split into halves and summed
+  // exactly (rounded once, as brute force in 128 bits); from 2^62 on the tiles of the double or
+  // the integer path sum them. 6000 values: several 2048-term chunks and, at step 1, several
+  // tiles of lags.
+  std::vector<int64_t> atTheTop = randomIntegers(1500, int64_t{1} << 40, 6);
+  for (int64_t& value : atTheTop) {
+    value += int64_t{1} << 62;
+  }
+  const std::vector<std::vector<int64_t>> sequences = {randomIntegers(6000, int64_t{1} << 45, 5),
+                                                       atTheTop};
+  for (const std::vector<int64_t>& sequence : sequences) {
+    const bool split = sequence.front() < (int64_t{1} << 61);
+    for (int order = 1; order <= 3; ++order) {
+      const VDLaggedDifferenceSums sums(sequence, order);
+      const auto size = static_cast<int64_t>(sequence.size());
+      const int64_t largestLag = (size - 1) / order;
+      for (const auto& [first, step] : {std::pair<int64_t, int64_t>{1, 1}, {300, 7}}) {
+        const VDWindowRange lags = VDWindowRange::clamped(first, INT64_MAX, step, 1, largestLag);
+        int64_t lastReport = -1;
+        const std::vector<double> tiled = sums.sumsOfSquares(lags, [&lastReport](uint64_t done) {
+          EXPECT_GT(static_cast<int64_t>(done), lastReport);
+          lastReport = static_cast<int64_t>(done);
+        });
+        EXPECT_EQ(lastReport, static_cast<int64_t>(lags.count()));
+        ASSERT_EQ(tiled.size(), lags.count());
+        for (uint64_t index = 0; index < lags.count(); index += split ? 37 : 1) {
+          const int64_t lag = lags.at(index);
+          ASSERT_EQ(tiled[index], split ? static_cast<double>(bruteForceSumOfSquares(
+                                              sequence, order, static_cast<size_t>(lag)))
+                                        : sums.sumOfSquares(lag, size - order * lag))
+              << "order " << order << " lag " << lag << " N=" << size;
+        }
+      }
+    }
+  }
+}
+
+// The values of a statistic of errors over the windows start, start + step, ... up to end.
+std::vector<double> analysed(TestSupport::Statistic statistic, const std::vector<int64_t>& errors,
+                             int64_t start, int64_t end, int64_t step) {
+  const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
+  analysis->performAnalysisFromStartWindowSize(start, end, step);
+  std::vector<double> values;
+  for (const VDStatisticPoint& point : analysis->points()) {
+    values.push_back(point.value);
+  }
+  return values;
+}
+
+TEST(AnalysisFastSums, TimeDeviationAfterModifiedAllanDeviationGivesItsOwnValues) {
+  using S = TestSupport::Statistic;
+  const std::vector<int64_t> first = wanderingPhase(3000, 7), second = wanderingPhase(3000, 8);
+  // TDEV of first over windows 5, 7, ... 999: alone (the sums kept are of other data), then after
+  // MDEV of the same series over the same windows (as the processor runs them, reusing its sums),
+  // of other data, or over windows that differ in start, end or step alone (no stale sums).
+  analysed(S::MDEV, second, 5, 999, 2);
+  const std::vector<double> alone = analysed(S::TDEV, first, 5, 999, 2);
+  const struct {
+    const std::vector<int64_t>* errors;
+    int64_t start, end, step;
+  } before[] = {{&first, 5, 999, 2},
+                {&second, 5, 999, 2},
+                {&first, 3, 999, 2},
+                {&first, 5, 997, 2},
+                {&first, 5, 999, 1}};
+  for (const auto& [errors, start, end, step] : before) {
+    analysed(S::MDEV, second, 1, 9, 1);  // leaves sums that no row matches
+    analysed(S::MDEV, *errors, start, end, step);
+    EXPECT_EQ(analysed(S::TDEV, first, 5, 999, 2), alone) << start << " " << end << " " << step;
+  }
+  // TDEV = tau / sqrt(3) MDEV with tau in ns.
+  const std::vector<double> modified = analysed(S::MDEV, first, 5, 999, 2);
+  ASSERT_EQ(modified.size(), alone.size());
+  for (size_t index = 0; index < alone.size(); ++index) {
+    const double tau = static_cast<double>(5 + 2 * index) * 1e9;
+    EXPECT_NEAR(alone[index], tau / std::sqrt(3.0) * modified[index], 1e-12 * alone[index]);
+  }
+}
+
+// Writes down each start and end (with the last windows and work done reported), checking the
+// reports between them as they come: inside a run, never going back, never beyond the whole.
+class RecordingObserver : public VDAnalysisProgress {
+ public:
+  void analysisStarted(const std::string& name, uint64_t windows) override {
+    EXPECT_FALSE(running);
+    running = true, total = windows, windowsDone = 0, workDone = 0;
+    events += "start " + name + " " + std::to_string(windows) + "\n";
+  }
+  void analysisProgressed(uint64_t windows, double work) override {
+    EXPECT_TRUE(running && windows >= windowsDone && windows <= total && work >= workDone &&
+                work <= 1.0 + 1e-12)
+        << windows << " " << work;
+    windowsDone = windows, workDone = work;
+  }
+  void analysisFinished() override {
+    EXPECT_TRUE(running);
+    running = false;
+    events += "end " + std::to_string(windowsDone) + " " + std::to_string(workDone) + "\n";
+  }
+  std::string events;
+
+ private:
+  bool running = false;
+  uint64_t total = 0, windowsDone = 0;
+  double workDone = 0;
+};
+
+TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
+  using S = TestSupport::Statistic;
+  // Each statistic's windows of 3001 samples, all done at the end; MTIE finishes every window at
+  // once and reports nothing between.
+  const std::pair<S, std::string> rows[] = {
+      {S::ADEV, "start ADEV 1500\nend 1500 1.000000\n"},
+      {S::MDEV, "start MDEV 1000\nend 1000 1.000000\n"},
+      {S::TDEV, "start TDEV 1000\nend 1000 1.000000\n"},
+      {S::RMSTIE, "start RMS TIE 3000\nend 3000 1.000000\n"},
+      {S::MTIE, "start MTIE 3000\nend 0 0.000000\n"},
+  };
+  for (const auto& [statistic, events] : rows) {
+    const auto analysis =
+        TestSupport::analysisOf(statistic, timeErrorValues(wanderingPhase(3001, 9)));
+    RecordingObserver observer;
+    analysis->setProgressObserver(&observer);
+    analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    // No windows, no reports; without an observer, none either.
+    analysis->performAnalysisFromStartWindowSize(5000, INT64_MAX, 1);
+    analysis->setProgressObserver(nullptr);
+    analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+    EXPECT_EQ(observer.events, events);
+  }
+}
+
+TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
+  // Values whose products overflow int64 partial sums, both signs: 9000 up to 2^30 (sums of
+  // many blocks, and remainders longer than a block); 8191, where each block of lags' fewest
+  // starts are whole blocks (no remainder); four near the largest magnitude taken.
+  const int64_t largest = (int64_t{1} << 41) - 1;
+  for (const std::vector<int64_t>& u : {randomIntegers(9000, int64_t{1} << 30, 31),
+                                        randomIntegers(8191, int64_t{1} << 30, 32),
+                                        {largest, -largest, largest - 1, -largest}}) {
+    const auto correlation = VDPrefixCorrelation::of(u);
+    ASSERT_TRUE(correlation.has_value());
+    const auto count = static_cast<int64_t>(u.size());
+    std::vector<VDPrefixCorrelation::Query> queries;
+    for (int64_t lag = 0; lag < count; lag += 1 + lag / 3) {
+      for (int64_t starts : {int64_t{1}, (count - lag) / 2, count - lag}) {
+        if (starts >= 1 &&
+            (queries.empty() || queries.back().lag != lag || queries.back().starts < starts)) {
+          queries.push_back({lag, starts});
+        }
+      }
+    }
+    // Every lag over every start: many enough for the splitting to take cross-correlations.
+    std::vector<VDPrefixCorrelation::Query> everyLag;
+    for (int64_t lag = 0; lag < count; ++lag) {
+      everyLag.push_back({lag, count - lag});
+    }
+    for (const auto& list : {queries, everyLag}) {
+      const std::vector<__int128> sums = correlation->sums(list);
+      VDPrefixCorrelation::Workspace workspace;
+      const std::vector<__int128> split = correlation->sumsBySplitting(list, {}, workspace);
+      for (size_t q = 0; q < list.size(); ++q) {
+        const __int128 exact = bruteForceCorrelation(u, list[q].lag, list[q].starts);
+        ASSERT_TRUE(sums[q] == exact && split[q] == exact)
+            << "lag " << list[q].lag << " starts " << list[q].starts;
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The tool from the command line beyond the transcripts of tests/data/runs: paths relative to
 // PWD and under "~", runs on bad input that must finish without a crash, FLAC headers that lie
-// about the length, the sample recordings through the audio and drift commands, and the audio
-// command's own plot scripts.
+// about the length and the sample recordings through the audio and drift commands.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
@@ -11,20 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <filesystem>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
-#include "VDPAudioPlotScripts.h"
 #include "VDPFileSystem.h"
 #include "VDPLineReader.h"
 #include "VDPTextScanner.h"
@@ -39,7 +28,6 @@ using TestSupport::ToolRun;
 using TestSupport::writeFile;
 
 const std::string kBanner = TestSupport::banner();
-const std::string kLoading = "Loading time errors into memory...\n";
 
 class CommandLineTest : public ::testing::Test {
  protected:
@@ -164,7 +152,12 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
                            "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
                            "Loading audio into memory...\n"
                            "Running Audio Time Error Calculation...\n" +
-                           TestSupport::kAllStatisticsProgress);
+                           "Running Allan Deviation Analysis...\n"
+                           "Running Modified Allan Deviation Analysis...\n"
+                           "Running Time Deviation Analysis...\n"
+                           "Running Root Mean Squared of Time Interval Error Analysis...\n"
+                           "Running Maximum Time Interval Error Analysis...\n"
+                           "Analysis Done\n");
     EXPECT_EQ(run.status, 1);
     const std::string csv = TestSupport::readFile(dir / word / "audio_analysis_time_error.csv");
     firstCsv = firstCsv.empty() ? csv : firstCsv;
@@ -173,14 +166,11 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   // Channel B lags by 12.5 ms plus 30 ppm of the elapsed time: 100 windows on that line.
   std::istringstream rows(firstCsv);
   std::string row;
-  std::getline(rows, row);
-  EXPECT_EQ(row, "time,time_error");
+  EXPECT_TRUE(std::getline(rows, row) && row == "time,time_error");
   int count = 0;
-  while (std::getline(rows, row)) {
-    const double time = std::stod(row.substr(0, row.find(',')));
-    const double error = std::stod(row.substr(row.find(',') + 1));
+  for (double time, error; std::getline(rows, row); ++count) {
+    ASSERT_EQ(std::sscanf(row.c_str(), "%lf,%lf", &time, &error), 2) << row;
     EXPECT_NEAR(error, 12.5e6 + 30e-6 * time, 20) << row;
-    ++count;
   }
   EXPECT_EQ(count, 100);
   for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
@@ -188,17 +178,6 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
     EXPECT_TRUE(fs::exists(dir / "drift" / file)) << file;
   }
 }
-
-TEST(AudioPlotScripts, BothTemplatesByteForByte) {
-  EXPECT_EQ(VDPAudioPlotScripts::savedScript("x.csv", "run 7"),
-            TestSupport::expected("audio-saved.txt"));
-  EXPECT_EQ(VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png"),
-            TestSupport::expected("audio-plot.txt"));
-}
-
-constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
-constexpr int64_t kInt64Min = std::numeric_limits<int64_t>::min();
-constexpr uint64_t kUInt64Max = std::numeric_limits<uint64_t>::max();
 
 std::vector<std::string> linesOf(const std::string& content,
                                  size_t lineCapacity = VDPLineReader::kLineCapacity) {
@@ -214,63 +193,58 @@ std::vector<std::string> linesOf(const std::string& content,
 
 using Lines = std::vector<std::string>;
 
-TEST(LineReader, SplitsAtLineEndsAndNeverReadsAnUnterminatedLastLine) {
-  EXPECT_EQ(linesOf("a\nb\n"), (Lines{"a", "b"}));
-  EXPECT_EQ(linesOf("a\nb"), (Lines{"a"}));
-  EXPECT_EQ(linesOf(""), Lines{});
-  EXPECT_EQ(linesOf("\n\n"), (Lines{"", ""}));
-  EXPECT_EQ(linesOf("a\r\n"), (Lines{"a\r"}));
-}
-
-TEST(LineReader, JoinsLinesAcrossBlocks) {
-  const std::string first(1995, 'x');
-  const std::string second(10, 'y');  // crosses the first 2000-byte boundary
-  const std::string longLine(4500, 'z');
-  EXPECT_EQ(linesOf(first + "\n" + second + "\n" + longLine + "\n"),
-            (Lines{first, second, longLine}));
-  // A line end exactly at the end of a block.
-  const std::string exact(1999, 'e');
-  EXPECT_EQ(linesOf(exact + "\nnext\n"), (Lines{exact, "next"}));
-}
-
-TEST(LineReader, ReadsLinesUpToTheCapacityWholeAndSkipsLongerOnesToTheirLineEnd) {
-  // Several megabytes on one line still arrive whole under the default capacity.
-  const std::string huge(50'000'000, '7');
-  const Lines hugeLines = linesOf("1\n" + huge + "\n2\n");
-  ASSERT_EQ(hugeLines.size(), 3u);
-  EXPECT_EQ(hugeLines[1].size(), huge.size());
-  EXPECT_EQ(hugeLines[2], "2");
-
-  // With a capacity of 3000 bytes: a line of exactly 3000 bytes is read, one byte more is a bad
-  // line however many blocks it spans, and reading resumes after its line end.
-  const std::string full(3000, 'f');
-  const std::string over(3001, 'o');
-  const std::string long7000(7000, 'l');
-  EXPECT_EQ(linesOf(full + "\n" + over + "\nnext\n" + long7000 + "\n\nlast\n", 3000),
-            (Lines{full, "next", "", "last"}));
-  // An overlong line without a line end hands over nothing.
-  EXPECT_EQ(linesOf(std::string(9000, 'z'), 3000), Lines{});
-  // A block of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
-  // after that block arrives as a line of its own.
-  EXPECT_EQ(linesOf(std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n", 3000),
-            (Lines{std::string(501, 'b'), "ok"}));
-}
-
-TEST(LineReader, InvalidUTF8LosesWhatIsBuffered) {
-  // Valid multi-byte text passes through.
-  EXPECT_EQ(linesOf("caf\xC3\xA9\n"), (Lines{"caf\xC3\xA9"}));
-  EXPECT_EQ(linesOf("\xC2\x80\xDF\xBF\n"), (Lines{"\xC2\x80\xDF\xBF"}));  // both ends of the range
-  EXPECT_EQ(linesOf("\xE2\x82\xAC \xF0\x9F\x98\x80\n"), (Lines{"\xE2\x82\xAC \xF0\x9F\x98\x80"}));
-  EXPECT_EQ(linesOf("\x80\x80\n"), Lines{});  // continuation bytes without a lead
-  // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts afresh,
-  // so the rest of the broken line arrives as a line of its own.
-  const std::string block(1000, 'a');
-  EXPECT_EQ(linesOf("1\n" + block + "\xFF\n" + block + "\n2\n" + std::string(3000, 'b') + "\n"),
-            (Lines{std::string(4, 'a'), "2", std::string(3000, 'b')}));
-  // A two-byte character split by the block boundary: both reads around it are lost, the
-  // complete lines in them included.
-  const std::string head = "lost\n" + std::string(1994, 'c');  // the split is at byte 1999
-  EXPECT_EQ(linesOf(head + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n')), Lines(11, ""));
+TEST(LineReader, HandsOverWholeValidLinesOnly) {
+  const std::string a1000(1000, 'a'), b3000(3000, 'b'), huge(50'000'000, '7');
+  const size_t kDefault = VDPLineReader::kLineCapacity;
+  const struct {
+    std::string content;
+    size_t capacity;
+    Lines lines;
+  } rows[] = {
+      // Line ends split; an unterminated last line is never read; CR stays.
+      {"a\nb\n", kDefault, {"a", "b"}},
+      {"a\nb", kDefault, {"a"}},
+      {"", kDefault, {}},
+      {"\n\n", kDefault, {"", ""}},
+      {"a\r\n", kDefault, {"a\r"}},
+      // Lines across the 2000-byte reads, and a line end exactly at the end of one.
+      {std::string(1995, 'x') + "\n" + std::string(10, 'y') + "\n" + std::string(4500, 'z') + "\n",
+       kDefault,
+       {std::string(1995, 'x'), std::string(10, 'y'), std::string(4500, 'z')}},
+      {std::string(1999, 'e') + "\nnext\n", kDefault, {std::string(1999, 'e'), "next"}},
+      // Megabytes on one line still arrive whole under the default capacity.
+      {"1\n" + huge + "\n2\n", kDefault, {"1", huge, "2"}},
+      // Under a capacity of 3000 bytes a line of 3000 is read, one byte more is a bad line however
+      // many reads it spans, and reading resumes after its line end.
+      {std::string(3000, 'f') + "\n" + std::string(3001, 'o') + "\nnext\n" +
+           std::string(7000, 'l') + "\n\nlast\n",
+       3000,
+       {std::string(3000, 'f'), "next", "", "last"}},
+      {std::string(9000, 'z'), 3000, {}},
+      // A read of invalid UTF-8 drops an overlong line like any unfinished one: the rest of it
+      // after that read arrives as a line of its own.
+      {std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n",
+       3000,
+       {std::string(501, 'b'), "ok"}},
+      // Valid multi-byte text passes, both ends of the two-byte range included; continuation
+      // bytes without a lead do not.
+      {"caf\xC3\xA9\n", kDefault, {"caf\xC3\xA9"}},
+      {"\xC2\x80\xDF\xBF\n", kDefault, {"\xC2\x80\xDF\xBF"}},
+      {"\xE2\x82\xAC \xF0\x9F\x98\x80\n", kDefault, {"\xE2\x82\xAC \xF0\x9F\x98\x80"}},
+      {"\x80\x80\n", kDefault, {}},
+      // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts
+      // afresh, so the rest of the broken line arrives as a line of its own.
+      {"1\n" + a1000 + "\xFF\n" + a1000 + "\n2\n" + b3000 + "\n",
+       kDefault,
+       {std::string(4, 'a'), "2", b3000}},
+      // A two-byte character split at byte 1999: both reads around it are lost, the complete
+      // lines in them included.
+      {"lost\n" + std::string(1994, 'c') + "\xC3\xA9tail\nkept\n" + std::string(2000, '\n'),
+       kDefault, Lines(11, "")},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(linesOf(row.content, row.capacity), row.lines) << row.content.substr(0, 40);
+  }
 }
 
 TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {
@@ -286,11 +260,11 @@ TEST(TextScanner, ScansLikeATextScanner) {
   EXPECT_TRUE(VDPTextScanner(" \t\n-42xyz").scanInt64(integer));
   EXPECT_EQ(integer, -42);
   EXPECT_TRUE(VDPTextScanner("99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Max);
+  EXPECT_EQ(integer, INT64_MAX);
   EXPECT_TRUE(VDPTextScanner("-9223372036854775808").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_EQ(integer, INT64_MIN);
   EXPECT_TRUE(VDPTextScanner("-99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, kInt64Min);
+  EXPECT_EQ(integer, INT64_MIN);
   EXPECT_FALSE(VDPTextScanner("- 1").scanInt64(integer));
   EXPECT_FALSE(VDPTextScanner("").scanInt64(integer));
 
@@ -300,9 +274,9 @@ TEST(TextScanner, ScansLikeATextScanner) {
 
   uint64_t unsignedValue = 0;
   EXPECT_TRUE(VDPTextScanner("+18446744073709551615").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_EQ(unsignedValue, UINT64_MAX);
   EXPECT_TRUE(VDPTextScanner("99999999999999999999999").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, kUInt64Max);
+  EXPECT_EQ(unsignedValue, UINT64_MAX);
   EXPECT_FALSE(VDPTextScanner("-1").scanUInt64(unsignedValue));
 
   double real = 0;
@@ -324,11 +298,11 @@ TEST(TextScanner, SecondsBecomeNanosecondsTruncatedTowardZero) {
   EXPECT_EQ(timestampFromSeconds(1.5), 1500000000u);
   EXPECT_EQ(errorFromSeconds(-1e-9), -1);
   EXPECT_EQ(errorFromSeconds(-1.9e-9), -1);
-  EXPECT_EQ(errorFromSeconds(1e300), kInt64Max);
-  EXPECT_EQ(errorFromSeconds(-1e300), kInt64Min);
+  EXPECT_EQ(errorFromSeconds(1e300), INT64_MAX);
+  EXPECT_EQ(errorFromSeconds(-1e300), INT64_MIN);
   // The top half of the unsigned range is reachable; beyond it saturates.
   EXPECT_EQ(timestampFromSeconds(17179869184.0), 17179869184000000000u);
-  EXPECT_EQ(timestampFromSeconds(1e20), kUInt64Max);
+  EXPECT_EQ(timestampFromSeconds(1e20), UINT64_MAX);
   // Negative times wrap like two's complement; not a number is zero.
   EXPECT_EQ(timestampFromSeconds(-2.0), 0 - 2000000000ull);
   EXPECT_EQ(timestampFromSeconds(NAN), 0u);

@@ -10,18 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <fstream>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <sstream>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "TestSupport.h"
 #include "VDCSVBuffer.h"
@@ -46,6 +35,12 @@ std::string martenData(int count) {
 
 bool endedBySignal(const std::optional<int>& status, int signalNumber) {
   return status && WIFSIGNALED(*status) && WTERMSIG(*status) == signalNumber;
+}
+
+// The exit status of a run that ends within the timeout, or -1.
+int exitStatus(BackgroundRun& run, std::chrono::seconds timeout) {
+  const std::optional<int> status = run.waitFor(timeout);
+  return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
 }
 
 TEST(Faults, CtrlCEndsARunAtOnceButAClosedOutputDoesNot) {
@@ -96,9 +91,7 @@ TEST(Faults, CtrlCEndsARunAtOnceButAClosedOutputDoesNot) {
     EXPECT_EQ(read(output[0], banner.data(), banner.size()), static_cast<ssize_t>(banner.size()));
     EXPECT_EQ(banner, TestSupport::banner());
     close(output[0]);
-    const std::optional<int> status = run.waitFor(120s);
-    ASSERT_TRUE(status && WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(exitStatus(run, 120s), 1);
     EXPECT_TRUE(fs::exists(dir / "closed" / "marten_analysis_time_error.pdf"));
   }
 }
@@ -136,9 +129,7 @@ TEST(Faults, InputWithoutLineEndsKeepsMemoryBounded) {
     std::ofstream(data, std::ios::app) << "\n1000,0,5,0,0\n";
     BackgroundRun run(withoutStatistics({"marten", "--data", "zeros.csv", "--output", "sparse"}),
                       dir.path());
-    const std::optional<int> status = run.waitFor(60s);
-    ASSERT_TRUE(status && WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(exitStatus(run, 60s), 1);
     EXPECT_EQ(TestSupport::readFile(dir / "stdout"),
               TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
     EXPECT_EQ(TestSupport::readFile(dir / "sparse" / "marten_analysis_time_error.csv"),
@@ -197,11 +188,9 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   const fs::path output = dir / "disk" / "out";
   TestSupport::writeFile(dir / "short.csv", martenData(300));
   TestSupport::writeFile(dir / "long.csv", martenData(3000));
-  const std::vector<std::string> arguments = {"--output", output.string(), "--no-madev",
-                                              "--no-tdev", "--no-rmstie"};
-  std::vector<std::string> firstArguments = {"marten", "--data", "short.csv"};
-  firstArguments.insert(firstArguments.end(), arguments.begin(), arguments.end());
-  const TestSupport::ToolRun first = TestSupport::runTool(firstArguments, dir.path());
+  std::vector<std::string> arguments = {"marten",        "--data",     "short.csv", "--output",
+                                        output.string(), "--no-madev", "--no-tdev", "--no-rmstie"};
+  const TestSupport::ToolRun first = TestSupport::runTool(arguments, dir.path());
   ASSERT_EQ(first.status, 1) << first.err;
   const std::map<std::string, std::string> complete = filesIn(output);
   ASSERT_EQ(complete.size(), 12u);
@@ -209,9 +198,8 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   // A second run with ten times the data: no result file fits in the last 8 KiB. Each keeps its
   // earlier content; each CSV says so in one line, each plot in the interpreter's traceback.
   disk.fillLeaving(8192);
-  std::vector<std::string> secondArguments = {"marten", "--data", "long.csv"};
-  secondArguments.insert(secondArguments.end(), arguments.begin(), arguments.end());
-  const TestSupport::ToolRun second = TestSupport::runTool(secondArguments, dir.path());
+  arguments[2] = "long.csv";
+  const TestSupport::ToolRun second = TestSupport::runTool(arguments, dir.path());
   EXPECT_EQ(second.status, 1);
   EXPECT_EQ(second.out, TestSupport::banner() +
                             "Loading time errors into memory...\n"
@@ -239,17 +227,21 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   EXPECT_NE(second.err.find("OSError: [Errno 28] No space left on device"), std::string::npos);
 }
 
-TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
+// An export replaces its file only once complete (collected, or streamed while its megabytes of
+// rows are made), leaves no temporary file, and names the file and the system's error when it
+// fails.
+TEST(Faults, AnExportReplacesTheFileOnlyWhenComplete) {
   TestSupport::TempDir dir;
   TestSupport::writeFile(dir / "kept.csv", "earlier\n");
+  const std::string failure = "Failed to write \"" + (dir / "missing" / "new.csv").string() +
+                              "\" with error No such file or directory.\n";
   VDCSVBuffer csv;
   csv.appendText("time,time_error\n");
   testing::internal::CaptureStderr();
   EXPECT_FALSE(csv.writeToFile(dir / "missing" / "new.csv"));
+  EXPECT_FALSE(VDCSVBuffer(dir / "missing" / "new.csv").finish());
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), failure + failure);
   EXPECT_TRUE(csv.writeToFile(dir / "kept.csv"));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Failed to write \"" + (dir / "missing" / "new.csv").string() +
-                "\" with error No such file or directory.\n");
   EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n");
   // With standard input closed (as a service may start the tool) the file written next gets
   // descriptor 0, and is written all the same.
@@ -261,36 +253,24 @@ TEST(Faults, AFailedExportNamesTheFileAndTheSystemsError) {
   close(input);
   EXPECT_TRUE(written);
   EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n0,1\n");
-  EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // no temporary file left
-}
 
-TEST(Faults, AStreamedExportReplacesTheFileOnlyWhenComplete) {
-  // Megabytes of rows go out while they are made; the earlier file stays until the last row.
-  TestSupport::TempDir dir;
-  TestSupport::writeFile(dir / "kept.csv", "earlier\n");
   VDCSVBuffer collected;
   {
     VDCSVBuffer streamed(dir / "kept.csv");
     VDCSVBuffer abandoned(dir / "abandoned.csv");
     for (int64_t row = 0; row < 600000; ++row) {
-      for (VDCSVBuffer* csv : {&collected, &streamed, &abandoned}) {
-        csv->appendInteger(row);
-        csv->appendSeparator();
-        csv->appendDouble(static_cast<double>(row) / 7.0);
-        csv->endRow();
+      for (VDCSVBuffer* rows : {&collected, &streamed, &abandoned}) {
+        rows->appendInteger(row);
+        rows->appendSeparator();
+        rows->appendDouble(static_cast<double>(row) / 7.0);
+        rows->endRow();
       }
     }
-    EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "earlier\n");
+    EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), "time,time_error\n0,1\n");
     EXPECT_TRUE(streamed.finish());
   }
   EXPECT_EQ(TestSupport::readFile(dir / "kept.csv"), collected.text());
   EXPECT_EQ(filesIn(dir.path()).size(), 1u);  // the abandoned one left nothing
-  VDCSVBuffer missing(dir / "missing" / "new.csv");
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(missing.finish());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "Failed to write \"" + (dir / "missing" / "new.csv").string() +
-                "\" with error No such file or directory.\n");
 }
 
 size_t rowsOf(const std::string& csv) {
@@ -316,7 +296,7 @@ TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
     // does its whole run once the directory is free.
     const int held = open(output.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     ASSERT_EQ(flock(held, LOCK_EX), 0);
-    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", TestSupport::kNoStatistics);
+    std::unique_ptr<BackgroundRun> run = runOn("a.csv", "waiting", withoutStatistics());
     EXPECT_FALSE(run->waitFor(1500ms));
     EXPECT_TRUE(fs::is_empty(output));
     {
@@ -331,9 +311,7 @@ TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
       EXPECT_TRUE(fs::is_empty(output));
     }
     close(held);
-    const std::optional<int> status = run->waitFor(120s);
-    ASSERT_TRUE(status && WIFEXITED(*status));
-    EXPECT_EQ(WEXITSTATUS(*status), 1);
+    EXPECT_EQ(exitStatus(*run, 120s), 1);
     EXPECT_EQ(TestSupport::readFile(dir / "waiting" / "stdout"),
               TestSupport::banner() + "Loading time errors into memory...\nAnalysis Done\n");
     EXPECT_EQ(rowsOf(TestSupport::readFile(output / "marten_analysis_time_error.csv")), 1000u);

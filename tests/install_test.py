@@ -1,10 +1,7 @@
-"""Installs veridaneprobe into a temporary prefix and uses it as a user would.
-
-Checks the installed layout and the install manifest, an analysis by the installed executable,
-the man page, and saved scripts started directly (`./PlotADEV.py`, `python3 PlotADEV.py`) with
-the classic matplotlib hook read from the installed site directory. The machine's Python is not
-touched: a sitecustomize module in a temporary directory on PYTHONPATH adds that site directory
-with site.addsitedir, as Python does for its own site directories at start-up.
+"""Installs veridaneprobe into a temporary prefix and uses it as a user would: the layout and
+the install manifest, an analysis by the installed executable, the man pages, and saved scripts
+started directly with the classic matplotlib hook read from the installed site directory (added
+by a sitecustomize module on PYTHONPATH, as Python adds its own: the machine's is not touched).
 
 usage: python3 install_test.py CMAKE BUILD_DIR VERSION [SITE_DIR]
 (SITE_DIR: the build's VDP_PYTHON_SITE_DIR, when it sets one)
@@ -109,8 +106,7 @@ class InstalledTool(unittest.TestCase):
 
     @classmethod
     def install_keeping_manifest(cls):
-        """cmake --install rewrites the build directory's install_manifest.txt, which a user's
-        uninstall reads: keep the user's one and hand back this install's."""
+        """Installs, keeping the build's install_manifest.txt (a user's uninstall reads it)."""
         manifest = os.path.join(BUILD_DIR, 'install_manifest.txt')
         saved = None
         if os.path.exists(manifest):
@@ -190,13 +186,11 @@ class InstalledTool(unittest.TestCase):
                                   ' "veridaneprobe"))))'])
         self.assertEqual(result.stdout, "['veridaneprobe_classic_matplotlib']\n")
 
-    def test_saved_script_started_directly(self):
+    def test_saved_scripts_started_directly_and_by_python(self):
         result = self.run_script(['./PlotADEV.py'])
         self.assertEqual((result.returncode, result.stderr), (0, ''))
         self.assert_draws(['./PlotTimeError.py'], 'time-error_analysis_time_error.csv', 'time',
                           'time_error')
-
-    def test_saved_script_started_by_python_with_a_bare_name(self):
         self.assert_draws([sys.executable, 'PlotADEV.py'], 'time-error_analysis_adev.csv', 'tau',
                           'adev')
 

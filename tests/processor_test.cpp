@@ -1,20 +1,15 @@
 // The processors with scripts captured instead of run (whole runs, with every step's files, are
 // cases of tests/data/runs): the factories and class-level scripts a subclass substitutes, runs
-// that cannot write; the dual-link judgement (its time error script with the limit lines byte for
-// byte, the PASS and FAIL boundaries of both tests, the full and converged analyses).
+// that cannot write, every plot script byte for byte; the dual-link judgement (the PASS and FAIL
+// boundaries of both tests, the full and converged analyses), and its plots rendered for real.
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <algorithm>
-#include <filesystem>
-#include <limits>
-#include <string>
-#include <vector>
 
 #include "TestSupport.h"
 #include "VDPAnalyseDualLink.h"
+#include "VDPAudioPlotScripts.h"
 #include "VDPConsole.h"
+#include "VDPDualLinkMaximumTimeIntervalErrorAnalysis.h"
 #include "VDPDualLinkTimeErrorSequence.h"
 #include "VDPProcessDualLinkTimeError.h"
 #include "VDPProcessSingleTimeError.h"
@@ -30,12 +25,6 @@ std::vector<VDTimeErrorValue> rampValues(int count) {
     values.emplace_back(1000000000ull * static_cast<uint64_t>(i), (i * 7) % 13 - 6);
   }
   return values;
-}
-
-unsigned modeOf(const fs::path& path) {
-  struct stat status;
-  stat(path.c_str(), &status);
-  return status.st_mode & 07777;
 }
 
 class ProcessorTest : public ::testing::Test {
@@ -97,7 +86,7 @@ TEST_F(ProcessorTest, ScriptsComeFromTheClassOfTheAnalysisTheFactoryMade) {
 
 TEST_F(ProcessorTest, AnEmptySequenceAndAnUnwritableDirectoryDoNotStopTheRun) {
   VDPProcessSingleTimeError processor((dir / "missing").string(), "n", true, true, true, true, true,
-                                      2, std::numeric_limits<int64_t>::max(), 1);
+                                      2, INT64_MAX, 1);
   const VDTimeErrorSequence empty(std::vector<VDTimeErrorValue>{});
   testing::internal::CaptureStdout();
   EXPECT_TRUE(processor.processTimeErrors(empty));
@@ -110,20 +99,52 @@ TEST_F(ProcessorTest, ScriptPermissionsAreSetEvenWhenTheWriteFails) {
   fs::create_directory(dir / "PlotTimeError.py");
   fs::permissions(dir / "PlotTimeError.py", fs::perms::owner_all);
   VDPProcessSingleTimeError processor(dir.path().string(), "n", false, false, false, false, false,
-                                      2, std::numeric_limits<int64_t>::max(), 1);
+                                      2, INT64_MAX, 1);
   process(processor);
   EXPECT_TRUE(fs::is_directory(dir / "PlotTimeError.py"));
-  EXPECT_EQ(modeOf(dir / "PlotTimeError.py"), 0744u);
+  EXPECT_EQ(fs::status(dir / "PlotTimeError.py").permissions(), fs::perms(0744));
 }
 
-TEST(DualLinkScripts, TimeErrorScriptInBothForms) {
-  const VDPDualLinkTimeErrorSequence sequence(std::vector<VDTimeErrorValue>{});
-  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath(std::nullopt, "n_time_error.csv", "link A",
-                                                        std::nullopt, true),
-            TestSupport::expected("dual-link-saved.txt"));
-  EXPECT_EQ(sequence.generatePythonScriptWithOutputPath("/out dir", "n_time_error.csv", "link A",
-                                                        "/out dir/n.png", false),
-            TestSupport::expected("dual-link-plot.txt"));
+// Every plot script the tool saves beside its CSV (it finds the CSV beside itself and shows the
+// plot) or runs (it reads the literal path, saves the figure and closes it), byte for byte
+// against tests/data/expected/NAME-saved.txt and NAME-plot.txt: the header, records, columns,
+// titles and axes of each, the confidence band of the deviations only, and the dual-link MTIE's
+// hooks (the one-hop mask, the figure size and the y range) in their places.
+TEST(PlotScripts, EveryScriptInBothFormsByteForByte) {
+  using Script = std::function<std::string(bool saved)>;
+  // Time error sequences and statistic classes take the same arguments.
+  const auto of = [](const auto& generator, const std::string& csv) {
+    return [&generator, csv](bool saved) {
+      return saved ? generator.generatePythonScriptWithOutputPath(std::nullopt, csv, "link A",
+                                                                  std::nullopt, true)
+                   : generator.generatePythonScriptWithOutputPath("/out dir", csv, "link A",
+                                                                  "/out dir/n.png", false);
+    };
+  };
+  const VDTimeErrorSequence plain(std::vector<VDTimeErrorValue>{});
+  const VDPDualLinkTimeErrorSequence dualLink(std::vector<VDTimeErrorValue>{});
+  const std::pair<std::string, Script> scripts[] = {
+      {"time-error", of(plain, "n_time_error.csv")},
+      {"dual-link", of(dualLink, "n_time_error.csv")},
+      {"adev", of(VDAllanDeviationAnalysis::classObject(), "n_adev.csv")},
+      {"madev", of(VDModifiedAllanDeviationAnalysis::classObject(), "n_madev.csv")},
+      {"tdev", of(VDTimeDeviationAnalysis::classObject(), "n_tdev.csv")},
+      {"rmstie", of(VDRootMeanSquaredTimeIntervalErrorAnalysis::classObject(), "n_rmstie.csv")},
+      {"mtie", of(VDMaximumTimeIntervalErrorAnalysis::classObject(), "n_mtie.csv")},
+      {"dual-link-mtie",
+       of(VDPDualLinkMaximumTimeIntervalErrorAnalysis::classObject(), "n_mtie.csv")},
+      {"audio",
+       [](bool saved) {
+         return saved ? VDPAudioPlotScripts::savedScript("x.csv", "run 7")
+                      : VDPAudioPlotScripts::plotScript("/d", "x.csv", "run 7", "/p", "x.png");
+       }},
+  };
+  for (const auto& [name, script] : scripts) {
+    for (const bool saved : {true, false}) {
+      const std::string file = name + (saved ? "-saved.txt" : "-plot.txt");
+      EXPECT_EQ(script(saved), TestSupport::expected(file)) << file;
+    }
+  }
 }
 
 class DualLinkProcessorTest : public ::testing::Test {
@@ -137,10 +158,22 @@ class DualLinkProcessorTest : public ::testing::Test {
   std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
     const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
     VDPProcessDualLinkTimeError processor(dir.path().string(), "n", false, false, false, false,
-                                          mtie, 2, std::numeric_limits<int64_t>::max(), 1);
+                                          mtie, 2, INT64_MAX, 1);
     testing::internal::CaptureStdout();
     processor.processTimeErrors(sequence);
     return testing::internal::GetCapturedStdout();
+  }
+
+  // The converged analysis's time error CSV after a run over the given data lines.
+  std::string convergedTimeErrors(const std::string& lines) {
+    TestSupport::writeFile(dir / "link.csv", lines);
+    const std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+        {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L",
+         "--no-madev", "--no-tdev", "--no-mtie"});
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(analyser != nullptr && analyser->execute());
+    testing::internal::GetCapturedStdout();
+    return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
   }
 
   TestSupport::TempDir dir;
@@ -180,9 +213,7 @@ TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOn
   }
 }
 
-TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
-  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
-  TestSupport::TempDir dir;
+TEST_F(DualLinkProcessorTest, RunsTheFullAndTheConvergedAnalysis) {
   // The first good line at 1 s; samples at 60 s and 61 s after it; one more 59 s after it.
   TestSupport::writeFile(dir / "link.csv",
                          "timestamp,seq,error,delay,flags\n"
@@ -204,25 +235,9 @@ TEST(DualLinkAnalyser, RunsTheFullAndTheConvergedAnalysis) {
   }
   EXPECT_NE(TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv"),
             TestSupport::readFile(dir / "out" / "full" / "L_time_error.csv"));
-  VDPPythonInterpreter::setScriptRunner(nullptr);
 }
 
-// The converged analysis's time error CSV after a run over the given data lines.
-std::string convergedTimeErrors(const std::string& lines) {
-  VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
-  TestSupport::TempDir dir;
-  TestSupport::writeFile(dir / "link.csv", lines);
-  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
-      {"--data", (dir / "link.csv").string(), "--output", (dir / "out").string(), "--name", "L",
-       "--no-madev", "--no-tdev", "--no-mtie"});
-  testing::internal::CaptureStdout();
-  EXPECT_TRUE(analyser != nullptr && analyser->execute());
-  testing::internal::GetCapturedStdout();
-  VDPPythonInterpreter::setScriptRunner(nullptr);
-  return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
-}
-
-TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
+TEST_F(DualLinkProcessorTest, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) {
   // One nanosecond early is out, exactly 60 s is in, and a later line with a smaller timestamp
   // is out: the threshold compares timestamps, not positions in the file. A short line is no
   // sample at all.
@@ -241,8 +256,7 @@ TEST(DualLinkAnalyser, ConvergenceStartsExactlySixtySecondsAfterTheFirstSample) 
             "time,time_error\n18446744043709551616,1\n30000000000,3\n");
 }
 
-TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
-  TestSupport::TempDir dir;
+TEST_F(DualLinkProcessorTest, InitialiserPreparesFullAndConverged) {
   TestSupport::writeFile(dir / "link.csv", "");
   VDPConsole::setProgramPath("vdp");
   testing::internal::CaptureStdout();
@@ -263,6 +277,56 @@ TEST(DualLinkAnalyser, InitialiserPreparesFullAndConverged) {
                                                            "\" with error Not a directory.\n");
   EXPECT_NE(out.find("VDPAnalyseDualLink.cpp at line 231 goto Bail. Time error file does not"),
             std::string::npos);
+}
+
+// The dual-link analysis rendered for real on the sample recording: the console verdicts, and
+// the limit lines and the one-hop mask present in the PNGs (found by their colour).
+// Counts the pixels of the limit colour #fac205 in a PNG, with the embedded interpreter.
+int limitColourPixels(const std::filesystem::path& png, const std::filesystem::path& result) {
+  VDPPythonInterpreter::runScript(
+      "import matplotlib.image, numpy\n"
+      "pixels = matplotlib.image.imread('" +
+      png.string() +
+      "')[:, :, :3]\n"
+      "limit = numpy.array([0xfa, 0xc2, 0x05]) / 255.0\n"
+      "found = numpy.all(numpy.abs(pixels - limit) < 0.02, axis=2).sum()\n"
+      "open('" +
+      result.string() + "', 'w').write(str(found))\n");
+  return std::stoi(TestSupport::readFile(result));
+}
+
+TEST(DualLinkRender, SampleRecordingFailsInFullAndPassesConverged) {
+  TestSupport::TempDir dir;
+  VDPPythonInterpreter::start("processor_test");
+  std::unique_ptr<VDPAnalyseDualLink> analyser = VDPAnalyseDualLink::initWithArguments(
+      {"--data", (TestSupport::sourceDir() / "examples" / "dual-link.csv").string(), "--output",
+       dir.path().string(), "--no-madev", "--no-tdev"});
+  ASSERT_NE(analyser, nullptr);
+  testing::internal::CaptureStdout();
+  EXPECT_TRUE(analyser->execute());
+  const std::string out = testing::internal::GetCapturedStdout();
+  const size_t converged = out.find("=== Converged (skip 60s) File Analysis ===\n");
+  ASSERT_NE(converged, std::string::npos) << out;
+  EXPECT_EQ(out.substr(0, out.find("TimeError:")),
+            "Loading time errors into memory...\n=== Full File Analysis ===\n"
+            "FAIL: Time Error DOES NOT conform to 1 hop gPTP limit.\n");
+  EXPECT_NE(out.find("FAIL: MTIE DOES NOT conform to 1 hop gPTP Mask.\n"), std::string::npos);
+  EXPECT_NE(out.find("PASS: Time Error conforms to 1 hop gPTP limit\n", converged),
+            std::string::npos);
+  EXPECT_NE(out.find("PASS: MTIE conforms to 1 hop gPTP Mask\n", converged), std::string::npos);
+
+  for (const char* sub : {"full", "converged"}) {
+    const std::filesystem::path directory = dir / sub;
+    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_time_error.png", dir / "count"),
+              1000)
+        << sub;
+    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_mtie.png", dir / "count"), 300)
+        << sub;
+  }
+  // The saved MTIE script carries the mask too.
+  EXPECT_NE(TestSupport::readFile(dir / "converged" / "PlotMTIE.py").find("gPTP1HopMTIE"),
+            std::string::npos);
+  VDPPythonInterpreter::finalise();
 }
 
 }  // namespace

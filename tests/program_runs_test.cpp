@@ -5,15 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 
@@ -146,9 +137,10 @@ void runCase(const fs::path& file) {
           section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
-      const fs::path program = arguments[0] == "veridaneprobe-check" ? TestSupport::checkToolPath()
-                               : arguments[0] == "veridaneprobe"     ? TestSupport::toolPath()
-                                                                     : fs::path(arguments[0]);
+      const fs::path program = arguments[0] == "veridaneprobe-check"
+                                   ? TestSupport::toolPath().parent_path() / "veridaneprobe-check"
+                               : arguments[0] == "veridaneprobe" ? TestSupport::toolPath()
+                                                                 : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
       run = TestSupport::runProgram(program, arguments, work.path(),
                                     {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);

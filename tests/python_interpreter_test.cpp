@@ -7,9 +7,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <string>
-
 #include "TestSupport.h"
 #include "VDPPythonInterpreter.h"
 
@@ -90,7 +87,8 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
       "import matplotlib.mlab as mlab\n"
       "a = mlab.csv2rec('" +
       (dir / "adev.csv").string() + "')\nt = mlab.csv2rec('" + (dir / "time.csv").string() +
-      "')\np = mlab.csv2rec('" + (dir / "pps.csv").string() + "')\n"
+      "')\np = mlab.csv2rec('" + (dir / "pps.csv").string() +
+      "')\n"
       "open('" +
       result +
       "', 'w').write(repr((a.dtype.descr, list(a.tau), list(a.window), t.dtype.descr,\n"

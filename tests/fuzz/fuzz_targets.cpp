@@ -12,7 +12,6 @@
 //   seeds       not a harness: main writes the audio harness's seed corpus into its argument.
 
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +20,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -57,28 +57,15 @@ void check(bool condition) {
   }
 }
 
-// The input as a file: regular (the audio layer refuses anything else) and removed at exit.
+// The input as a regular file (the audio layer refuses anything else), removed at exit; write
+// replaces its bytes and opens it for reading.
 struct InputFile {
-  std::string path;
-  InputFile() {
-    char pattern[] = "/tmp/veridaneprobe-fuzz-XXXXXX";
-    const int descriptor = mkstemp(pattern);
-    check(descriptor >= 0);
-    close(descriptor);
-    path = pattern;
-  }
+  const std::string path = "/tmp/veridaneprobe-fuzz-" + std::to_string(getpid());
   ~InputFile() { unlink(path.c_str()); }
-  // Writes the bytes from the start and leaves the descriptor open at offset 0.
   int write(const uint8_t* data, size_t size) const {
-    const int descriptor = open(path.c_str(), O_RDWR | O_TRUNC);
-    check(descriptor >= 0);
-    for (size_t done = 0; done < size;) {
-      const ssize_t count = ::write(descriptor, data + done, size - done);
-      check(count > 0);
-      done += static_cast<size_t>(count);
-    }
-    lseek(descriptor, 0, SEEK_SET);
-    return descriptor;
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    return open(path.c_str(), O_RDONLY);
   }
 };
 
@@ -128,25 +115,14 @@ std::optional<int64_t> referenceInteger(std::string_view text) {
       int64_t int64 = 0;
       uint64_t uint64 = 0;
       double real = 0;
-      switch (item % 5) {
-        case 0:
-          scanned = scanner.scanInt32(int32);
-          break;
-        case 1:
-          scanned = scanner.scanInt64(int64);
-          break;
-        case 2:
-          scanned = scanner.scanUInt64(uint64);
-          break;
-        case 3:
-          scanned = scanner.scanDouble(real);
-          VDPNanoseconds::timestampFromSeconds(real);
-          VDPNanoseconds::errorFromSeconds(real);
-          break;
-        case 4:
-          scanned = scanner.scanCharacter(',');
-          break;
-      }
+      const size_t kind = item % 5;
+      scanned = kind == 0   ? scanner.scanInt32(int32)
+                : kind == 1 ? scanner.scanInt64(int64)
+                : kind == 2 ? scanner.scanUInt64(uint64)
+                : kind == 3 ? scanner.scanDouble(real)
+                            : scanner.scanCharacter(',');
+      VDPNanoseconds::timestampFromSeconds(real);
+      VDPNanoseconds::errorFromSeconds(real);
     }
     check(VDPTextScanner::parseInteger(line) == referenceInteger(line));
   });
@@ -170,11 +146,9 @@ std::unique_ptr<VDPAnalyser> make(const std::vector<std::string>& arguments) {
       make<VDPAnalyseAudio>,  make<VDPAnalyseTimeError>, make<VDPAnalyseDualCheck>,
       make<VDPAnalyseMarten>, make<VDPAnalyseOsprey>,    make<VDPAnalyseDualLink>};
   static const struct Scratch {
-    fs::path root;
+    const fs::path root = "/tmp/veridaneprobe-option-fuzz-" + std::to_string(getpid());
     Scratch() {
-      char pattern[] = "/tmp/veridaneprobe-option-fuzz-XXXXXX";
-      check(mkdtemp(pattern) != nullptr);
-      root = pattern;
+      fs::create_directories(root);
       setenv("PWD", (root / "work").c_str(), 1);
       setenv("HOME", (root / "home").c_str(), 1);
       VDPConsole::setProgramPath("veridaneprobe");
