@@ -12,7 +12,7 @@ namespace {
 // About 4 kHz after decimation: the band where music, speech and noise all carry most of their
 // energy, and few enough lags that +-60 s of B costs tens of milliseconds a segment.
 constexpr double kDecimatedRate = 4000.0;
-// A little over a minute, so that an offset of a minute is found at any drift up to 1e-2.
+// A little over a minute, so that an offset of a minute is found at any drift a line may have.
 constexpr double kRangeSeconds = 61.0;
 // A second a segment: long enough for a clear peak at 10 dB, short enough that a drift of 1e-3
 // smears it by four decimated samples only.
@@ -44,10 +44,6 @@ constexpr int kWhiteningOrder = 16;
 constexpr double kLineTolerance = 2.0;
 constexpr size_t kMostLines = 8;
 constexpr size_t kFinalists = 64;
-// A segment inside a line's span with a strong peak elsewhere counts this many times its peak
-// against the line: one that steps across a staircase of dropouts meets one segment of each
-// stair and passes by all the others.
-constexpr double kContradictionWeight = 1.0;
 
 // Three moving averages of factor samples each, then every factor-th sample: what folds down
 // into the lower half of the decimated band is at least 26 dB down.
@@ -217,7 +213,7 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
   int bestStart = 0, bestEnd = -1;
   for (int s = 0; s < _segmentCount; ++s) {
     const double value = best[s] != nullptr   ? best[s]->score
-                         : checkable(line, s) ? -kContradictionWeight * _segmentBestScore[s]
+                         : checkable(line, s) ? -_segmentBestScore[s]
                                               : 0.0;
     if (sum <= 0.0) {
       sum = 0.0;
