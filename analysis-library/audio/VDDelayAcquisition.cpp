@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "VDFFTCorrelator.h"
+#include "VDResamplingKernel.h"
 #include "VDWhiteningFilter.h"
 
 namespace {
@@ -134,10 +135,9 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
     std::fill(reference + segment, reference + size, 0.0);
     // other[k] = B[start - range + k]: lag k - range.
     double* other = correlator.other();
-    for (int64_t k = 0; k < size; ++k) {
-      const int64_t n = start - range + k;
-      other[k] = n >= 0 && n < count && k < 2 * range + segment ? b[n] : 0.0;
-    }
+    VDResamplingKernel::copyZeroExtended(b.data(), count, start - range, 2 * range + segment,
+                                         other);
+    std::fill(other + 2 * range + segment, other + size, 0.0);
     const double* c = correlator.correlate();
     double sumSquares = 0.0;
     for (int64_t k = 0; k <= 2 * range; ++k) {
@@ -226,8 +226,10 @@ VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double d
       bestEnd = s;
     }
   }
+  line.scores.assign(static_cast<size_t>(_segmentCount), 0.0);
   for (int s = bestStart; s <= bestEnd; ++s) {
     if (best[s] != nullptr) {
+      line.scores[s] = best[s]->score;
       line.supportedAt.push_back(best[s]->centre);
     }
   }
@@ -243,8 +245,7 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
   const auto onLine = [&](const Peak& peak) {
     return available[peak.segment] && peak.polarity == line.polarity &&
            std::fabs(peak.lag - line.delayAt(peak.centre)) <= tolerance &&
-           std::find(line.supportedAt.begin(), line.supportedAt.end(), peak.centre) !=
-               line.supportedAt.end();
+           line.scores[peak.segment] > 0.0;
   };
   for (const Peak& peak : _peaks) {
     if (onLine(peak)) {
@@ -270,8 +271,7 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
   for (const Peak& peak : _peaks) {
     const double residual = peak.lag - fitted.delayAt(peak.centre);
     if (peak.polarity == fitted.polarity && std::fabs(residual) <= tolerance &&
-        std::find(fitted.supportedAt.begin(), fitted.supportedAt.end(), peak.centre) !=
-            fitted.supportedAt.end()) {
+        fitted.scores[peak.segment] > 0.0) {
       scatter = std::max(scatter, std::fabs(residual));
     }
   }
@@ -327,8 +327,7 @@ void VDDelayAcquisition::fitLines() {
   // segment whose match on the main line lies outside B says nothing of a step: it would only
   // match some repeated bar.
   for (int s = 0; s < _segmentCount; ++s) {
-    available[s] = checkable(main, s) && std::find(main.supportedAt.begin(), main.supportedAt.end(),
-                                                   _segmentCentres[s]) == main.supportedAt.end();
+    available[s] = checkable(main, s) && main.scores[s] == 0.0;
   }
   while (_lines.size() < kMostLines) {
     candidates.clear();
@@ -347,11 +346,8 @@ void VDDelayAcquisition::fitLines() {
     }
     step.tolerance = main.tolerance;
     step.driftUncertainty = main.driftUncertainty;
-    for (const Peak& peak : _peaks) {
-      if (std::find(step.supportedAt.begin(), step.supportedAt.end(), peak.centre) !=
-          step.supportedAt.end()) {
-        available[peak.segment] = false;
-      }
+    for (int s = 0; s < _segmentCount; ++s) {
+      available[s] = available[s] && step.scores[s] == 0.0;
     }
     _lines.push_back(std::move(step));
   }
@@ -361,24 +357,6 @@ bool VDDelayAcquisition::checkable(const Line& line, int s) const {
   const double lag = line.delayAt(_segmentCentres[s]);
   return std::fabs(lag) <= _range && _segmentCentres[s] - _segmentSpan / 2 + lag >= 0.0 &&
          _segmentCentres[s] + _segmentSpan / 2 + lag <= _length;
-}
-
-double VDDelayAcquisition::scoreIn(const Line& line, int s) const {
-  const double centre = _segmentCentres[s];
-  return std::find(line.supportedAt.begin(), line.supportedAt.end(), centre) ==
-                 line.supportedAt.end()
-             ? 0.0
-             : [&] {
-                 double best = 0.0;
-                 for (const Peak& peak : _peaks) {
-                   if (peak.segment == s && peak.polarity == line.polarity &&
-                       std::fabs(peak.lag - line.delayAt(centre)) <=
-                           kLineTolerance * static_cast<double>(_factor)) {
-                     best = std::max(best, peak.score);
-                   }
-                 }
-                 return best;
-               }();
 }
 
 const VDDelayAcquisition::Line& VDDelayAcquisition::strongestUnbeaten(
@@ -415,7 +393,7 @@ bool VDDelayAcquisition::beats(const Line& x, const Line& y) const {
   double scoreX = 0.0, scoreY = 0.0;
   size_t shared = 0;
   for (int s = 0; s < _segmentCount; ++s) {
-    const double onX = scoreIn(x, s), onY = scoreIn(y, s);
+    const double onX = x.scores[s], onY = y.scores[s];
     if (onX > 0.0 && onY > 0.0) {
       scoreX += onX;
       scoreY += onY;

@@ -26,6 +26,7 @@ class VDDelayAcquisition {
     // against it.
     double netScore = 0.0;
     std::vector<double> supportedAt;  // centres of the segments whose peaks lie on it
+    std::vector<double> scores;       // per segment: the score of its peak on it, else 0
 
     double delayAt(double position) const { return offset + drift * position; }
   };
@@ -64,8 +65,6 @@ class VDDelayAcquisition {
   Line refitted(const Line& line, const std::vector<bool>& available) const;
   // Whether segment s could show a peak on the line: its match lies inside B and the range.
   bool checkable(const Line& line, int s) const;
-  // The score of line's peak in segment s, 0 without one.
-  double scoreIn(const Line& line, int s) const;
   // The strongest of the candidates (not empty) that no other beats; sorts them.
   const Line& strongestUnbeaten(std::vector<Line>& candidates) const;
   // Whether x scores higher than y on the segments where both have peaks, at least half of y's.
