@@ -75,12 +75,10 @@ void VDUncertaintyCalibration::apply(std::vector<Window>& windows, double sampli
   // residual over what the uncertainties together allow, the smaller of the two, so that a step
   // in the delay, which one side of every window does not cross, shows in no residual.
   std::vector<Residual> residuals(used.size());
-  std::vector<double> normalised(used.size(), 0.0);
   for (std::ptrdiff_t i = 0; i < count; ++i) {
     const Residual before = residual(used, i, std::max<std::ptrdiff_t>(0, i - kNeighbours), i);
     const Residual after = residual(used, i, i + 1, std::min(count, i + 1 + kNeighbours));
     residuals[i] = before.normalised() < after.normalised() ? before : after;
-    normalised[i] = residuals[i].normalised();
   }
   // Around each window, the residuals' scatter beyond what the stated uncertainties allow, in
   // two forms: a factor on the uncertainties (noise stronger than the peak showed) and a term of
@@ -97,7 +95,7 @@ void VDUncertaintyCalibration::apply(std::vector<Window>& windows, double sampli
          j <= std::min(count - 1, i + kNeighbours); ++j) {
       if (std::isfinite(residuals[j].size)) {
         sizes.push_back(residuals[j].size);
-        ratios.push_back(normalised[j]);
+        ratios.push_back(residuals[j].normalised());
         allowed.push_back(residuals[j].allowed);
       }
     }
@@ -123,7 +121,7 @@ void VDUncertaintyCalibration::apply(std::vector<Window>& windows, double sampli
   for (std::ptrdiff_t i = 0; i < count; ++i) {
     const double scale = calibrated[i] / used[i]->delayUncertainty;
     if (used[i]->delayUncertainty > limit ||
-        (std::isfinite(normalised[i]) && normalised[i] > kOutlier * scale)) {
+        (std::isfinite(residuals[i].size) && residuals[i].normalised() > kOutlier * scale)) {
       used[i]->status = Status::Uncertain;
     }
     used[i]->delayUncertainty = calibrated[i];
