@@ -20,7 +20,7 @@ constexpr double kRangeSeconds = 61.0;
 constexpr int64_t kSegmentLength = 4096;
 constexpr int64_t kShortestSegment = 256;
 constexpr double kSegmentSpacingSeconds = 4.0;
-constexpr int kFewestSegments = 6;
+constexpr int kFewestSegments = 16;
 constexpr int kMostSegments = 48;
 // A segment keeps its best peaks, and as many more as are tied with the best (within
 // kTiedScore of it) up to kMostPeaksPerSegment: enough for every bar of a piece that repeats
@@ -175,6 +175,15 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
                         (kept > kPeaksPerSegment &&
                          found[kept - 1].score < kTiedScore * found.front().score))) {
       --kept;
+    }
+    // A segment that matches alike at more lags than it may keep (drums repeating exactly, bar
+    // after bar) cannot tell the delay from its repeats: it speaks neither for nor against any
+    // line, and the windows' own searches place the delay there.
+    const double best = kept > 0 ? found.front().score : 0.0;
+    if (std::count_if(found.begin(), found.end(), [best](const Peak& peak) {
+          return peak.score >= kTiedScore * best;
+        }) > static_cast<std::ptrdiff_t>(kMostPeaksPerSegment)) {
+      continue;
     }
     _peaks.insert(_peaks.end(), found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept));
     if (kept > 0) {
@@ -361,10 +370,10 @@ bool VDDelayAcquisition::checkable(const Line& line, int s) const {
 
 const VDDelayAcquisition::Line& VDDelayAcquisition::strongestUnbeaten(
     std::vector<Line>& candidates) const {
-  // A line through a repeated bar scores nearly as well as the delay on the segments where both
-  // have peaks, and at an offset of many seconds it may have peaks on more of them (fewer of the
-  // delay's matches lie inside B): so of the strongest candidates of distinct offsets, each one
-  // that another outscores on the segments where both have peaks is out, and the strongest of
+  // A line through a repeated bar scores nearly as well as the delay where both can be seen,
+  // and at an offset of many seconds it may be seen on more segments (fewer of the delay's
+  // matches lie inside B): so of the strongest candidates of distinct offsets, each one that
+  // another outscores on the segments where both could show a peak is out, and the strongest of
   // the rest is the delay. Lines on different segments (the two sides of a step) both stay.
   std::sort(candidates.begin(), candidates.end(),
             [](const Line& x, const Line& y) { return x.netScore > y.netScore; });
@@ -390,13 +399,15 @@ const VDDelayAcquisition::Line& VDDelayAcquisition::strongestUnbeaten(
 }
 
 bool VDDelayAcquisition::beats(const Line& x, const Line& y) const {
+  // On y's segments where x could show a peak too: a line through a repeated bar many seconds
+  // off has matches inside B where the delay has none, and those say nothing of which is the
+  // delay; segments where y has no peak say nothing of y.
   double scoreX = 0.0, scoreY = 0.0;
   size_t shared = 0;
   for (int s = 0; s < _segmentCount; ++s) {
-    const double onX = x.scores[s], onY = y.scores[s];
-    if (onX > 0.0 && onY > 0.0) {
-      scoreX += onX;
-      scoreY += onY;
+    if (y.scores[s] > 0.0 && checkable(x, s)) {
+      scoreX += x.scores[s];
+      scoreY += y.scores[s];
       ++shared;
     }
   }

@@ -67,7 +67,8 @@ class VDDelayAcquisition {
   bool checkable(const Line& line, int s) const;
   // The strongest of the candidates (not empty) that no other beats; sorts them.
   const Line& strongestUnbeaten(std::vector<Line>& candidates) const;
-  // Whether x scores higher than y on the segments where both have peaks, at least half of y's.
+  // Whether x scores higher than y on y's segments where x could show a peak too, at least half
+  // of y's.
   bool beats(const Line& x, const Line& y) const;
   void fitLines();
 
