@@ -304,6 +304,7 @@ TEST(AudioTimeErrorCalculator, ARepeatingPieceIsMatchedAtItsDelayNotAPatternAway
   const Row rows[] = {
       {"B late by 0.75 s", 24, 6000, 0, 0},
       {"B early by 12.3 s, more than half the recording", 24, -98400, 0, 0},
+      {"B early by 15.2 s, its match on a few places only", 24, -121600, 0, 0},
       {"a dropout of 150 samples every 13 s", 40, 6000, 104000, 150},
   };
   for (const Row& row : rows) {
