@@ -120,9 +120,12 @@ Signal rhythmic(uint64_t seed, double bpm) {
   return signal;
 }
 
-Signal tone() { return {Note{-5.0, kSeconds + 15.0, 0.0, INFINITY, 0.0, {{1000.0, 1.0, 0.3}}}}; }
+Signal tone(double frequency) {
+  return {Note{-5.0, kSeconds + 15.0, 0.0, INFINITY, 0.0, {{frequency, 1.0, 0.3}}}};
+}
 
-Signal clicks() {
+// Clicks of 3 ms, perSecond of them every second.
+Signal clicks(double perSecond) {
   std::mt19937_64 random(5);
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   Note click{0, 0.003, 0.0005, 0.0008, 0.0005, {}};
@@ -130,7 +133,7 @@ Signal clicks() {
     click.partials.push_back({500.0 + 15000.0 * unit(random), 1.0, 2 * M_PI * unit(random)});
   }
   Signal signal;
-  for (double t = -4.0; t < kSeconds + 4.0; t += 1.0) {
+  for (double t = -4.0; t < kSeconds + 4.0; t += 1.0 / perSecond) {
     click.start = t + 0.3;
     signal.push_back(click);
   }
@@ -272,10 +275,18 @@ const Case kCases[] = {
     {"rhythm15_95bpm_late_1s", 2, 15, 95, 1.0, 40, false},
     {"rhythm16_126bpm_early_7s", 2, 16, 126, -7.0, 40, false},
     {"rhythm17_112bpm_late_10s", 2, 17, 112, 10.0, 40, false},
+    {"tone_440Hz_B_early_2.5s", 3, 0, 440, -2.5, 40, false},
+    {"tone_3kHz_20dB", 3, 0, 3000, 0.0125, 20, false},
+    {"clicks_4Hz_B_early_3s", 4, 0, 4, -3.0, 40, false},
+    {"clicks_1Hz_20dB_inverted", 4, 0, 0, 0.0125, 20, true},
     {"rhythm9_124bpm_20dB", 2, 9, 124, 0.0125, 20, false},
 };
 
-double periodOf(const Case& c) { return c.signal == 3 ? 1e-3 : c.signal == 4 ? 1.0 : 0.0; }
+// Tones and clicks: their frequency, or clicks per second, in bpm's place (1 kHz, one a second
+// where it is 0).
+double rateOf(const Case& c) { return c.bpm > 0 ? c.bpm : c.signal == 3 ? 1000.0 : 1.0; }
+
+double periodOf(const Case& c) { return c.signal == 3 || c.signal == 4 ? 1.0 / rateOf(c) : 0.0; }
 
 struct Pair {
   std::vector<float> a, b;
@@ -292,8 +303,8 @@ const Pair& pairOf(int index) {
   const Signal signal = c.signal == 0   ? noiseSignal()
                         : c.signal == 1 ? randomNotes()
                         : c.signal == 2 ? rhythmic(c.seed, c.bpm)
-                        : c.signal == 3 ? tone()
-                        : c.signal == 4 ? clicks()
+                        : c.signal == 3 ? tone(rateOf(c))
+                        : c.signal == 4 ? clicks(rateOf(c))
                                         : pinkNoise();
   std::vector<double> a(kSamples, 0.0), b(kSamples, 0.0);
   synthetic::render(signal, 0.0, 1.0 / kRate, kSamples, a);
