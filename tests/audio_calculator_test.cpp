@@ -25,7 +25,9 @@
 
 #include "TestSupport.h"
 #include "VDAudioTimeErrorCalculator.h"
+#include "VDAudioTracking.h"
 #include "VDUncertaintyCalibration.h"
+#include "VDWindowCorrelation.h"
 
 namespace {
 
@@ -507,6 +509,42 @@ TEST(AudioTimeErrorCalculator, MeasuresIntegerFractionalAndNegativeDelaysInEvery
         EXPECT_EQ(values[i].timestamp(), static_cast<uint64_t>(std::llround(
                                              (i * kInterval + (kLength - 1) / 2.0) / kRate * 1e9)));
         EXPECT_EQ(values[i].error(), std::llround(window.refinedLag / kRate * 1e9));
+      }
+    }
+  }
+}
+
+TEST(AudioTimeErrorCalculator, AWindowPredictedSamplesOffFindsItsPeakThereInEveryType) {
+  // One window, B lagging or leading by 37.3 samples, predicted a few samples off (the search
+  // range is +-32): the peak is found at the offset where it lies and placed between samples
+  // from there; also at the recordings' ends, where a window is judged on the part whose
+  // neighbourhood lies inside both.
+  constexpr int64_t kLength = 1024;
+  for (double delay : {37.3, -37.3}) {
+    const Pair pair = makePair(3.0, delay / kRate);
+    const auto count = static_cast<int64_t>(pair.a.size());
+    for (int64_t start : {int64_t{40}, int64_t{8000}, count - kLength - 8}) {
+      for (int64_t type : {0, 1, 2}) {
+        for (double predictedOff : {-3.4, -1.0, 0.0, 0.4, 2.0, 6.7}) {
+          SCOPED_TRACE(testing::Message() << "delay " << delay << " start " << start << " type "
+                                          << type << " off " << predictedOff);
+          VDAudioTracking tracking;
+          const auto size = static_cast<size_t>(kLength + 2 * VDWindowCorrelation::kLagMargin);
+          tracking.warpedB.resize(size);
+          tracking.correlation.resize(2 * VDWindowCorrelation::kLagMargin + 1);
+          tracking.forwardCorrelator =
+              std::make_unique<VDFFTCorrelator>(VDFFTCorrelator::fastSize(size));
+          tracking.backwardCorrelator =
+              std::make_unique<VDFFTCorrelator>(VDFFTCorrelator::fastSize(size));
+          const VDWindowCorrelation window(pair.a.data(), pair.b.data(), count, kLength, 16,
+                                           static_cast<Calculator::CorrelationType>(type));
+          VDWindowPeak peak;
+          const double predicted = delay + predictedOff;
+          ASSERT_EQ(window.correlate(start, predicted, 1.0, tracking, peak), Status::Used);
+          EXPECT_EQ(peak.offset, std::llround(delay - predicted));
+          EXPECT_NEAR(predicted + window.refinedOffset(start, peak.offset, tracking), delay,
+                      type == Calculator::kQuick ? 0.1 : 2e-3);
+        }
       }
     }
   }
