@@ -332,16 +332,17 @@ void VDDelayAcquisition::fitLines() {
     return;
   }
   _lines.push_back(main);
-  // Steps: lines of the same slope through the segments the lines so far do not explain. A
-  // segment whose match on the main line lies outside B says nothing of a step: it would only
-  // match some repeated bar.
+  // Steps: lines of the same slope and polarity (a dropout or a restart does not turn the
+  // sound upside down) through the segments the lines so far do not explain. A segment whose
+  // match on the main line lies outside B says nothing of a step: it would only match some
+  // repeated bar.
   for (int s = 0; s < _segmentCount; ++s) {
     available[s] = checkable(main, s) && main.scores[s] == 0.0;
   }
   while (_lines.size() < kMostLines) {
     candidates.clear();
     for (const Peak& peak : _peaks) {
-      if (available[peak.segment]) {
+      if (available[peak.segment] && peak.polarity == main.polarity) {
         candidates.push_back(
             lineThrough(peak.lag - main.drift * peak.centre, main.drift, peak.polarity, available));
       }
