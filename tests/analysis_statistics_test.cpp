@@ -122,27 +122,6 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
   }
 }
 
-TEST(AnalysisStatistics, AnOffsetChangesNothingBitForBit) {
-  const std::vector<int64_t> errors = noise(kRandomWalkFrequency, 4000, 0, 3);
-  std::vector<int64_t> shifted = errors;
-  for (int64_t& error : shifted) {
-    error += 1000000000000;
-  }
-  for (Statistic statistic : TestSupport::kStatistics) {
-    for (int64_t step : {int64_t{1}, int64_t{33}}) {
-      const auto plain = TestSupport::analysisOf(statistic, valuesOf(errors));
-      const auto offset = TestSupport::analysisOf(statistic, valuesOf(shifted));
-      plain->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
-      offset->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
-      ASSERT_EQ(plain->points().size(), offset->points().size());
-      for (size_t i = 0; i < plain->points().size(); ++i) {
-        ASSERT_EQ(plain->points()[i].value, offset->points()[i].value)
-            << static_cast<int>(statistic) << " m=" << plain->points()[i].windowSize;
-      }
-    }
-  }
-}
-
 // MTIE of every window and of sparse window lists, which take different paths.
 void expectMtieMatches(const std::vector<int64_t>& errors, const std::string& label) {
   const std::vector<__int128> reference = TestSupport::mtieOfEveryWindow(errors);

@@ -1,5 +1,5 @@
-// The tool from the command line beyond the transcripts of tests/data/runs: paths relative to
-// PWD and under "~", runs on bad input that must finish without a crash, FLAC headers that lie
+// The tool from the command line beyond the transcripts of tests/data/runs: paths under "~",
+// runs on bad input that must finish without a crash, FLAC headers that lie
 // about the length and the sample recordings through the audio and drift commands.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
@@ -12,6 +12,7 @@
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
+#include "VDPAnalyseMarten.h"
 #include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
 #include "VDPFileSystem.h"
@@ -29,31 +30,7 @@ using TestSupport::writeFile;
 
 const std::string kBanner = TestSupport::banner();
 
-class CommandLineTest : public ::testing::Test {
- protected:
-  CommandLineTest() { writeFile(dir / "data.csv", "index,time,error\n"); }
-  TempDir dir;
-};
-
-TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
-  fs::create_directory(dir / "elsewhere");
-  // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
-  // output directory is made there, with redundant components removed.
-  const ToolRun run = runTool(TestSupport::withoutStatistics(
-                                  {"marten", "--data", "./sub/../data.csv", "--output", "out//x/"}),
-                              dir / "elsewhere", {{"PWD", dir.path().string()}});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(fs::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
-  const ToolRun missing =
-      runTool({"marten", "--data", "nothing.csv"}, dir / "elsewhere", {{"PWD", "/nowhere"}});
-  EXPECT_NE(missing.out.find("Time error file does not exist at path \"/nowhere/nothing.csv\""),
-            std::string::npos);
-  const ToolRun unset =
-      runTool({"marten", "--data", "data.csv"}, dir.path(), {{"PWD", std::nullopt}});
-  EXPECT_NE(unset.out.find("Time error file does not exist at path \"\""), std::string::npos);
-}
-
-TEST_F(CommandLineTest, ALeadingTildeNamesAHomeDirectory) {
+TEST(CommandLine, ALeadingTildeNamesAHomeDirectory) {
   const passwd* user = getpwuid(getuid());
   ASSERT_NE(user, nullptr);
   const std::string home = user->pw_dir;
@@ -321,10 +298,17 @@ TEST(LineGrammar, TimeError) {
   EXPECT_EQ(values[0].error(), 2);
   EXPECT_EQ(values[1].timestamp(), 2000000000u);
   EXPECT_EQ(values[1].error(), -1);
-  // The osprey grammar says whether a line was a sample (what it reads is pinned by its run).
+  // The other grammars say whether a line was a sample (what they read is pinned by their runs).
   VDPAnalyseOsprey::SlaveValues slaves;
-  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", slaves));
-  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("150,0,1,0,2,0,3,0,0,0", slaves));
+  std::vector<VDTimeErrorValue> marten;
+  const auto osprey = [&](std::string_view l) { return VDPAnalyseOsprey::parseLine(l, slaves); };
+  const auto five = [&](std::string_view l) { return VDPAnalyseMarten::parseLine(l, marten); };
+  const std::tuple<std::function<bool(std::string_view)>, const char*, bool> rows[] = {
+      {osprey, "100,0,1,0,2,0,3,0,0,0,0", true}, {osprey, "150,0,1,0,2,0,3,0,0,0", false},
+      {five, "1000,0,-25,0,0", true},            {five, "1000,0,-25,0", false}};
+  for (const auto& [grammar, line, sample] : rows) {
+    EXPECT_EQ(grammar(line), sample) << line;
+  }
 }
 
 }  // namespace

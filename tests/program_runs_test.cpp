@@ -105,6 +105,16 @@ std::vector<std::string> argumentsOf(const std::string& line, const fs::path& wo
   return words;
 }
 
+// The environment entries before the program ("NAME=VALUE" sets, "-NAME" unsets), as written.
+std::vector<std::string> environmentOf(const std::string& line) {
+  std::vector<std::string> entries;
+  std::istringstream words(line.substr(2));
+  for (std::string word; words >> word && (word[0] == '-' || word.find('=') != std::string::npos);) {
+    entries.push_back(word[0] == '-' ? word.substr(1) : word);
+  }
+  return entries;
+}
+
 void runCase(const fs::path& file) {
   SCOPED_TRACE(file.filename().string());
   const TestSupport::TempDir work;
@@ -137,13 +147,22 @@ void runCase(const fs::path& file) {
           section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
+      arguments.erase(arguments.begin(),
+                      arguments.begin() + static_cast<ptrdiff_t>(environmentOf(section.header).size()));
       const fs::path program = arguments[0] == "veridaneprobe-check"
                                    ? TestSupport::toolPath().parent_path() / "veridaneprobe-check"
                                : arguments[0] == "veridaneprobe" ? TestSupport::toolPath()
                                                                  : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
-      run = TestSupport::runProgram(program, arguments, work.path(),
-                                    {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
+      std::map<std::string, std::optional<std::string>> environment = {
+          {"PYTHONUNBUFFERED", std::nullopt}};
+      for (std::string entry : environmentOf(section.header)) {
+        replaceAll(entry, "WORK", work.path().string());
+        const size_t equals = entry.find('=');
+        environment[entry.substr(0, equals)] =
+            equals == std::string::npos ? std::nullopt : std::optional(entry.substr(equals + 1));
+      }
+      run = TestSupport::runProgram(program, arguments, work.path(), environment, oneStream);
     } else if (directive == "stdout" || directive == "stderr") {
       actual = shown(directive == "stdout" ? run.out : run.err, work.path());
     } else if (directive == "exit") {
