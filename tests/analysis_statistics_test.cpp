@@ -575,6 +575,10 @@ TEST(AnalysisFastSums, TiledSumsEqualTheSumsTakenOneLagAtATime) {
     const bool split = sequence.front() < (int64_t{1} << 61);
     for (int order = 1; order <= 3; ++order) {
       const VDLaggedDifferenceSums sums(sequence, order);
+      // No lag before 0 and no start before the first: nothing to sum.
+      for (const auto& [lag, count] : {std::pair<int64_t, int64_t>{-1, 10}, {3, 0}, {3, -5}}) {
+        EXPECT_EQ(sums.sumOfSquares(lag, count), 0.0) << lag << " " << count;
+      }
       const auto size = static_cast<int64_t>(sequence.size());
       const int64_t largestLag = (size - 1) / order;
       for (const auto& [first, step] : {std::pair<int64_t, int64_t>{1, 1}, {300, 7}}) {
