@@ -1,6 +1,6 @@
 // The tool from the command line beyond the transcripts of tests/data/runs: paths under "~",
 // runs on bad input that must finish without a crash, FLAC headers that lie
-// about the length and the sample recordings through the audio and drift commands.
+// about the length, the sample recordings through the audio and drift commands and read in chunks.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
@@ -13,6 +13,7 @@
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAnalyseMarten.h"
+#include "VDPAudioChannels.h"
 #include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
 #include "VDPFileSystem.h"
@@ -153,6 +154,27 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
                            "audio_analysis_mtie.pdf", "PlotMTIE.py"}) {
     EXPECT_TRUE(fs::exists(dir / "drift" / file)) << file;
+  }
+}
+
+TEST(AudioRun, ChunkedReadsLoadWhatOneReadLoads) {
+  // The sample recordings in chunks of 99,999 frames (the last one shorter), as hours of audio
+  // are read in chunks of 2^30 - 1 frames, against one read of each: whole, and from 3 to 7 s.
+  const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
+  const std::string a = (examples / "channel-a.flac").string();
+  const std::string b = (examples / "channel-b.flac").string();
+  for (const auto& [start, end] : {std::pair<int64_t, int64_t>{0, INT64_MAX}, {3, 7}}) {
+    int64_t oneStart = start, oneEnd = end, chunkedStart = start, chunkedEnd = end;
+    VDPAudioChannels one("one"), chunked("chunked", 100000);
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(one.load(a, b, oneStart, oneEnd));
+    ASSERT_TRUE(chunked.load(a, b, chunkedStart, chunkedEnd));
+    testing::internal::GetCapturedStdout();
+    const int64_t count = one.sampleCount();
+    ASSERT_EQ(chunked.sampleCount(), count);
+    ASSERT_GT(count, 100000);
+    EXPECT_TRUE(std::equal(one.channelA(), one.channelA() + count, chunked.channelA()));
+    EXPECT_TRUE(std::equal(one.channelB(), one.channelB() + count, chunked.channelB()));
   }
 }
 
