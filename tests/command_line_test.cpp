@@ -1,6 +1,6 @@
 // The tool from the command line beyond the transcripts of tests/data/runs: paths under "~",
-// runs on bad input that must finish without a crash, FLAC headers that lie
-// about the length, the sample recordings through the audio and drift commands and read in chunks.
+// runs on bad input that must finish without a crash, the sample recordings through the audio
+// and drift commands and read in chunks.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
@@ -10,7 +10,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "AudioFileWriter.h"
 #include "TestSupport.h"
 #include "VDPAnalyseMarten.h"
 #include "VDPAudioChannels.h"
@@ -76,45 +75,6 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
   // followed by nothing, so it is skipped too).
   const std::string csv = readFile(dir / "out-mixed.csv" / "time-error_analysis_time_error.csv");
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2001);
-}
-
-// A three-second FLAC tone whose stream information claims claimedFrames frames (36 bits from
-// bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
-void writeFlacClaiming(const fs::path& flac, uint64_t claimedFrames) {
-  AudioFileWriterRef writer = nullptr;
-  ASSERT_EQ(AudioFileWriterCreate(
-                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
-            kAudioFileWriterNoError);
-  std::vector<float> samples(3 * 48000);
-  for (size_t i = 0; i < samples.size(); ++i) {
-    samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / 48000));
-  }
-  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
-  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
-  std::string bytes = TestSupport::readFile(flac);
-  bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (claimedFrames >> 32));
-  for (int i = 0; i < 4; ++i) {
-    bytes[22 + i] = static_cast<char>(claimedFrames >> (24 - 8 * i));
-  }
-  TestSupport::writeFile(flac, bytes);
-}
-
-TEST(AudioRun, FlacLengthsAreWhatTheDataHolds) {
-  // Three seconds each: a header claiming a billion frames would have the command allocate 8 GB,
-  // and one claiming nothing, the largest count.
-  TempDir dir;
-  writeFlacClaiming(dir / "billion.flac", 1000000000);
-  writeFlacClaiming(dir / "unknown.flac", 0);
-  const ToolRun run =
-      runTool(TestSupport::withoutStatistics({"audio", "--channel-a", "billion.flac", "--channel-b",
-                                              "unknown.flac", "--output", "out", "--interval",
-                                              "48000", "--length", "4096"}),
-              dir.path());
-  EXPECT_EQ(run.out, kBanner +
-                         "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
-                         "Loading audio into memory...\n"
-                         "Running Audio Time Error Calculation...\nAnalysis Done\n");
-  EXPECT_EQ(run.status, 1);
 }
 
 TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {

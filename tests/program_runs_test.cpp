@@ -28,8 +28,10 @@ std::string shown(std::string text, const fs::path& work) {
   return text;
 }
 
-// A mono 16-bit tone of 997 Hz, FLAC when the name says so, WAV otherwise.
-void writeTone(const fs::path& path, uint32_t rate, double seconds) {
+// A mono 16-bit tone of 997 Hz, FLAC when the name says so, WAV otherwise. A FLAC stream's
+// information may claim another length (36 bits from bit 4 of byte 18; 0 means unknown).
+void writeTone(const fs::path& path, uint32_t rate, double seconds,
+               std::optional<uint64_t> claimedFrames) {
   const auto container =
       path.extension() == ".flac" ? AudioFileContainer::FLAC : AudioFileContainer::WAV;
   AudioFileWriterRef writer = nullptr;
@@ -41,6 +43,14 @@ void writeTone(const fs::path& path, uint32_t rate, double seconds) {
   }
   ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
   ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+  if (claimedFrames) {
+    std::string bytes = TestSupport::readFile(path);
+    bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (*claimedFrames >> 32));
+    for (int i = 0; i < 4; ++i) {
+      bytes[22 + i] = static_cast<char>(*claimedFrames >> (24 - 8 * i));
+    }
+    TestSupport::writeFile(path, bytes);
+  }
 }
 
 // A PNG's size, "PDF" for a whole PDF file, or else the file's mode (octal).
@@ -135,12 +145,14 @@ void runCase(const fs::path& file) {
       TestSupport::writeFile(target, section.content.substr(0, section.content.size() - noLineEnd));
     } else if (directive == "dir") {
       fs::create_directories(target);
-    } else if (directive == "tone") {  // tone PATH RATE SECONDS
+    } else if (directive == "tone") {  // tone PATH RATE SECONDS [CLAIMED]
       std::istringstream fields(path);
       uint32_t rate = 0;
       double seconds = 0;
+      uint64_t claimed = 0;
       fields >> path >> rate >> seconds;
-      writeTone(work / path, rate, seconds);
+      writeTone(work / path, rate, seconds,
+                fields >> claimed ? std::optional(claimed) : std::nullopt);
     } else if (directive == "$") {
       // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
       const bool oneStream =
