@@ -119,7 +119,8 @@ std::vector<std::string> argumentsOf(const std::string& line, const fs::path& wo
 std::vector<std::string> environmentOf(const std::string& line) {
   std::vector<std::string> entries;
   std::istringstream words(line.substr(2));
-  for (std::string word; words >> word && (word[0] == '-' || word.find('=') != std::string::npos);) {
+  for (std::string word;
+       words >> word && (word[0] == '-' || word.find('=') != std::string::npos);) {
     entries.push_back(word[0] == '-' ? word.substr(1) : word);
   }
   return entries;
@@ -159,8 +160,9 @@ void runCase(const fs::path& file) {
           section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
-      arguments.erase(arguments.begin(),
-                      arguments.begin() + static_cast<ptrdiff_t>(environmentOf(section.header).size()));
+      arguments.erase(
+          arguments.begin(),
+          arguments.begin() + static_cast<ptrdiff_t>(environmentOf(section.header).size()));
       const fs::path program = arguments[0] == "veridaneprobe-check"
                                    ? TestSupport::toolPath().parent_path() / "veridaneprobe-check"
                                : arguments[0] == "veridaneprobe" ? TestSupport::toolPath()
