@@ -171,6 +171,10 @@ TEST(LineReader, HandsOverWholeValidLinesOnly) {
        kDefault,
        {std::string(1995, 'x'), std::string(10, 'y'), std::string(4500, 'z')}},
       {std::string(1999, 'e') + "\nnext\n", kDefault, {std::string(1999, 'e'), "next"}},
+      // A character whose last byte is the last of a read is whole.
+      {std::string(1998, 'c') + "\xC3\xA9\nnext\n",
+       kDefault,
+       {std::string(1998, 'c') + "\xC3\xA9", "next"}},
       // Megabytes on one line still arrive whole under the default capacity.
       {"1\n" + huge + "\n2\n", kDefault, {"1", huge, "2"}},
       // Under a capacity of 3000 bytes a line of 3000 is read, one byte more is a bad line however

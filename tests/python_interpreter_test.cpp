@@ -101,7 +101,7 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
             "[('window', '<i8'), ('tau', '<f8')], 100000.0)");
 }
 
-TEST_F(PythonInterpreterTest, RecordsThatCannotBeHandedOverLeaveATracebackAndTheFile) {
+TEST_F(PythonInterpreterTest, RecordsAreReadUntilWithdrawnAndThoseRefusedLeaveATraceback) {
   // Columns of different lengths are refused with the layer's traceback; the script reads the
   // CSV itself.
   const std::string csv = (dir / "n_adev.csv").string(), result = (dir / "result").string();
@@ -113,8 +113,17 @@ TEST_F(PythonInterpreterTest, RecordsThatCannotBeHandedOverLeaveATracebackAndThe
   const std::string traceback = testing::internal::GetCapturedStderr();
   EXPECT_EQ(traceback.rfind("Traceback (most recent call last):\n", 0), 0u) << traceback;
   EXPECT_NE(traceback.find("\nValueError: "), std::string::npos) << traceback;
-  VDPPythonInterpreter::runScript("import matplotlib.mlab as mlab\nopen('" + result +
-                                  "', 'w').write(repr(list(mlab.csv2rec('" + csv + "').tau)))\n");
+  const std::string readTau = "import matplotlib.mlab as mlab\nopen('" + result +
+                              "', 'w').write(repr(list(mlab.csv2rec('" + csv + "').tau)))\n";
+  VDPPythonInterpreter::runScript(readTau);
+  EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
+  // Records handed over are what the script reads, until they are withdrawn.
+  records.columns = {{"window", true, {3}, {}}, {"tau", false, {}, {2.25}}};
+  VDPPythonInterpreter::provideRecords(csv, records);
+  VDPPythonInterpreter::runScript(readTau);
+  EXPECT_EQ(TestSupport::readFile(result), "[2.25]");
+  VDPPythonInterpreter::withdrawRecords(csv);
+  VDPPythonInterpreter::runScript(readTau);
   EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
 }
 
