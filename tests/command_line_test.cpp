@@ -1,6 +1,6 @@
-// The tool from the command line beyond the transcripts of tests/data/runs: paths relative to
-// PWD and under "~", runs on bad input that must finish without a crash, FLAC headers that lie
-// about the length and the sample recordings through the audio and drift commands.
+// The tool from the command line beyond the transcripts of tests/data/runs: paths under "~",
+// runs on bad input that must finish without a crash, the sample recordings through the audio
+// and drift commands and read in chunks.
 // Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
 // over-long lines, invalid UTF-8, and what the time-error layout accepts.
 
@@ -10,10 +10,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "AudioFileWriter.h"
 #include "TestSupport.h"
+#include "VDPAnalyseMarten.h"
 #include "VDPAnalyseOsprey.h"
 #include "VDPAnalyseTimeError.h"
+#include "VDPAudioChannels.h"
 #include "VDPFileSystem.h"
 #include "VDPLineReader.h"
 #include "VDPTextScanner.h"
@@ -29,31 +30,7 @@ using TestSupport::writeFile;
 
 const std::string kBanner = TestSupport::banner();
 
-class CommandLineTest : public ::testing::Test {
- protected:
-  CommandLineTest() { writeFile(dir / "data.csv", "index,time,error\n"); }
-  TempDir dir;
-};
-
-TEST_F(CommandLineTest, RelativePathsResolveAgainstPWD) {
-  fs::create_directory(dir / "elsewhere");
-  // The process runs in dir/elsewhere but PWD says dir: data.csv is found there, and the
-  // output directory is made there, with redundant components removed.
-  const ToolRun run = runTool(TestSupport::withoutStatistics(
-                                  {"marten", "--data", "./sub/../data.csv", "--output", "out//x/"}),
-                              dir / "elsewhere", {{"PWD", dir.path().string()}});
-  EXPECT_EQ(run.status, 1);
-  EXPECT_TRUE(fs::exists(dir / "out" / "x" / "marten_analysis_time_error.csv"));
-  const ToolRun missing =
-      runTool({"marten", "--data", "nothing.csv"}, dir / "elsewhere", {{"PWD", "/nowhere"}});
-  EXPECT_NE(missing.out.find("Time error file does not exist at path \"/nowhere/nothing.csv\""),
-            std::string::npos);
-  const ToolRun unset =
-      runTool({"marten", "--data", "data.csv"}, dir.path(), {{"PWD", std::nullopt}});
-  EXPECT_NE(unset.out.find("Time error file does not exist at path \"\""), std::string::npos);
-}
-
-TEST_F(CommandLineTest, ALeadingTildeNamesAHomeDirectory) {
+TEST(CommandLine, ALeadingTildeNamesAHomeDirectory) {
   const passwd* user = getpwuid(getuid());
   ASSERT_NE(user, nullptr);
   const std::string home = user->pw_dir;
@@ -100,45 +77,6 @@ TEST(TimeErrorRun, BadInputFinishesWithoutACrash) {
   EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 2001);
 }
 
-// A three-second FLAC tone whose stream information claims claimedFrames frames (36 bits from
-// bit 4 of byte 18; 0 means unknown, as in a stream written to a pipe).
-void writeFlacClaiming(const fs::path& flac, uint64_t claimedFrames) {
-  AudioFileWriterRef writer = nullptr;
-  ASSERT_EQ(AudioFileWriterCreate(
-                flac, {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 1}, &writer),
-            kAudioFileWriterNoError);
-  std::vector<float> samples(3 * 48000);
-  for (size_t i = 0; i < samples.size(); ++i) {
-    samples[i] = 0.5f * static_cast<float>(std::sin(2 * M_PI * 997.0 * i / 48000));
-  }
-  ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
-  ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
-  std::string bytes = TestSupport::readFile(flac);
-  bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (claimedFrames >> 32));
-  for (int i = 0; i < 4; ++i) {
-    bytes[22 + i] = static_cast<char>(claimedFrames >> (24 - 8 * i));
-  }
-  TestSupport::writeFile(flac, bytes);
-}
-
-TEST(AudioRun, FlacLengthsAreWhatTheDataHolds) {
-  // Three seconds each: a header claiming a billion frames would have the command allocate 8 GB,
-  // and one claiming nothing, the largest count.
-  TempDir dir;
-  writeFlacClaiming(dir / "billion.flac", 1000000000);
-  writeFlacClaiming(dir / "unknown.flac", 0);
-  const ToolRun run =
-      runTool(TestSupport::withoutStatistics({"audio", "--channel-a", "billion.flac", "--channel-b",
-                                              "unknown.flac", "--output", "out", "--interval",
-                                              "48000", "--length", "4096"}),
-              dir.path());
-  EXPECT_EQ(run.out, kBanner +
-                         "Using 144000 samples of audio from 0.00 to 3.00 seconds\n"
-                         "Loading audio into memory...\n"
-                         "Running Audio Time Error Calculation...\nAnalysis Done\n");
-  EXPECT_EQ(run.status, 1);
-}
-
 TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   TempDir dir;
   const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
@@ -179,6 +117,27 @@ TEST(AudioRun, SampleRecordingsGiveTheSameResultsAsAudioAndAsDrift) {
   }
 }
 
+TEST(AudioRun, ChunkedReadsLoadWhatOneReadLoads) {
+  // The sample recordings in chunks of 99,999 frames (the last one shorter), as hours of audio
+  // are read in chunks of 2^30 - 1 frames, against one read of each: whole, and from 3 to 7 s.
+  const fs::path examples = TestSupport::sourceDir() / "examples" / "audio";
+  const std::string a = (examples / "channel-a.flac").string();
+  const std::string b = (examples / "channel-b.flac").string();
+  for (const auto& [start, end] : {std::pair<int64_t, int64_t>{0, INT64_MAX}, {3, 7}}) {
+    int64_t oneStart = start, oneEnd = end, chunkedStart = start, chunkedEnd = end;
+    VDPAudioChannels one("one"), chunked("chunked", 100000);
+    testing::internal::CaptureStdout();
+    ASSERT_TRUE(one.load(a, b, oneStart, oneEnd));
+    ASSERT_TRUE(chunked.load(a, b, chunkedStart, chunkedEnd));
+    testing::internal::GetCapturedStdout();
+    const int64_t count = one.sampleCount();
+    ASSERT_EQ(chunked.sampleCount(), count);
+    ASSERT_GT(count, 100000);
+    EXPECT_TRUE(std::equal(one.channelA(), one.channelA() + count, chunked.channelA()));
+    EXPECT_TRUE(std::equal(one.channelB(), one.channelB() + count, chunked.channelB()));
+  }
+}
+
 std::vector<std::string> linesOf(const std::string& content,
                                  size_t lineCapacity = VDPLineReader::kLineCapacity) {
   TestSupport::TempDir dir;
@@ -212,6 +171,10 @@ TEST(LineReader, HandsOverWholeValidLinesOnly) {
        kDefault,
        {std::string(1995, 'x'), std::string(10, 'y'), std::string(4500, 'z')}},
       {std::string(1999, 'e') + "\nnext\n", kDefault, {std::string(1999, 'e'), "next"}},
+      // A character whose last byte is the last of a read is whole.
+      {std::string(1998, 'c') + "\xC3\xA9\nnext\n",
+       kDefault,
+       {std::string(1998, 'c') + "\xC3\xA9", "next"}},
       // Megabytes on one line still arrive whole under the default capacity.
       {"1\n" + huge + "\n2\n", kDefault, {"1", huge, "2"}},
       // Under a capacity of 3000 bytes a line of 3000 is read, one byte more is a bad line however
@@ -226,12 +189,24 @@ TEST(LineReader, HandsOverWholeValidLinesOnly) {
       {std::string(4500, 'a') + "\xFF" + std::string(2000, 'b') + "\nok\n",
        3000,
        {std::string(501, 'b'), "ok"}},
-      // Valid multi-byte text passes, both ends of the two-byte range included; continuation
-      // bytes without a lead do not.
+      // Valid multi-byte text passes, the ends of each length's ranges included (U+0080, U+07FF,
+      // U+0800, U+D7FF before the surrogates, U+FFFF, U+10000, U+10FFFF); overlong forms,
+      // surrogates, code points beyond U+10FFFF, cut sequences and continuation bytes without a
+      // lead do not.
       {"caf\xC3\xA9\n", kDefault, {"caf\xC3\xA9"}},
-      {"\xC2\x80\xDF\xBF\n", kDefault, {"\xC2\x80\xDF\xBF"}},
+      {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\n",
+       kDefault,
+       {"\xC2\x80\xDF\xBF\xE0\xA0\x80\xED\x9F\xBF\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF"}},
       {"\xE2\x82\xAC \xF0\x9F\x98\x80\n", kDefault, {"\xE2\x82\xAC \xF0\x9F\x98\x80"}},
       {"\x80\x80\n", kDefault, {}},
+      {"\xC1\xBF\n", kDefault, {}},
+      {"\xE0\x9F\xBF\n", kDefault, {}},
+      {"\xED\xA0\x80\n", kDefault, {}},
+      {"\xF0\x8F\xBF\xBF\n", kDefault, {}},
+      {"\xF4\x90\x80\x80\n", kDefault, {}},
+      {"\xF5\x80\x80\x80\n", kDefault, {}},
+      {"\xE2\x82\x41\n", kDefault, {}},
+      {"\xF0\x9F\x98\n", kDefault, {}},
       // A stray byte makes its whole 2000-byte read hand over nothing; the next read starts
       // afresh, so the rest of the broken line arrives as a line of its own.
       {"1\n" + a1000 + "\xFF\n" + a1000 + "\n2\n" + b3000 + "\n",
@@ -321,10 +296,19 @@ TEST(LineGrammar, TimeError) {
   EXPECT_EQ(values[0].error(), 2);
   EXPECT_EQ(values[1].timestamp(), 2000000000u);
   EXPECT_EQ(values[1].error(), -1);
-  // The osprey grammar says whether a line was a sample (what it reads is pinned by its run).
+  // The other grammars say whether a line was a sample (what they read is pinned by their runs).
   VDPAnalyseOsprey::SlaveValues slaves;
-  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", slaves));
-  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("150,0,1,0,2,0,3,0,0,0", slaves));
+  std::vector<VDTimeErrorValue> marten;
+  const auto osprey = [&](std::string_view l) { return VDPAnalyseOsprey::parseLine(l, slaves); };
+  const auto five = [&](std::string_view l) { return VDPAnalyseMarten::parseLine(l, marten); };
+  const std::tuple<std::function<bool(std::string_view)>, const char*, bool> rows[] = {
+      {osprey, "100,0,1,0,2,0,3,0,0,0,0", true},
+      {osprey, "150,0,1,0,2,0,3,0,0,0", false},
+      {five, "1000,0,-25,0,0", true},
+      {five, "1000,0,-25,0", false}};
+  for (const auto& [grammar, line, sample] : rows) {
+    EXPECT_EQ(grammar(line), sample) << line;
+  }
 }
 
 }  // namespace

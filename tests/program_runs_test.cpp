@@ -28,8 +28,10 @@ std::string shown(std::string text, const fs::path& work) {
   return text;
 }
 
-// A mono 16-bit tone of 997 Hz, FLAC when the name says so, WAV otherwise.
-void writeTone(const fs::path& path, uint32_t rate, double seconds) {
+// A mono 16-bit tone of 997 Hz, FLAC when the name says so, WAV otherwise. A FLAC stream's
+// information may claim another length (36 bits from bit 4 of byte 18; 0 means unknown).
+void writeTone(const fs::path& path, uint32_t rate, double seconds,
+               std::optional<uint64_t> claimedFrames) {
   const auto container =
       path.extension() == ".flac" ? AudioFileContainer::FLAC : AudioFileContainer::WAV;
   AudioFileWriterRef writer = nullptr;
@@ -41,6 +43,14 @@ void writeTone(const fs::path& path, uint32_t rate, double seconds) {
   }
   ASSERT_EQ(AudioFileWriterWrite(writer, samples.data(), samples.size()), kAudioFileWriterNoError);
   ASSERT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
+  if (claimedFrames) {
+    std::string bytes = TestSupport::readFile(path);
+    bytes[21] = static_cast<char>((bytes[21] & 0xF0) | (*claimedFrames >> 32));
+    for (int i = 0; i < 4; ++i) {
+      bytes[22 + i] = static_cast<char>(*claimedFrames >> (24 - 8 * i));
+    }
+    TestSupport::writeFile(path, bytes);
+  }
 }
 
 // A PNG's size, "PDF" for a whole PDF file, or else the file's mode (octal).
@@ -105,6 +115,17 @@ std::vector<std::string> argumentsOf(const std::string& line, const fs::path& wo
   return words;
 }
 
+// The environment entries before the program ("NAME=VALUE" sets, "-NAME" unsets), as written.
+std::vector<std::string> environmentOf(const std::string& line) {
+  std::vector<std::string> entries;
+  std::istringstream words(line.substr(2));
+  for (std::string word;
+       words >> word && (word[0] == '-' || word.find('=') != std::string::npos);) {
+    entries.push_back(word[0] == '-' ? word.substr(1) : word);
+  }
+  return entries;
+}
+
 void runCase(const fs::path& file) {
   SCOPED_TRACE(file.filename().string());
   const TestSupport::TempDir work;
@@ -125,25 +146,37 @@ void runCase(const fs::path& file) {
       TestSupport::writeFile(target, section.content.substr(0, section.content.size() - noLineEnd));
     } else if (directive == "dir") {
       fs::create_directories(target);
-    } else if (directive == "tone") {  // tone PATH RATE SECONDS
+    } else if (directive == "tone") {  // tone PATH RATE SECONDS [CLAIMED]
       std::istringstream fields(path);
       uint32_t rate = 0;
       double seconds = 0;
+      uint64_t claimed = 0;
       fields >> path >> rate >> seconds;
-      writeTone(work / path, rate, seconds);
+      writeTone(work / path, rate, seconds,
+                fields >> claimed ? std::optional(claimed) : std::nullopt);
     } else if (directive == "$") {
       // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
       const bool oneStream =
           section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
       std::vector<std::string> arguments =
           argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
+      arguments.erase(
+          arguments.begin(),
+          arguments.begin() + static_cast<ptrdiff_t>(environmentOf(section.header).size()));
       const fs::path program = arguments[0] == "veridaneprobe-check"
                                    ? TestSupport::toolPath().parent_path() / "veridaneprobe-check"
                                : arguments[0] == "veridaneprobe" ? TestSupport::toolPath()
                                                                  : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
-      run = TestSupport::runProgram(program, arguments, work.path(),
-                                    {{"PYTHONUNBUFFERED", std::nullopt}}, oneStream);
+      std::map<std::string, std::optional<std::string>> environment = {
+          {"PYTHONUNBUFFERED", std::nullopt}};
+      for (std::string entry : environmentOf(section.header)) {
+        replaceAll(entry, "WORK", work.path().string());
+        const size_t equals = entry.find('=');
+        environment[entry.substr(0, equals)] =
+            equals == std::string::npos ? std::nullopt : std::optional(entry.substr(equals + 1));
+      }
+      run = TestSupport::runProgram(program, arguments, work.path(), environment, oneStream);
     } else if (directive == "stdout" || directive == "stderr") {
       actual = shown(directive == "stdout" ? run.out : run.err, work.path());
     } else if (directive == "exit") {

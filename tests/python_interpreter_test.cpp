@@ -1,7 +1,7 @@
 // The embedded interpreter: console order across the hand-over when standard output is a file,
-// errors that print a traceback without stopping the run, the classic matplotlib API that the
-// compatibility layer supplies, and its fonts read from memory with a font subsetter imported
-// only when a PDF needs it.
+// errors that print a traceback without stopping the run (records refused by the compatibility
+// layer among them), the classic matplotlib API that the compatibility layer supplies, and its
+// fonts read from memory with a font subsetter imported only when a PDF needs it.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -99,6 +99,32 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
             "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
             "[1700000000000000001, 18446744073709551615], [1.0, 1.0], "
             "[('window', '<i8'), ('tau', '<f8')], 100000.0)");
+}
+
+TEST_F(PythonInterpreterTest, RecordsAreReadUntilWithdrawnAndThoseRefusedLeaveATraceback) {
+  // Columns of different lengths are refused with the layer's traceback; the script reads the
+  // CSV itself.
+  const std::string csv = (dir / "n_adev.csv").string(), result = (dir / "result").string();
+  TestSupport::writeFile(csv, "window,tau\n7,7.5\n");
+  VDPlotRecords records;
+  records.columns = {{"window", true, {1}, {}}, {"tau", false, {}, {0.5, 0.25}}};
+  testing::internal::CaptureStderr();
+  VDPPythonInterpreter::provideRecords(csv, records);
+  const std::string traceback = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(traceback.rfind("Traceback (most recent call last):\n", 0), 0u) << traceback;
+  EXPECT_NE(traceback.find("\nValueError: "), std::string::npos) << traceback;
+  const std::string readTau = "import matplotlib.mlab as mlab\nopen('" + result +
+                              "', 'w').write(repr(list(mlab.csv2rec('" + csv + "').tau)))\n";
+  VDPPythonInterpreter::runScript(readTau);
+  EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
+  // Records handed over are what the script reads, until they are withdrawn.
+  records.columns = {{"window", true, {3}, {}}, {"tau", false, {}, {2.25}}};
+  VDPPythonInterpreter::provideRecords(csv, records);
+  VDPPythonInterpreter::runScript(readTau);
+  EXPECT_EQ(TestSupport::readFile(result), "[2.25]");
+  VDPPythonInterpreter::withdrawRecords(csv);
+  VDPPythonInterpreter::runScript(readTau);
+  EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
 }
 
 TEST_F(PythonInterpreterTest, FontsReadFromMemoryStillEmbedInPdf) {

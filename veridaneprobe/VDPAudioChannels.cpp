@@ -8,11 +8,6 @@
 
 namespace {
 
-// Reads below this many frames are made in one call; above, in chunks of one less, so that a
-// read's byte size (frames x 4) fits the buffer list's 32-bit field.
-constexpr int64_t kSingleReadLimit = int64_t{1} << 30;
-constexpr int64_t kChunkFrames = kSingleReadLimit - 1;
-
 // Seconds to frames, truncated toward zero; a value whose product would not fit a signed
 // 64-bit frame index (the default end among them) is left as it was.
 void convertSecondsToFrames(int64_t& value, double sampleRate) {
@@ -158,7 +153,7 @@ bool VDPAudioChannels::load(const std::string& channelAPath, const std::string& 
 }
 
 bool VDPAudioChannels::readSamples() {
-  if (_sampleCount < kSingleReadLimit) {
+  if (_sampleCount < _singleReadLimit) {
     uint32_t frames = static_cast<uint32_t>(_sampleCount);
     AudioBufferList bufferA = bufferFor(_channelASamples, frames);
     if (statusFails(AudioFileReaderRead(_channelA, &frames, &bufferA), 557,
@@ -169,11 +164,12 @@ bool VDPAudioChannels::readSamples() {
     return !statusFails(AudioFileReaderRead(_channelB, &frames, &bufferB), 566,
                         "Error reading Channel B file data");
   }
+  const int64_t chunkFrames = _singleReadLimit - 1;
   int64_t remaining = _sampleCount;
   float* positionA = _channelASamples;
   float* positionB = _channelBSamples;
   while (remaining > 0) {
-    uint32_t frames = static_cast<uint32_t>(remaining < kChunkFrames ? remaining : kChunkFrames);
+    uint32_t frames = static_cast<uint32_t>(remaining < chunkFrames ? remaining : chunkFrames);
     AudioBufferList bufferA = bufferFor(positionA, frames);
     if (statusFails(AudioFileReaderRead(_channelA, &frames, &bufferA), 599,
                     "Error reading Channel A file data")) {

@@ -11,8 +11,14 @@
 // file, then channel B's, and frees both arrays, on every path.
 class VDPAudioChannels {
  public:
-  // sourceFile is named by the assertion lines of the failure messages.
-  explicit VDPAudioChannels(const char* sourceFile) : _sourceFile(sourceFile) {}
+  // Reads below this many frames are made in one call; above, in chunks of one less, so that a
+  // read's byte size (frames x 4) fits the buffer list's 32-bit field.
+  static constexpr int64_t kSingleReadLimit = int64_t{1} << 30;
+
+  // sourceFile is named by the assertion lines of the failure messages. singleReadLimit is the
+  // tests' way to read a few seconds in chunks, as hours of audio are.
+  explicit VDPAudioChannels(const char* sourceFile, int64_t singleReadLimit = kSingleReadLimit)
+      : _sourceFile(sourceFile), _singleReadLimit(singleReadLimit) {}
   ~VDPAudioChannels();
   VDPAudioChannels(const VDPAudioChannels&) = delete;
   VDPAudioChannels& operator=(const VDPAudioChannels&) = delete;
@@ -33,6 +39,7 @@ class VDPAudioChannels {
   bool readSamples();
 
   const char* _sourceFile;
+  int64_t _singleReadLimit;
   AudioFileReaderRef _channelA = nullptr;
   AudioFileReaderRef _channelB = nullptr;
   StreamFormat _clientFormat = {};
