@@ -2,23 +2,18 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <limits>
-#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
 
 #include "VDAudioTracking.h"
 #include "VDAudioWindowExport.h"
-#include "VDCorrelationPeak.h"
 #include "VDDelayAcquisition.h"
 #include "VDDelayLine.h"
 #include "VDFFTCorrelator.h"
 #include "VDLagSearch.h"
 #include "VDPeakRefinement.h"
-#include "VDResamplingKernel.h"
 #include "VDUncertaintyCalibration.h"
 #include "VDWindowCorrelation.h"
 
@@ -454,10 +449,8 @@ void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) c
   if (correlation().correlate(window.start, predicted, tracking.polarity, tracking, peak) ==
           WindowStatus::Used &&
       std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
+    fillWindow(predicted, tracking.polarity, peak, window);
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
-    window.integerLag = std::llround(predicted + static_cast<double>(peak.offset));
-    window.peakCorrelation = peak.correlation;
-    window.peakRatio = peak.ratio;
     window.delayUncertainty = peak.uncertainty;
   }
 }
