@@ -26,6 +26,7 @@
 #include "TestSupport.h"
 #include "VDAudioTimeErrorCalculator.h"
 #include "VDAudioTracking.h"
+#include "VDLagSearch.h"
 #include "VDUncertaintyCalibration.h"
 #include "VDWindowCorrelation.h"
 
@@ -546,6 +547,50 @@ TEST(AudioTimeErrorCalculator, AWindowPredictedSamplesOffFindsItsPeakThereInEver
                       type == Calculator::kQuick ? 0.1 : 2e-3);
         }
       }
+    }
+  }
+}
+
+TEST(AudioTimeErrorCalculator, TheSampleSearchKeepsOnlyALagThatStandsClear) {
+  // Half a second of A against B over 60 +- 50 samples, B lagging 37, the peak asked to stand
+  // twice as high as any other outside its own lobe: found, the right way up, also from a stretch
+  // cut short by the end of the recordings and in tones four times lower (a peak whose lobe is
+  // broad); B upside down is found upside down; a tone (matching every period) and unrelated
+  // noise give nothing.
+  Pair clean = makePair(3.0, 37 / kRate), inverted = clean, tone = clean, unrelated = clean;
+  const double slow = 0.25 / kRate;
+  const Pair low{render(0.0, slow, 24000, 0, 0), render(-37 * slow, slow, 24000, 0, 0)};
+  std::mt19937 random(9);
+  std::normal_distribution<float> noise(0.0f, 0.1f);
+  for (size_t n = 0; n < clean.a.size(); ++n) {
+    inverted.b[n] = -clean.b[n];
+    tone.a[n] = static_cast<float>(std::sin(2 * M_PI * 440.0 * n / kRate));
+    tone.b[n] = static_cast<float>(std::sin(2 * M_PI * 440.0 * (n - 37.0) / kRate));
+    unrelated.b[n] = noise(random);
+  }
+  const struct {
+    const char* what;
+    const Pair& pair;
+    int64_t start;
+    std::optional<int64_t> lag;
+    double polarity;
+  } rows[] = {{"clean", clean, 8000, 37, 1.0},
+              {"the stretch cut short", clean, 24000 - 3000, 37, 1.0},
+              {"tones four times lower", low, 8000, 37, 1.0},
+              {"B upside down", inverted, 8000, 37, -1.0},
+              {"a tone", tone, 8000, std::nullopt, 0.0},
+              {"unrelated noise", unrelated, 8000, std::nullopt, 0.0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    VDAudioTracking tracking;
+    tracking.searchLength = 4000;
+    const auto hit = VDLagSearch(row.pair.a.data(), row.pair.b.data(), 24000)
+                         .search(row.start, 60, 50, 2.0, tracking);
+    ASSERT_EQ(hit.has_value(), row.lag.has_value());
+    if (hit) {
+      EXPECT_EQ(hit->lag, *row.lag);
+      EXPECT_EQ(hit->polarity, row.polarity);
+      EXPECT_GT(hit->prominence, 2.0);
     }
   }
 }
