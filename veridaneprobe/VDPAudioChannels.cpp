@@ -1,5 +1,6 @@
 #include "VDPAudioChannels.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
@@ -111,9 +112,9 @@ bool VDPAudioChannels::load(const std::string& channelAPath, const std::string& 
   }
 
   // Clamp to the shorter file; nothing bounds the start from below.
-  const int64_t shorter = lengthA < lengthB ? lengthA : lengthB;
-  audioEnd = audioEnd > shorter ? shorter : audioEnd;
-  audioStart = audioStart > shorter ? shorter : audioStart;
+  const int64_t shorter = std::min(lengthA, lengthB);
+  audioEnd = std::min(audioEnd, shorter);
+  audioStart = std::min(audioStart, shorter);
   _sampleCount = static_cast<int64_t>(static_cast<uint64_t>(audioEnd) -
                                       static_cast<uint64_t>(audioStart));  // wraps, never traps
   // Printed with channel B's rate, before the rates are compared.
