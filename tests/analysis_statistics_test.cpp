@@ -21,8 +21,8 @@ using TestSupport::timeErrorValues;
 constexpr Statistic kDeviations[] = {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV,
                                      Statistic::RMSTIE};
 
-// Integer time errors of one kind: white noise, random walks of phase and of frequency and a slope
-// in its amounts (spiky: white noise with one sample in about 97 scaled by 5000).
+// Integer time errors of one kind: white noise, random walks of phase and of frequency and a
+// slope in its amounts (spiky: white noise with one sample in about 97 scaled by 5000).
 struct Noise {
   double white, walk, frequencyWalk, slope;
   bool spiky;
@@ -96,9 +96,9 @@ void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int6
 
 TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) {
   uint64_t seed = 1;
-  // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3 and
-  // (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of ~2^56 ns,
-  // whose prefix sums leave the double fast path.
+  // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3
+  // and (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of
+  // ~2^56 ns, whose prefix sums leave the double fast path.
   std::vector<int64_t> large = noise(kWhite, 200, 0, 11);
   for (size_t i = 0; i < large.size(); ++i) {
     large[i] += (i % 3 == 0) ? (int64_t{1} << 56) : -(int64_t{1} << 55);
@@ -161,9 +161,9 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   widest.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
   EXPECT_EQ(widest.mtie().front().value, 18446744073709551615.0);  // 2^64 - 1, rounded
 
-  // A dip and a peak d samples apart are seen together by one window of size d only. Put such pairs
-  // where blocks of starts (256) and segments of windows (64) begin and end, and next to a larger
-  // pair two samples wider, so the only window that sees a pair is easy to lose.
+  // A dip and a peak d samples apart are seen together by one window of size d only. Put such
+  // pairs where blocks of starts (256) and segments of windows (64) begin and end, and next to
+  // a larger pair two samples wider, so the only window that sees a pair is easy to lose.
   for (int64_t distance : {63, 64, 65, 66, 129, 255, 256, 257, 321}) {
     for (int64_t dipAt : {0, 256, 257, 511}) {
       std::vector<int64_t> errors = noise(kWhite, 1400, 0, distance + dipAt);
@@ -612,9 +612,9 @@ TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
 }
 
 TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
-  // Values whose products overflow int64 partial sums, both signs: 9000 up to 2^30 (sums of many
-  // blocks, and remainders longer than a block); 8191, where each block of lags' fewest starts are
-  // whole blocks (no remainder); four near the largest magnitude taken.
+  // Values whose products overflow int64 partial sums, both signs: 9000 up to 2^30 (sums of
+  // many blocks, and remainders longer than a block); 8191, where each block of lags' fewest
+  // starts are whole blocks (no remainder); four near the largest magnitude taken.
   const int64_t largest = (int64_t{1} << 41) - 1;
   for (const std::vector<int64_t>& u : {randomIntegers(9000, int64_t{1} << 30, 31),
                                         randomIntegers(8191, int64_t{1} << 30, 32),
