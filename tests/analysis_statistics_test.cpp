@@ -3,6 +3,7 @@
 // behind them against brute-force integer sums.
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 #include <numeric>
 
@@ -638,8 +639,19 @@ TEST(AnalysisFastSums, PrefixCorrelationEqualsTheIntegerSums) {
     }
     for (const auto& list : {queries, everyLag}) {
       const std::vector<__int128> sums = correlation->sums(list);
+      // Splitting runs once per prime, reporting as often each time, and holds one prime's
+      // transforms at a time (at a year of 1 PPS each is 256 MB): no later pass holds more
+      // memory than the first (but for a few bytes of bookkeeping).
+      std::vector<size_t> held;
+      const auto measure = [&held](size_t) {
+        const struct mallinfo2 info = mallinfo2();
+        held.push_back(info.uordblks + info.hblkhd);
+      };
       VDPrefixCorrelation::Workspace workspace;
-      const std::vector<__int128> split = correlation->sumsBySplitting(list, {}, workspace);
+      const std::vector<__int128> split = correlation->sumsBySplitting(list, measure, workspace);
+      ASSERT_EQ(held.size() % 3, 0u);
+      const auto pass = held.begin() + static_cast<ptrdiff_t>(held.size() / 3);
+      EXPECT_LE(*std::max_element(pass, held.end()), *std::max_element(held.begin(), pass) + 4096);
       for (size_t q = 0; q < list.size(); ++q) {
         const __int128 exact = bruteForceCorrelation(u, list[q].lag, list[q].starts);
         ASSERT_TRUE(sums[q] == exact && split[q] == exact)
