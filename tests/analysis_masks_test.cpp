@@ -1,8 +1,7 @@
-// The standards' masks and metrics: every built-in limit on both sides of each breakpoint
-// against the recommendations' rows (tests/data/masks/breakpoints.txt, typed from the rows, not
-// from masks.txt), segments that leave no gap, the definitions a user's file may not hold, the
-// verdict rules (equality passes), and each metric against a plain loop over its definition on
-// generated series.
+// The standards' masks and metrics: every built-in limit on both sides of each breakpoint against
+// the recommendations' rows (tests/data/masks/breakpoints.txt, typed from them, not from
+// masks.txt), the definitions a user's file may hold, the verdict rules (equality passes), and
+// each metric against a plain loop over its definition.
 
 #include <gtest/gtest.h>
 

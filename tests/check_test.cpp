@@ -1,8 +1,6 @@
-// The check program's parts: what it reads (every line layout of tests/data/check/lines.txt, one
-// row per real variant with where it comes from; the format recognised from such lines; the gaps
-// and disorder that split a stream into segments), which samples count as settled (by time and
-// by the servo's lock), how checks add up to the run's verdict and exit status, and the exact
-// console lines, check.json and check.junit.xml of one run (tests/data/check/report.txt).
+// The check program's parts: the line layouts it reads (tests/data/check/lines.txt), the gaps that
+// split a stream, which samples count as settled, how checks add up to the run's verdict and exit
+// status, and the exact report of one run (tests/data/check/report.txt).
 
 #include <gtest/gtest.h>
 
@@ -165,10 +163,9 @@ TEST(CheckVerdicts, SettledWindowByTimeAndByTheServosLock) {
   EXPECT_EQ(VDCSettledWindow::afterSeconds(times, 0).first, 0u);
 }
 
-// A sinusoidal wander of 6 ns amplitude on a 25 ns offset, 2000 s at 16 Hz, judged against
-// class C (max|TE|, cTE and dTE_L MTIE fail: 31 > 30, 24.6 > 10, 12 > 10), the PRTC-A TDEV
-// (upper end unsure; evaluated from its 0.1 s to a twelfth of the settled 1700 s) and a user's
-// mask that starts beyond the data.
+// A 6 ns sinusoidal wander on a 25 ns offset, 2000 s at 16 Hz, judged against class C (max|TE|,
+// cTE and dTE_L MTIE fail: 31 > 30, 24.6 > 10, 12 > 10), the PRTC-A TDEV (upper end unsure;
+// evaluated from 0.1 s to a twelfth of the settled 1700 s) and a user's mask beyond the data.
 TEST(CheckVerdicts, ReportOfOneRunIsExact) {
   std::vector<double> times, errors;
   for (int i = 0; i < 32000; ++i) {
@@ -249,10 +246,9 @@ TEST(CheckVerdicts, AMaskListSelectsEveryMaskOfEachId) {
   EXPECT_EQ(masks.size(), 7u);
 }
 
-// --gaps skip: each statistic at window m pools the terms wholly inside one segment. Against
-// TestSupport's plain loops on each segment that holds m: the largest MTIE, the others the root
-// of the mean square over all terms (each segment's square weighted by its terms), times
-// 1e-9 / tau for ADEV and MDEV; the deviations' EDF add over those segments.
+// --gaps skip: at window m each statistic pools the terms inside the segments that hold m, by
+// TestSupport's plain loops: the largest MTIE, the others the root mean square over all terms; the
+// deviations' EDF add over those segments.
 TEST(CheckSkippingGaps, EveryStatisticPoolsTheTermsInsideSegments) {
   using S = TestSupport::Statistic;
   using P = VDPProcessSingleTimeError;

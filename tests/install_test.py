@@ -1,10 +1,8 @@
 """Installs veridaneprobe into a temporary prefix and uses it as a user would: the layout and
-the install manifest, an analysis by the installed executable, the man pages, and saved scripts
-started directly with the classic matplotlib hook read from the installed site directory (added
-by a sitecustomize module on PYTHONPATH, as Python adds its own: the machine's is not touched).
+manifest, an analysis, the man pages, and saved scripts started with the classic matplotlib hook
+of the installed site directory (added by a sitecustomize module: the machine's is not touched).
 
-usage: python3 install_test.py CMAKE BUILD_DIR VERSION [SITE_DIR]
-(SITE_DIR: the build's VDP_PYTHON_SITE_DIR, when it sets one)
+usage: python3 install_test.py CMAKE BUILD_DIR VERSION [SITE_DIR (the build's VDP_PYTHON_SITE_DIR)]
 """
 
 import csv
@@ -32,8 +30,7 @@ INSTALLED_FILES = {
     'share/veridaneprobe/masks.txt',
 }
 
-# Python start-up for the scripts: the installed site directory is read as a site directory
-# (its .pth file included).
+# The installed site directory read as one at start-up (its .pth file included).
 SITECUSTOMIZE = """import os, site
 site.addsitedir(os.environ['VDP_TEST_SITE_DIR'])
 """
@@ -108,21 +105,18 @@ class InstalledTool(unittest.TestCase):
     def install_keeping_manifest(cls):
         """Installs, keeping the build's install_manifest.txt (a user's uninstall reads it)."""
         manifest = os.path.join(BUILD_DIR, 'install_manifest.txt')
-        saved = None
-        if os.path.exists(manifest):
-            with open(manifest) as stream:
-                saved = stream.read()
+        saved = os.path.join(cls.scratch, 'install_manifest.txt')
+        kept = os.path.exists(manifest) and shutil.copy(manifest, saved)
         try:
             result = subprocess.run([CMAKE, '--install', BUILD_DIR, '--prefix', cls.prefix],
                                     capture_output=True, text=True)
             with open(manifest) as stream:
                 result.manifest = stream.read().split()
         finally:
-            if saved is None:
-                os.remove(manifest)
+            if kept:
+                os.replace(saved, manifest)
             else:
-                with open(manifest, 'w') as stream:
-                    stream.write(saved)
+                os.remove(manifest)
         return result
 
     def run_script(self, command, **env):
@@ -186,19 +180,17 @@ class InstalledTool(unittest.TestCase):
                                   ' "veridaneprobe"))))'])
         self.assertEqual(result.stdout, "['veridaneprobe_classic_matplotlib']\n")
 
-    def test_saved_scripts_started_directly_and_by_python(self):
-        result = self.run_script(['./PlotADEV.py'])
-        self.assertEqual((result.returncode, result.stderr), (0, ''))
+    def test_saved_scripts_started_directly_by_python_and_by_the_plot_runner(self):
         self.assert_draws(['./PlotTimeError.py'], 'time-error_analysis_time_error.csv', 'time',
                           'time_error')
         self.assert_draws([sys.executable, 'PlotADEV.py'], 'time-error_analysis_adev.csv', 'tau',
                           'adev')
-
-    def test_installed_plot_runner_without_the_hook(self):
-        # The site directory as a plain path entry: its modules import, its .pth file is not read.
-        result = self.run_script([os.path.join(self.prefix, 'bin/veridaneprobe-plot'),
-                                  'PlotADEV.py'], PYTHONPATH=self.python_env['VDP_TEST_SITE_DIR'])
-        self.assertEqual((result.returncode, result.stderr), (0, ''))
+        # The plot runner without the hook: the site directory as a plain path entry.
+        for command, env in ((['./PlotADEV.py'], {}),
+                             ([os.path.join(self.prefix, 'bin/veridaneprobe-plot'), 'PlotADEV.py'],
+                              {'PYTHONPATH': self.python_env['VDP_TEST_SITE_DIR']})):
+            result = self.run_script(command, **env)
+            self.assertEqual((result.returncode, result.stderr), (0, ''), command)
 
 
 if __name__ == '__main__':

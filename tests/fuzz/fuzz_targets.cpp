@@ -1,15 +1,9 @@
-// The libFuzzer harnesses, one driver for all: each executable is this file built with
-// VDP_FUZZ_HARNESS naming its harness and VDP_FUZZ_TOOL, _AUDIO or _STATISTICS the parts it
-// links (tests/fuzz/CMakeLists.txt; README "Fuzzing"). Every harness aborts on a broken rule.
-//   lines       arbitrary bytes as a recorded file: the streaming line reader hands its lines to
-//               every command's line grammar, and the text scanner reads them item by item.
-//   options     arbitrary command lines for every analyser's initialiser (first byte: which,
-//               then arguments separated by NUL bytes), its paths kept inside a scratch directory.
-//   audio       arbitrary bytes as an audio file, read as the audio command reads a channel; the
-//               length the layer reports must be what a read of the last frames delivers.
-//   statistics  the five statistics on a short arbitrary series with arbitrary window ranges,
-//               against TestSupport's direct formulas (values when |x| <= 2^40 ns).
-//   seeds       not a harness: main writes the audio harness's seed corpus into its argument.
+// The libFuzzer harnesses: each executable is this file built with VDP_FUZZ_HARNESS naming its
+// harness and VDP_FUZZ_TOOL, _AUDIO or _STATISTICS the parts it links (README "Fuzzing"). Each
+// aborts on a broken rule. lines: bytes as a recorded file, through the line reader, every line
+// grammar and the text scanner. options: command lines for every analyser's initialiser. audio:
+// bytes as an audio file. statistics: the five statistics of a short series against TestSupport's
+// direct formulas. seeds (not a harness): writes the audio harness's seed corpus.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -57,8 +51,7 @@ void check(bool condition) {
   }
 }
 
-// The input as a regular file (the audio layer refuses anything else), removed at exit; write
-// replaces its bytes and opens it for reading.
+// The input as a regular file (the audio layer refuses anything else), removed at exit.
 struct InputFile {
   const std::string path = "/tmp/veridaneprobe-fuzz-" + std::to_string(getpid());
   ~InputFile() { unlink(path.c_str()); }
@@ -106,8 +99,7 @@ std::optional<int64_t> referenceInteger(std::string_view text) {
     VDPAnalyseMarten::parseLine(line, martenValues);
     VDPAnalyseOsprey::parseLine(line, slaves);
     VDPAnalyseDualLink::parseLine(line, selection);
-    // The scanner's items in an order picked by the line's length, so that every kind of item
-    // meets every kind of text.
+    // The scanner's items in an order picked by the line's length: every kind meets every text.
     VDPTextScanner scanner(line);
     bool scanned = true;
     for (size_t item = line.size(); item < line.size() + 12 && scanned; ++item) {
@@ -138,9 +130,8 @@ std::unique_ptr<VDPAnalyser> make(const std::vector<std::string>& arguments) {
   return Analyser::initWithArguments(arguments);
 }
 
-// scratch/work is PWD and holds an existing data file "d" and channel file "a"; scratch/home is
-// HOME. A "/" in an argument becomes "_", so only relative paths, "~" and ".." resolve, and ".."
-// from work is scratch: its own parent is never touched.
+// First byte: which initialiser; then arguments separated by NUL bytes. scratch/work is PWD (with
+// files "d" and "a"), scratch/home is HOME; "/" becomes "_", so no path leaves scratch.
 [[maybe_unused]] int fuzzOptions(const uint8_t* data, size_t size) {
   static const VDPAnalyserInitialiser kInitialisers[] = {
       make<VDPAnalyseAudio>,  make<VDPAnalyseTimeError>, make<VDPAnalyseDualCheck>,
@@ -210,9 +201,7 @@ int32_t readAudio(AudioFileReaderRef reader, std::vector<float>& buffer, uint32_
   const StreamFormat client{format.mSampleRate, kAudioFormatLinearPCM, 0x31, 4, 1, 4, 1, 32, 0};
   check(AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat, sizeof client,
                                    &client) == kAudioFileReaderNoError);
-  // From the start (at most 2^16 frames, so that a small input that decodes to hours stays
-  // quick) every frame up to the length arrives, unless the decoder fails inside the data (a
-  // damaged block in the middle of a file whose end is intact).
+  // Every frame up to the length (at most 2^16) arrives, unless the decoder fails inside the data.
   std::vector<float> buffer(4096);
   uint32_t delivered = 0;
   int64_t total = 0;
