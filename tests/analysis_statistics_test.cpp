@@ -340,6 +340,8 @@ def check(name, logAxes):
         sys.exit(name + ': other rows drawn')
     if (len(rows) > limit) != (len(x) > limit) or rows[0] != 0 or rows[-1] != len(x) - 1:
         sys.exit(name + ': other legend or ends')
+    if len(x) > 100000 and len(rows) * 10 > len(x):
+        sys.exit(name + ': not reduced')
 )";
   for (const auto& row : cases) {
     std::vector<double> x, y, band;
