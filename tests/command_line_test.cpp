@@ -231,40 +231,46 @@ TEST(LineReader, ReadsNothingFromDirectoriesAndMissingFiles) {
 }
 
 TEST(TextScanner, ScansLikeATextScanner) {
-  int64_t integer = 0;
-  EXPECT_TRUE(VDPTextScanner(" \t\n-42xyz").scanInt64(integer));
-  EXPECT_EQ(integer, -42);
-  EXPECT_TRUE(VDPTextScanner("99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, INT64_MAX);
-  EXPECT_TRUE(VDPTextScanner("-9223372036854775808").scanInt64(integer));
-  EXPECT_EQ(integer, INT64_MIN);
-  EXPECT_TRUE(VDPTextScanner("-99999999999999999999").scanInt64(integer));
-  EXPECT_EQ(integer, INT64_MIN);
-  EXPECT_FALSE(VDPTextScanner("- 1").scanInt64(integer));
-  EXPECT_FALSE(VDPTextScanner("").scanInt64(integer));
-
-  int32_t narrow = 0;
-  EXPECT_TRUE(VDPTextScanner("3000000000").scanInt32(narrow));
-  EXPECT_EQ(narrow, std::numeric_limits<int32_t>::max());
-
-  uint64_t unsignedValue = 0;
-  EXPECT_TRUE(VDPTextScanner("+18446744073709551615").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, UINT64_MAX);
-  EXPECT_TRUE(VDPTextScanner("99999999999999999999999").scanUInt64(unsignedValue));
-  EXPECT_EQ(unsignedValue, UINT64_MAX);
-  EXPECT_FALSE(VDPTextScanner("-1").scanUInt64(unsignedValue));
-
-  double real = 0;
-  EXPECT_TRUE(VDPTextScanner(" -1.5e-3,").scanDouble(real));
-  EXPECT_EQ(real, -1.5e-3);
-  EXPECT_TRUE(VDPTextScanner(".5").scanDouble(real));
-  EXPECT_EQ(real, 0.5);
-  EXPECT_TRUE(VDPTextScanner("2e").scanDouble(real));
-  EXPECT_EQ(real, 2.0);
-  EXPECT_TRUE(VDPTextScanner("1e999").scanDouble(real));
-  EXPECT_EQ(real, std::numeric_limits<double>::infinity());
-  for (const char* notANumber : {"inf", "nan", "-", ".", "x1", ""}) {
-    EXPECT_FALSE(VDPTextScanner(notANumber).scanDouble(real)) << notANumber;
+  // What each scan reads from the text ("-" when it reads nothing): leading blanks skipped,
+  // integers saturated at their type's bounds, no sign on unsigned ones, no words for numbers.
+  const auto scanned = [](char type, const char* text) -> std::string {
+    VDPTextScanner scanner(text);
+    int32_t narrow = 0;
+    int64_t integer = 0;
+    uint64_t unsignedValue = 0;
+    double real = 0;
+    std::ostringstream shown;
+    shown.precision(17);
+    const bool read = type == 'n'   ? scanner.scanInt32(narrow) && (shown << narrow)
+                      : type == 'i' ? scanner.scanInt64(integer) && (shown << integer)
+                      : type == 'u' ? scanner.scanUInt64(unsignedValue) && (shown << unsignedValue)
+                                    : scanner.scanDouble(real) && (shown << real);
+    return read ? shown.str() : "-";
+  };
+  const std::tuple<char, const char*, const char*> rows[] = {
+      {'i', " \t\n-42xyz", "-42"},
+      {'i', "99999999999999999999", "9223372036854775807"},
+      {'i', "-9223372036854775808", "-9223372036854775808"},
+      {'i', "-99999999999999999999", "-9223372036854775808"},
+      {'i', "- 1", "-"},
+      {'i', "", "-"},
+      {'n', "3000000000", "2147483647"},
+      {'u', "+18446744073709551615", "18446744073709551615"},
+      {'u', "99999999999999999999999", "18446744073709551615"},
+      {'u', "-1", "-"},
+      {'d', " -1.5e-3,", "-0.0015"},
+      {'d', ".5", "0.5"},
+      {'d', "2e", "2"},
+      {'d', "1e999", "inf"},
+      {'d', "inf", "-"},
+      {'d', "nan", "-"},
+      {'d', "-", "-"},
+      {'d', ".", "-"},
+      {'d', "x1", "-"},
+      {'d', "", "-"},
+  };
+  for (const auto& [type, text, expected] : rows) {
+    EXPECT_EQ(scanned(type, text), expected) << type << " " << text;
   }
 }
 
