@@ -241,20 +241,29 @@ TEST(AudioTimeErrorCalculator, FindsOffsetsOfManySecondsEitherWayAndInvertedPola
 
 TEST(AudioTimeErrorCalculator, FollowsStepsInTheDelayWithinTwoWindows) {
   // A dropout of 300 samples, a block of 0.3 s inserted, 10 samples inserted, and 40, which puts
-  // the peak beyond the window's range, in B at 10 s; and 33, just beyond it, in sound without
-  // pauses at 18.5 s, too late for the acquisition to see: the window's best value, on the
-  // range's edge, is still high, and only the tracker's own search finds the step.
+  // the peak beyond the window's range, in B at 10 s; in sound without pauses, late in the
+  // recording where the acquisition cannot see it, 33 (just beyond the range: the window's best
+  // value, on its edge, is still high) and 0.3 s after 1.2 s of noise (the searches that fail
+  // on the noise are retried soon after): then only the tracker's own searches find the step,
+  // within a second of B's sound coming back.
   const struct {
     double change;
     int64_t stepAt;
     bool continuous;
-  } steps[] = {{-300 / kRate, 80000, false}, {0.3, 80000, false},       {10 / kRate, 80000, false},
-               {40 / kRate, 80000, false},   {33 / kRate, 148000, true}};
-  for (const auto& [change, kStepAt, continuous] : steps) {
+    double noiseSeconds;
+  } steps[] = {{-300 / kRate, 80000, false, 0}, {0.3, 80000, false, 0},
+               {10 / kRate, 80000, false, 0},   {40 / kRate, 80000, false, 0},
+               {33 / kRate, 148000, true, 0},   {0.3, 136000, true, 1.2}};
+  for (const auto& [change, kStepAt, continuous, noiseSeconds] : steps) {
     SCOPED_TRACE(testing::Message() << change << " at " << kStepAt);
     const double before = 0.0123;
     const double after = before + change;
-    const Calculator calculator = calculate(burstPair(20.0, before, after, kStepAt, continuous));
+    Pair pair = burstPair(20.0, before, after, kStepAt, continuous);
+    std::mt19937 random(5);
+    std::normal_distribution<float> noise(0.0f, 0.1f);
+    std::generate_n(pair.b.begin() + kStepAt, std::llround(noiseSeconds * kRate),
+                    [&] { return noise(random); });
+    const Calculator calculator = calculate(pair);
     const std::vector<Calculator::Window>& windows = calculator.windows();
     int64_t lost = 0;
     for (const auto& window : windows) {
@@ -273,7 +282,8 @@ TEST(AudioTimeErrorCalculator, FollowsStepsInTheDelayWithinTwoWindows) {
           const double lag = window.refinedLag / kRate;
           EXPECT_TRUE(std::fabs(lag - before) < 1e-9 || std::fabs(lag - after) < 1e-9) << centre;
         }
-      } else if (std::fabs(centre + before - static_cast<double>(kStepAt) / kRate) < 1.0 &&
+      } else if (std::fabs(centre + before - static_cast<double>(kStepAt) / kRate - noiseSeconds) <
+                     1.0 &&
                  window.status != Status::Silent && window.status != Status::Weak) {
         ++lost;
       }
