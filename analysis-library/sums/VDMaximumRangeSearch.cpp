@@ -127,10 +127,10 @@ widenedSpread(const int64_t* __restrict maxima, const int64_t* __restrict minima
               int64_t addedMaximum, int64_t addedMinimum) {
   uint64_t largest = 0;
   for (size_t i = 0; i < count; ++i) {
-    const int64_t maximum = maxima[i] > addedMaximum ? maxima[i] : addedMaximum;
-    const int64_t minimum = minima[i] < addedMinimum ? minima[i] : addedMinimum;
+    const int64_t maximum = std::max(maxima[i], addedMaximum);
+    const int64_t minimum = std::min(minima[i], addedMinimum);
     const uint64_t range = spread(maximum, minimum);
-    largest = largest > range ? largest : range;
+    largest = std::max(largest, range);
   }
   return largest;
 }
