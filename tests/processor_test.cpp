@@ -1,6 +1,5 @@
 // The processors with scripts captured instead of run (whole runs, with every step's files, are
-// cases of tests/data/runs): the factories and class-level scripts a subclass substitutes, runs
-// that cannot write, every plot script byte for byte; the dual-link judgement (the PASS and FAIL
+// cases of tests/data/runs): runs that cannot write, every plot script byte for byte; the dual-link judgement (the PASS and FAIL
 // boundaries of both tests, the full and converged analyses), and its plots rendered for real.
 
 #include <gtest/gtest.h>
@@ -46,43 +45,6 @@ class ProcessorTest : public ::testing::Test {
   TestSupport::TempDir dir;
   std::vector<std::string> scripts;
 };
-
-// A statistic class whose plots carry a marker, to see whose class-level script a step uses.
-class MarkedMTIEClass : public VDMaximumTimeIntervalErrorAnalysisClass {
- public:
-  std::string plotYLimits(const std::string& axesName) const override {
-    return axesName + ".set_ylim([1,2])  # marked";
-  }
-};
-
-class MarkedMTIEAnalysis : public VDMaximumTimeIntervalErrorAnalysis {
- public:
-  using VDMaximumTimeIntervalErrorAnalysis::VDMaximumTimeIntervalErrorAnalysis;
-  const VDAnalysisClass& analysisClass() const override {
-    static const MarkedMTIEClass kClass;
-    return kClass;
-  }
-};
-
-class MarkedProcessor : public VDPProcessSingleTimeError {
- public:
-  using VDPProcessSingleTimeError::VDPProcessSingleTimeError;
-  std::unique_ptr<VDMaximumTimeIntervalErrorAnalysis> mtieAnalysisForTimeErrorValues(
-      const std::vector<VDTimeErrorValue>& values) override {
-    return std::make_unique<MarkedMTIEAnalysis>(values);
-  }
-};
-
-TEST_F(ProcessorTest, ScriptsComeFromTheClassOfTheAnalysisTheFactoryMade) {
-  MarkedProcessor processor(dir.path().string(), "n", true, false, false, false, true, 2, 100, 1);
-  process(processor);
-  EXPECT_NE(TestSupport::readFile(dir / "PlotMTIE.py").find("ax1.set_ylim([1,2])  # marked\n"),
-            std::string::npos);
-  EXPECT_EQ(TestSupport::readFile(dir / "PlotADEV.py").find("# marked"), std::string::npos);
-  ASSERT_EQ(scripts.size(), 6u);
-  EXPECT_NE(scripts[4].find("# marked"), std::string::npos);
-  EXPECT_NE(scripts[5].find("# marked"), std::string::npos);
-}
 
 TEST_F(ProcessorTest, AnEmptySequenceAndAnUnwritableDirectoryDoNotStopTheRun) {
   VDPProcessSingleTimeError processor((dir / "missing").string(), "n", true, true, true, true, true,
