@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/math/distributions/chi_squared.hpp>
+#include <numeric>
 
 #include "TestSupport.h"
 #include "VDConfidenceInterval.h"
@@ -20,20 +21,8 @@ using Variance = VDEquivalentDegreesOfFreedom::Variance;
 using TestSupport::Statistic;
 using TestSupport::timeErrorValues;
 
-std::vector<double> differenced(const std::vector<double>& series) {
-  std::vector<double> result;
-  for (size_t i = 1; i < series.size(); ++i) {
-    result.push_back(series[i] - series[i - 1]);
-  }
-  return result;
-}
-
 double mean(const std::vector<double>& series) {
-  double sum = 0;
-  for (double value : series) {
-    sum += value;
-  }
-  return sum / static_cast<double>(series.size());
+  return std::accumulate(series.begin(), series.end(), 0.0) / static_cast<double>(series.size());
 }
 
 // Phase with the mean frequency removed as the library does (integer slope), as doubles.
@@ -53,8 +42,7 @@ std::vector<double> driftFree(const std::vector<int64_t>& errors) {
 int lagOneAlpha(std::vector<double> z) {
   for (int d = 0;; ++d) {
     const double mu = mean(z);
-    double numerator = 0;
-    double denominator = 0;
+    double numerator = 0, denominator = 0;
     for (size_t i = 0; i < z.size(); ++i) {
       denominator += (z[i] - mu) * (z[i] - mu);
       if (i + 1 < z.size()) {
@@ -66,7 +54,8 @@ int lagOneAlpha(std::vector<double> z) {
     if (delta < 0.25 || d == 2) {
       return std::clamp(2 - 2 * d - static_cast<int>(std::lround(2 * delta)), -2, 2);
     }
-    z = differenced(z);
+    std::adjacent_difference(z.begin(), z.end(), z.begin());
+    z.erase(z.begin());
   }
 }
 
@@ -76,8 +65,6 @@ double b1Expected(double n, int mu) {
   }
   return n * (1 - std::pow(n, mu)) / (2 * (n - 1) * (1 - std::pow(2.0, mu)));
 }
-
-int referenceAlpha(const std::vector<double>& x, int64_t m);
 
 int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<double>& z) {
   // Averages over whole windows, plus the last shorter one when it spans half a window.
@@ -201,51 +188,29 @@ double referenceEdf(bool modified, int alpha, int64_t m, int64_t N) {
       {7.0 / 9, 0.5}, {0.997, 0.616}, {1.033, 0.607}, {1.048, 0.534}, {1.302, 0.535}};
   const double a2Table[5][2] = {
       {35.0 / 18, 1.0}, {790, 410}, {2.0 / 3, 1.0 / 3}, {0.852, 0.375}, {1.079, 0.368}};
+  // Cases 1-3: the sum directly up to 100 terms, beyond that tabulated (r > 3) or taken at 100
+  // terms (r <= 3); the Allan variance of flicker FM then normalised by b.
+  const bool flickerAllan = !modified && alpha == 1;
+  const Real b = std::pow(15.23 + 12.0 * std::log(Real(m)), 2);
+  const auto direct = [&](Real j, Real terms, Real s, Real f, bool byB) {
+    return basic(j, terms, s, f, alpha) / ((byB ? b : std::pow(sz(0, f, alpha), 2)) * terms);
+  };
+  const double* table = (modified ? a1Table : a2Table)[2 - alpha];
   Real inverse = 0;
-  if (modified) {
-    if (J <= 100) {
-      inverse = basic(J, M, S, 1, alpha) / (std::pow(sz(0, 1, alpha), 2) * M);
-    } else if (r > 3) {
-      inverse = (a1Table[2 - alpha][0] - a1Table[2 - alpha][1] / r) / r;
-    } else {
-      inverse = basic(100, 100, 100 / r, 1, alpha) / (std::pow(sz(0, 1, alpha), 2) * 100);
-    }
-  } else if (alpha <= 0) {
-    if (J <= 100) {
-      const Real f = m * 3 <= 100 ? Real(m) : inf;
-      inverse = basic(J, M, S, f, alpha) / (std::pow(sz(0, f, alpha), 2) * M);
-    } else if (r > 3) {
-      inverse = (a2Table[2 - alpha][0] - a2Table[2 - alpha][1] / r) / r;
-    } else {
-      inverse = basic(100, 100, 100 / r, inf, alpha) / (std::pow(sz(0, inf, alpha), 2) * 100);
-    }
-  } else if (alpha == 1) {
-    const Real b = std::pow(15.23 + 12.0 * std::log(Real(m)), 2);
-    if (J <= 100) {
-      inverse = basic(J, M, S, m, 1) / (std::pow(sz(0, m, 1), 2) * M);
-    } else if (r > 3) {
-      inverse = (790 - 410 / r) / (r * b);
-    } else {
-      inverse = basic(100, 100, 100 / r, 100 / r, 1) / (b * 100);
-    }
-  } else if (std::ceil(r) > 2) {
+  if (!modified && alpha == 2 && std::ceil(r) > 2) {
     inverse = (35.0L / 18 - 1 / r) / M;  // case 4, K > d
-  } else {
+  } else if (!modified && alpha == 2) {
     // Case 4, K <= d: independent samples, correlations -2/3 at lag m and 1/6 at lag 2m.
     inverse =
         (M + 2 * (std::max<Real>(0, M - m) * 4 / 9 + std::max<Real>(0, M - 2 * m) / 36)) / (M * M);
+  } else if (J <= 100) {
+    inverse = direct(J, M, S, modified ? 1 : alpha == 1 || m * 3 <= 100 ? Real(m) : inf, false);
+  } else if (r > 3) {
+    inverse = (table[0] - table[1] / r) / r / (flickerAllan ? b : 1);
+  } else {
+    inverse = direct(100, 100, 100 / r, modified ? 1 : alpha == 1 ? 100 / r : inf, flickerAllan);
   }
   return static_cast<double>(1 / inverse);
-}
-
-struct Bounds {
-  double low;
-  double high;
-};
-Bounds referenceBounds(double deviation, double edf) {
-  const boost::math::chi_squared_distribution<double> chi(edf);
-  return {deviation * std::sqrt(edf / boost::math::quantile(chi, (1 + 0.683) / 2)),
-          deviation * std::sqrt(edf / boost::math::quantile(chi, (1 - 0.683) / 2))};
 }
 
 // Checks every point of an analysis against the reference.
@@ -259,9 +224,11 @@ void expectMatchesReference(const VDStatisticAnalysis& analysis, const std::vect
     ASSERT_EQ(point.alpha, alpha) << "window " << point.windowSize;
     const double edf = referenceEdf(modified, alpha, point.windowSize, n);
     ASSERT_NEAR(point.edf / edf, 1.0, 2e-5) << "window " << point.windowSize << " alpha " << alpha;
-    const Bounds bounds = referenceBounds(point.value, point.edf);
-    ASSERT_NEAR(point.minimum, bounds.low, 1e-5 * bounds.low) << point.windowSize;
-    ASSERT_NEAR(point.maximum, bounds.high, 1e-5 * bounds.high) << point.windowSize;
+    const boost::math::chi_squared_distribution<double> chi(point.edf);
+    const double low = point.value * std::sqrt(point.edf / quantile(chi, (1 + 0.683) / 2));
+    const double high = point.value * std::sqrt(point.edf / quantile(chi, (1 - 0.683) / 2));
+    ASSERT_NEAR(point.minimum, low, 1e-5 * low) << point.windowSize;
+    ASSERT_NEAR(point.maximum, high, 1e-5 * high) << point.windowSize;
   }
 }
 
@@ -318,19 +285,15 @@ TEST(AnalysisConfidence, FiveNoiseTypesAgainstThePlainLoops) {
   for (int alpha = 2; alpha >= -2; --alpha) {
     SCOPED_TRACE("generated alpha " + std::to_string(alpha));
     const std::vector<int64_t> errors = powerLawPhase(alpha, 4096, 1000 + alpha);
-    VDAllanDeviationAnalysis adev(timeErrorValues(errors));
-    adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
-    mdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    VDTimeDeviationAnalysis tdev(timeErrorValues(errors));
-    tdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    // A long series identifies its own noise type at short windows.
-    for (int64_t window : {1, 2, 4, 8}) {
-      EXPECT_EQ(adev.points()[window - 1].alpha, alpha) << "window " << window;
+    for (const Statistic statistic : {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV}) {
+      const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
+      analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+      // A long series identifies its own noise type at short windows.
+      for (int64_t window : {1, 2, 4, 8}) {
+        EXPECT_EQ(analysis->points()[window - 1].alpha, alpha) << "window " << window;
+      }
+      expectMatchesReference(*analysis, errors, statistic != Statistic::ADEV);
     }
-    expectMatchesReference(adev, errors, false);
-    expectMatchesReference(mdev, errors, true);
-    expectMatchesReference(tdev, errors, true);
   }
   // Flicker FM under a steady frequency drift: its second differences' mean is far from zero.
   std::vector<int64_t> drifting = powerLawPhase(-1, 4096, 999);
