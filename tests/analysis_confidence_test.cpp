@@ -60,10 +60,19 @@ int lagOneAlpha(std::vector<double> z) {
 }
 
 double b1Expected(double n, int mu) {
-  if (mu == 0) {
-    return n * std::log(n) / (2 * (n - 1) * std::log(2.0));
+  return mu == 0 ? n * std::log(n) / (2 * (n - 1) * std::log(2.0))
+                 : n * (1 - std::pow(n, mu)) / (2 * (n - 1) * (1 - std::pow(2.0, mu)));
+}
+
+// The mean square of v's second differences at lag over every stride-th start (NaN for none).
+double meanSquaredSecondDifference(const std::vector<double>& v, size_t lag, size_t stride) {
+  double sum = 0;
+  int count = 0;
+  for (size_t i = 0; i + 2 * lag < v.size(); i += stride, ++count) {
+    const double d = v[i + 2 * lag] - 2 * v[i + lag] + v[i];
+    sum += d * d;
   }
-  return n * (1 - std::pow(n, mu)) / (2 * (n - 1) * (1 - std::pow(2.0, mu)));
+  return sum / count;
 }
 
 int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<double>& z) {
@@ -83,14 +92,8 @@ int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<do
   }
   variance /= static_cast<double>(y.size() - 1);
   // Overlapping Allan variance from every ceil(m/16)-th start.
-  double allan = 0;
-  int starts = 0;
-  for (size_t i = 0; i + 2 * m < x.size(); i += (m + 15) / 16) {
-    const double d = x[i + 2 * m] - 2 * x[i + m] + x[i];
-    allan += d * d;
-    ++starts;
-  }
-  allan /= 2.0 * starts * static_cast<double>(m) * static_cast<double>(m);
+  const double allan = meanSquaredSecondDifference(x, m, (m + 15) / 16) /
+                       (2.0 * static_cast<double>(m) * static_cast<double>(m));
   if (!(allan > 0)) {
     return 2;
   }
@@ -118,16 +121,11 @@ int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<do
     modified += (inner / m) * (inner / m);
     ++terms;
   }
-  double second = 0;
-  int secondTerms = 0;
-  for (size_t k = 0; k + 2 < z.size(); ++k) {
-    second += (z[k + 2] - 2 * z[k + 1] + z[k]) * (z[k + 2] - 2 * z[k + 1] + z[k]);
-    ++secondTerms;
-  }
+  const double second = meanSquaredSecondDifference(z, 1, 1);
   if (terms == 0 || !(second > 0)) {
     return 2;
   }
-  const double r = (modified / terms) / (second / secondTerms);
+  const double r = (modified / terms) / second;
   const double md = static_cast<double>(m);
   const double flicker = 3 * std::log(256.0 / 27.0) / (2 * (1.038 + 3 * std::log(M_PI * md)));
   return r < std::sqrt(flicker / md) ? 2 : 1;
