@@ -92,19 +92,18 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
   // 0.275 tau + 25 up to 273 s, then 100 (upper end unsure).
   const std::vector<VDMaskVerdict::CurvePoint> curve = {
       {0.05, 1000}, {1, 25.275}, {2, 20}, {300, 100}, {400, 101}, {500, 120}, {600, 1}};
-  struct Case {
+  const struct {
     double supportedTau;
     Outcome outcome;
     double value, limit, atTau;
     uint64_t exceeding, evaluated;
     double firstTau, lastTau;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {0.09, Outcome::notEvaluated, 0, 0, 0, 0, 0, 0, 0},
       {300, Outcome::pass, 25.275, 25.275, 1, 0, 3, 1, 300},
       {1e9, Outcome::fail, 120, 100, 500, 2, 6, 1, 600},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const VDMaskVerdict verdict = VDMaskVerdict::ofCurve(prtcA, curve, c.supportedTau);
     EXPECT_EQ(verdict.outcome, c.outcome) << c.supportedTau;
     EXPECT_EQ(verdict.exceeding, c.exceeding);
@@ -192,27 +191,23 @@ TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
   std::normal_distribution<double> noise(0, 3);
   const size_t count = 1200;
   const size_t settledFirst = 160;  // 10 s at 16 Hz
-  struct Series {
-    const char* name;
-    double (*error)(double t, double noise);
-  };
-  const Series series[] = {
+  // Each series' time error at t s with noise n.
+  const std::pair<std::string, double (*)(double t, double n)> series[] = {
       {"white noise", [](double, double n) { return n; }},
       {"slow wander", [](double t, double n) { return 40 * std::sin(t / 9) + 0.01 * n; }},
       {"constant offset", [](double, double) { return -17.25; }},
       {"frequency offset", [](double t, double) { return 0.5 * t - 3; }},
       {"step", [](double t, double n) { return (t < 40 ? 0.0 : 50.0) + 0.1 * n; }},
   };
-  for (const Series& s : series) {
+  for (const auto& [name, error] : series) {
     std::vector<double> times, errors;
     for (size_t i = 0; i < count; ++i) {
       // 16 Hz with jitter in the time tags.
       times.push_back(100 + i / 16.0 + 1e-4 * noise(random));
-      errors.push_back(s.error(times.back() - 100, noise(random)));
+      errors.push_back(error(times.back() - 100, noise(random)));
     }
     const Reference reference(times, errors, settledFirst);
     const VDTimeErrorMetrics metrics(times, errors, settledFirst, count);
-    const std::string name = s.name;
     for (size_t n = 0; n < count; ++n) {
       ASSERT_NEAR(metrics.lowPassed()[n], reference.y[n], 1e-9 * std::abs(reference.y[n]) + 1e-12);
     }
