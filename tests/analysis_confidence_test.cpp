@@ -142,10 +142,7 @@ int referenceAlpha(const std::vector<double>& x, int64_t m) {
   if (z.size() >= 4) {
     return biasRatioAlpha(x, m, z);
   }
-  if (x.size() < 4) {
-    return 0;
-  }
-  return referenceAlpha(x, (static_cast<int64_t>(x.size()) - 1) / 3);
+  return x.size() < 4 ? 0 : referenceAlpha(x, (static_cast<int64_t>(x.size()) - 1) / 3);
 }
 
 // Greenhall & Riley 2003, eqs. 7-13, d = 2, evaluated directly in long double.
@@ -237,9 +234,7 @@ std::vector<int64_t> powerLawPhase(int alpha, int count, uint64_t seed) {
   std::normal_distribution<double> gauss(0.0, 1.0);
   const double exponent = 2.0 - alpha;  // phase spectrum f^-exponent
   std::vector<double> white(count);
-  for (double& value : white) {
-    value = gauss(generator);
-  }
+  std::generate(white.begin(), white.end(), [&] { return gauss(generator); });
   std::vector<double> coefficients(count);
   coefficients[0] = 1;
   for (int k = 1; k < count; ++k) {
