@@ -17,7 +17,6 @@
 namespace {
 
 using Variance = VDEquivalentDegreesOfFreedom::Variance;
-
 using TestSupport::Statistic;
 using TestSupport::timeErrorValues;
 

@@ -23,10 +23,9 @@ TEST(AnalysisMasks, BuiltInLimitsMatchTheRecommendationsRows) {
     if (line.empty() || line[0] == '#') {
       continue;
     }
-    std::istringstream fields(line);
     std::string id, metric, expected;
     double tau = 0;
-    fields >> id >> metric >> tau >> expected;
+    std::istringstream(line) >> id >> metric >> tau >> expected;
     const VDMask* mask = VDMaskTable::builtIn().find(id, metric);
     ASSERT_NE(mask, nullptr) << line;
     const std::optional<double> limit = mask->limitAtTau(tau);
@@ -189,8 +188,7 @@ void expectRelative(double actual, double expected, double absolute, const std::
 TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
   std::mt19937_64 random(7);
   std::normal_distribution<double> noise(0, 3);
-  const size_t count = 1200;
-  const size_t settledFirst = 160;  // 10 s at 16 Hz
+  const size_t count = 1200, settledFirst = 160;  // settled after 10 s at 16 Hz
   // Each series' time error at t s with noise n.
   const std::pair<std::string, double (*)(double t, double n)> series[] = {
       {"white noise", [](double, double n) { return n; }},

@@ -85,7 +85,7 @@ void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int6
   }
 }
 
-TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) {
+TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindowAndTau) {
   uint64_t seed = 1;
   // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3
   // and (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of
@@ -106,6 +106,21 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
     }
     expectMatches(statistic, noise(kRandomWalkFrequency, 5003, 123456789, 7), 97, name + " long");
     expectMatches(statistic, large, 1, name + " large");
+  }
+  // Tau follows the timestamps. 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is
+  // 1.0000000000000002). 125 ms apart, starting before the epoch (the timestamps arrive wrapped):
+  // tau0 is 0.125 s. One timestamp for all, or running backwards: no usable interval, tau0 is 1 s.
+  const std::vector<int64_t> errors = noise(kWhite, 1001, 0, 8);
+  const struct {
+    Statistic statistic;
+    uint64_t interval, start;
+    double tau0;
+  } cases[] = {{Statistic::RMSTIE, 1000000000, 0, 1.0},
+               {Statistic::ADEV, 125000000, static_cast<uint64_t>(-1000000000), 0.125},
+               {Statistic::TDEV, 0, 1, 1.0},
+               {Statistic::TDEV, static_cast<uint64_t>(-1000), 1600000000000000000ull, 1.0}};
+  for (const auto& c : cases) {
+    expectMatches(c.statistic, errors, 1, "tau0", c.interval, c.start, c.tau0);
   }
 }
 
@@ -161,24 +176,6 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
       errors[900 + distance + 2] = 1000;
       expectMtieMatches(errors, "pair " + std::to_string(dipAt) + "+" + std::to_string(distance));
     }
-  }
-}
-
-TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
-  // 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is 1.0000000000000002). 125 ms apart,
-  // starting before the epoch (the timestamps arrive wrapped): tau0 is 0.125 s. One timestamp for
-  // all, or running backwards: no usable interval, tau0 is 1 s.
-  const std::vector<int64_t> errors = noise(kWhite, 1001, 0, 8);
-  const struct {
-    Statistic statistic;
-    uint64_t interval, start;
-    double tau0;
-  } cases[] = {{Statistic::RMSTIE, 1000000000, 0, 1.0},
-               {Statistic::ADEV, 125000000, static_cast<uint64_t>(-1000000000), 0.125},
-               {Statistic::TDEV, 0, 1, 1.0},
-               {Statistic::TDEV, static_cast<uint64_t>(-1000), 1600000000000000000ull, 1.0}};
-  for (const auto& c : cases) {
-    expectMatches(c.statistic, errors, 1, "tau0", c.interval, c.start, c.tau0);
   }
 }
 
@@ -426,23 +423,12 @@ __int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t
   return sum;
 }
 
-TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
-  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
-  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
-  const std::vector<double> rms = analysed(Statistic::RMSTIE, errors, 1, INT64_MAX, 1);
-  ASSERT_EQ(rms.size(), errors.size() - 1);
-  for (size_t m = 1; m < errors.size(); ++m) {
-    const auto exact = static_cast<double>(bruteForceSumOfSquares(errors, 1, m));
-    ASSERT_EQ(rms[m - 1], std::sqrt(exact / static_cast<double>(errors.size() - m))) << "m=" << m;
-  }
-}
-
 // Sums of squared differences of orders 1 to 3 equal the sums in 128 bits, rounded once: by
 // transforms up to 2^34 (lengths just past a multiple of the 2048-value block, more than 8192 lags
 // reported in parts), split into halves up to 2^45; from 2^62 on, summed by tiles, bit for bit as
 // one lag at a time. Lags from 1, stepped, and short only (under a sixteenth of the series: by
-// blocks, not one transform).
-TEST(AnalysisFastSums, SumsOfSquaresAreTheExactSumsRoundedOnce) {
+// blocks, not one transform). RMS TIE takes its sums so.
+TEST(AnalysisFastSums, SumsOfSquaresAndRmsTieAreTheExactSumsRoundedOnce) {
   std::vector<int64_t> atTheTop = randomIntegers(1500, int64_t{1} << 40, 6);
   for (int64_t& value : atTheTop) {
     value += int64_t{1} << 62;
@@ -494,6 +480,14 @@ TEST(AnalysisFastSums, SumsOfSquaresAreTheExactSumsRoundedOnce) {
         }
       }
     }
+  }
+  // RMS TIE, 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum rounds.
+  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
+  const std::vector<double> rms = analysed(Statistic::RMSTIE, errors, 1, INT64_MAX, 1);
+  ASSERT_EQ(rms.size(), errors.size() - 1);
+  for (size_t m = 1; m < errors.size(); ++m) {
+    const auto exact = static_cast<double>(bruteForceSumOfSquares(errors, 1, m));
+    ASSERT_EQ(rms[m - 1], std::sqrt(exact / static_cast<double>(errors.size() - m))) << "m=" << m;
   }
 }
 
