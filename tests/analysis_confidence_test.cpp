@@ -27,11 +27,10 @@ double mean(const std::vector<double>& series) {
 // Phase with the mean frequency removed as the library does (integer slope), as doubles.
 std::vector<double> driftFree(const std::vector<int64_t>& errors) {
   std::vector<double> phase;
-  const int64_t n = static_cast<int64_t>(errors.size());
-  const double exactSlope =
-      n < 2 ? 0.0
-            : static_cast<double>(errors.back() - errors.front()) / static_cast<double>(n - 1);
-  const auto slope = static_cast<int64_t>(std::llround(exactSlope));
+  const auto n = static_cast<int64_t>(errors.size());
+  const int64_t slope = n < 2 ? 0
+                              : std::llround(static_cast<double>(errors.back() - errors.front()) /
+                                             static_cast<double>(n - 1));
   for (int64_t i = 0; i < n; ++i) {
     phase.push_back(static_cast<double>(errors[i] - errors[0] - slope * i));
   }
@@ -112,13 +111,12 @@ int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<do
   // R(n): non-overlapping modified over Allan variance, the averages summed directly.
   double modified = 0;
   int terms = 0;
-  for (size_t j = 0; j + 3 * m <= x.size(); j += m) {
+  for (size_t j = 0; j + 3 * m <= x.size(); j += m, ++terms) {
     double inner = 0;
     for (int64_t i = 0; i < m; ++i) {
       inner += x[j + i + 2 * m] - 2 * x[j + i + m] + x[j + i];
     }
     modified += (inner / m) * (inner / m);
-    ++terms;
   }
   const double second = meanSquaredSecondDifference(z, 1, 1);
   if (terms == 0 || !(second > 0)) {

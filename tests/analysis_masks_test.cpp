@@ -15,6 +15,8 @@
 
 namespace {
 
+using TestSupport::Statistic;
+
 TEST(AnalysisMasks, BuiltInLimitsMatchTheRecommendationsRows) {
   std::ifstream rows(TestSupport::sourceDir() / "tests/data/masks/breakpoints.txt");
   std::string line;
@@ -170,8 +172,7 @@ struct Reference {
     return largest;
   }
   // A statistic of the settled part of v by TestSupport's plain loops, in integers of unit.
-  double statistic(TestSupport::Statistic kind, const std::vector<double>& v, size_t m,
-                   double unit) const {
+  double statistic(Statistic kind, const std::vector<double>& v, size_t m, double unit) const {
     std::vector<int64_t> x;
     for (size_t i = first; i < end; ++i) {
       x.push_back(std::llround(v[i] / unit));
@@ -234,12 +235,10 @@ TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
       ASSERT_EQ(mtie.size(), windows) << name;
       ASSERT_EQ(tdev.size(), windows) << name;
       for (size_t m : {size_t{1}, size_t{2}, size_t{7}, size_t{64}, windows}) {
-        expectRelative(mtie[m - 1].value,
-                       reference.statistic(TestSupport::Statistic::MTIE, v, m, 0x1p-20), 2e-6,
+        expectRelative(mtie[m - 1].value, reference.statistic(Statistic::MTIE, v, m, 0x1p-20), 2e-6,
                        name + " MTIE " + std::to_string(m));
         expectRelative(mtie[m - 1].tau, m * tau0, 1e-9, name + " tau");
-        expectRelative(tdev[m - 1].value,
-                       reference.statistic(TestSupport::Statistic::TDEV, v, m, 1e-3), 1e-3,
+        expectRelative(tdev[m - 1].value, reference.statistic(Statistic::TDEV, v, m, 1e-3), 1e-3,
                        name + " TDEV " + std::to_string(m));
       }
     }

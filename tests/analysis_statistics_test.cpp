@@ -284,9 +284,8 @@ TEST(AnalysisExport, FilesHoldTheirExactTextOrTheExportGivesFalse) {
 }
 
 // The rows a run hands to its plots, reduced where the values are, draw as every row would: the
-// script's own reduction (numpy) keeps the same rows of both, and the count it picks the legend by
-// stays on the same side of the rasterising limit. Curves with ties, values a log axis cannot show,
-// and x that does not rise.
+// script's own reduction (numpy) keeps the same rows of both, and the count that picks the legend
+// stays on the same side of the rasterising limit. Ties, values no log axis shows, x not rising.
 TEST(AnalysisScripts, RowsHandedToAPlotRunDrawAsEveryRow) {
   const struct {
     int count;

@@ -149,9 +149,7 @@ std::unique_ptr<VDPAnalyser> make(const std::vector<std::string>& arguments) {
     return 0;
   }
   // Laid out afresh for every input: an initialiser may have added directories.
-  for (const fs::directory_entry& entry : fs::directory_iterator(scratch.root)) {
-    fs::remove_all(entry.path());
-  }
+  fs::remove_all(scratch.root);
   fs::create_directories(scratch.root / "work");
   fs::create_directory(scratch.root / "home");
   std::fclose(std::fopen((scratch.root / "work" / "d").c_str(), "w"));
