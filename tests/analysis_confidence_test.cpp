@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <boost/math/distributions/chi_squared.hpp>
+#include <numeric>
 
 #include "TestSupport.h"
 #include "VDConfidenceInterval.h"
@@ -16,34 +17,20 @@
 namespace {
 
 using Variance = VDEquivalentDegreesOfFreedom::Variance;
-
 using TestSupport::Statistic;
 using TestSupport::timeErrorValues;
 
-std::vector<double> differenced(const std::vector<double>& series) {
-  std::vector<double> result;
-  for (size_t i = 1; i < series.size(); ++i) {
-    result.push_back(series[i] - series[i - 1]);
-  }
-  return result;
-}
-
 double mean(const std::vector<double>& series) {
-  double sum = 0;
-  for (double value : series) {
-    sum += value;
-  }
-  return sum / static_cast<double>(series.size());
+  return std::accumulate(series.begin(), series.end(), 0.0) / static_cast<double>(series.size());
 }
 
 // Phase with the mean frequency removed as the library does (integer slope), as doubles.
 std::vector<double> driftFree(const std::vector<int64_t>& errors) {
   std::vector<double> phase;
-  const int64_t n = static_cast<int64_t>(errors.size());
-  const double exactSlope =
-      n < 2 ? 0.0
-            : static_cast<double>(errors.back() - errors.front()) / static_cast<double>(n - 1);
-  const auto slope = static_cast<int64_t>(std::llround(exactSlope));
+  const auto n = static_cast<int64_t>(errors.size());
+  const int64_t slope = n < 2 ? 0
+                              : std::llround(static_cast<double>(errors.back() - errors.front()) /
+                                             static_cast<double>(n - 1));
   for (int64_t i = 0; i < n; ++i) {
     phase.push_back(static_cast<double>(errors[i] - errors[0] - slope * i));
   }
@@ -53,8 +40,7 @@ std::vector<double> driftFree(const std::vector<int64_t>& errors) {
 int lagOneAlpha(std::vector<double> z) {
   for (int d = 0;; ++d) {
     const double mu = mean(z);
-    double numerator = 0;
-    double denominator = 0;
+    double numerator = 0, denominator = 0;
     for (size_t i = 0; i < z.size(); ++i) {
       denominator += (z[i] - mu) * (z[i] - mu);
       if (i + 1 < z.size()) {
@@ -66,18 +52,26 @@ int lagOneAlpha(std::vector<double> z) {
     if (delta < 0.25 || d == 2) {
       return std::clamp(2 - 2 * d - static_cast<int>(std::lround(2 * delta)), -2, 2);
     }
-    z = differenced(z);
+    std::adjacent_difference(z.begin(), z.end(), z.begin());
+    z.erase(z.begin());
   }
 }
 
 double b1Expected(double n, int mu) {
-  if (mu == 0) {
-    return n * std::log(n) / (2 * (n - 1) * std::log(2.0));
-  }
-  return n * (1 - std::pow(n, mu)) / (2 * (n - 1) * (1 - std::pow(2.0, mu)));
+  return mu == 0 ? n * std::log(n) / (2 * (n - 1) * std::log(2.0))
+                 : n * (1 - std::pow(n, mu)) / (2 * (n - 1) * (1 - std::pow(2.0, mu)));
 }
 
-int referenceAlpha(const std::vector<double>& x, int64_t m);
+// The mean square of v's second differences at lag over every stride-th start (NaN for none).
+double meanSquaredSecondDifference(const std::vector<double>& v, size_t lag, size_t stride) {
+  double sum = 0;
+  int count = 0;
+  for (size_t i = 0; i + 2 * lag < v.size(); i += stride, ++count) {
+    const double d = v[i + 2 * lag] - 2 * v[i + lag] + v[i];
+    sum += d * d;
+  }
+  return sum / count;
+}
 
 int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<double>& z) {
   // Averages over whole windows, plus the last shorter one when it spans half a window.
@@ -96,14 +90,8 @@ int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<do
   }
   variance /= static_cast<double>(y.size() - 1);
   // Overlapping Allan variance from every ceil(m/16)-th start.
-  double allan = 0;
-  int starts = 0;
-  for (size_t i = 0; i + 2 * m < x.size(); i += (m + 15) / 16) {
-    const double d = x[i + 2 * m] - 2 * x[i + m] + x[i];
-    allan += d * d;
-    ++starts;
-  }
-  allan /= 2.0 * starts * static_cast<double>(m) * static_cast<double>(m);
+  const double allan = meanSquaredSecondDifference(x, m, (m + 15) / 16) /
+                       (2.0 * static_cast<double>(m) * static_cast<double>(m));
   if (!(allan > 0)) {
     return 2;
   }
@@ -123,24 +111,18 @@ int biasRatioAlpha(const std::vector<double>& x, int64_t m, const std::vector<do
   // R(n): non-overlapping modified over Allan variance, the averages summed directly.
   double modified = 0;
   int terms = 0;
-  for (size_t j = 0; j + 3 * m <= x.size(); j += m) {
+  for (size_t j = 0; j + 3 * m <= x.size(); j += m, ++terms) {
     double inner = 0;
     for (int64_t i = 0; i < m; ++i) {
       inner += x[j + i + 2 * m] - 2 * x[j + i + m] + x[j + i];
     }
     modified += (inner / m) * (inner / m);
-    ++terms;
   }
-  double second = 0;
-  int secondTerms = 0;
-  for (size_t k = 0; k + 2 < z.size(); ++k) {
-    second += (z[k + 2] - 2 * z[k + 1] + z[k]) * (z[k + 2] - 2 * z[k + 1] + z[k]);
-    ++secondTerms;
-  }
+  const double second = meanSquaredSecondDifference(z, 1, 1);
   if (terms == 0 || !(second > 0)) {
     return 2;
   }
-  const double r = (modified / terms) / (second / secondTerms);
+  const double r = (modified / terms) / second;
   const double md = static_cast<double>(m);
   const double flicker = 3 * std::log(256.0 / 27.0) / (2 * (1.038 + 3 * std::log(M_PI * md)));
   return r < std::sqrt(flicker / md) ? 2 : 1;
@@ -157,10 +139,7 @@ int referenceAlpha(const std::vector<double>& x, int64_t m) {
   if (z.size() >= 4) {
     return biasRatioAlpha(x, m, z);
   }
-  if (x.size() < 4) {
-    return 0;
-  }
-  return referenceAlpha(x, (static_cast<int64_t>(x.size()) - 1) / 3);
+  return x.size() < 4 ? 0 : referenceAlpha(x, (static_cast<int64_t>(x.size()) - 1) / 3);
 }
 
 // Greenhall & Riley 2003, eqs. 7-13, d = 2, evaluated directly in long double.
@@ -201,51 +180,29 @@ double referenceEdf(bool modified, int alpha, int64_t m, int64_t N) {
       {7.0 / 9, 0.5}, {0.997, 0.616}, {1.033, 0.607}, {1.048, 0.534}, {1.302, 0.535}};
   const double a2Table[5][2] = {
       {35.0 / 18, 1.0}, {790, 410}, {2.0 / 3, 1.0 / 3}, {0.852, 0.375}, {1.079, 0.368}};
+  // Cases 1-3: the sum directly up to 100 terms, beyond that tabulated (r > 3) or taken at 100
+  // terms (r <= 3); the Allan variance of flicker FM then normalised by b.
+  const bool flickerAllan = !modified && alpha == 1;
+  const Real b = std::pow(15.23 + 12.0 * std::log(Real(m)), 2);
+  const auto direct = [&](Real j, Real terms, Real s, Real f, bool byB) {
+    return basic(j, terms, s, f, alpha) / ((byB ? b : std::pow(sz(0, f, alpha), 2)) * terms);
+  };
+  const double* table = (modified ? a1Table : a2Table)[2 - alpha];
   Real inverse = 0;
-  if (modified) {
-    if (J <= 100) {
-      inverse = basic(J, M, S, 1, alpha) / (std::pow(sz(0, 1, alpha), 2) * M);
-    } else if (r > 3) {
-      inverse = (a1Table[2 - alpha][0] - a1Table[2 - alpha][1] / r) / r;
-    } else {
-      inverse = basic(100, 100, 100 / r, 1, alpha) / (std::pow(sz(0, 1, alpha), 2) * 100);
-    }
-  } else if (alpha <= 0) {
-    if (J <= 100) {
-      const Real f = m * 3 <= 100 ? Real(m) : inf;
-      inverse = basic(J, M, S, f, alpha) / (std::pow(sz(0, f, alpha), 2) * M);
-    } else if (r > 3) {
-      inverse = (a2Table[2 - alpha][0] - a2Table[2 - alpha][1] / r) / r;
-    } else {
-      inverse = basic(100, 100, 100 / r, inf, alpha) / (std::pow(sz(0, inf, alpha), 2) * 100);
-    }
-  } else if (alpha == 1) {
-    const Real b = std::pow(15.23 + 12.0 * std::log(Real(m)), 2);
-    if (J <= 100) {
-      inverse = basic(J, M, S, m, 1) / (std::pow(sz(0, m, 1), 2) * M);
-    } else if (r > 3) {
-      inverse = (790 - 410 / r) / (r * b);
-    } else {
-      inverse = basic(100, 100, 100 / r, 100 / r, 1) / (b * 100);
-    }
-  } else if (std::ceil(r) > 2) {
+  if (!modified && alpha == 2 && std::ceil(r) > 2) {
     inverse = (35.0L / 18 - 1 / r) / M;  // case 4, K > d
-  } else {
+  } else if (!modified && alpha == 2) {
     // Case 4, K <= d: independent samples, correlations -2/3 at lag m and 1/6 at lag 2m.
     inverse =
         (M + 2 * (std::max<Real>(0, M - m) * 4 / 9 + std::max<Real>(0, M - 2 * m) / 36)) / (M * M);
+  } else if (J <= 100) {
+    inverse = direct(J, M, S, modified ? 1 : alpha == 1 || m * 3 <= 100 ? Real(m) : inf, false);
+  } else if (r > 3) {
+    inverse = (table[0] - table[1] / r) / r / (flickerAllan ? b : 1);
+  } else {
+    inverse = direct(100, 100, 100 / r, modified ? 1 : alpha == 1 ? 100 / r : inf, flickerAllan);
   }
   return static_cast<double>(1 / inverse);
-}
-
-struct Bounds {
-  double low;
-  double high;
-};
-Bounds referenceBounds(double deviation, double edf) {
-  const boost::math::chi_squared_distribution<double> chi(edf);
-  return {deviation * std::sqrt(edf / boost::math::quantile(chi, (1 + 0.683) / 2)),
-          deviation * std::sqrt(edf / boost::math::quantile(chi, (1 - 0.683) / 2))};
 }
 
 // Checks every point of an analysis against the reference.
@@ -259,9 +216,11 @@ void expectMatchesReference(const VDStatisticAnalysis& analysis, const std::vect
     ASSERT_EQ(point.alpha, alpha) << "window " << point.windowSize;
     const double edf = referenceEdf(modified, alpha, point.windowSize, n);
     ASSERT_NEAR(point.edf / edf, 1.0, 2e-5) << "window " << point.windowSize << " alpha " << alpha;
-    const Bounds bounds = referenceBounds(point.value, point.edf);
-    ASSERT_NEAR(point.minimum, bounds.low, 1e-5 * bounds.low) << point.windowSize;
-    ASSERT_NEAR(point.maximum, bounds.high, 1e-5 * bounds.high) << point.windowSize;
+    const boost::math::chi_squared_distribution<double> chi(point.edf);
+    const double low = point.value * std::sqrt(point.edf / quantile(chi, (1 + 0.683) / 2));
+    const double high = point.value * std::sqrt(point.edf / quantile(chi, (1 - 0.683) / 2));
+    ASSERT_NEAR(point.minimum, low, 1e-5 * low) << point.windowSize;
+    ASSERT_NEAR(point.maximum, high, 1e-5 * high) << point.windowSize;
   }
 }
 
@@ -272,9 +231,7 @@ std::vector<int64_t> powerLawPhase(int alpha, int count, uint64_t seed) {
   std::normal_distribution<double> gauss(0.0, 1.0);
   const double exponent = 2.0 - alpha;  // phase spectrum f^-exponent
   std::vector<double> white(count);
-  for (double& value : white) {
-    value = gauss(generator);
-  }
+  std::generate(white.begin(), white.end(), [&] { return gauss(generator); });
   std::vector<double> coefficients(count);
   coefficients[0] = 1;
   for (int k = 1; k < count; ++k) {
@@ -318,19 +275,15 @@ TEST(AnalysisConfidence, FiveNoiseTypesAgainstThePlainLoops) {
   for (int alpha = 2; alpha >= -2; --alpha) {
     SCOPED_TRACE("generated alpha " + std::to_string(alpha));
     const std::vector<int64_t> errors = powerLawPhase(alpha, 4096, 1000 + alpha);
-    VDAllanDeviationAnalysis adev(timeErrorValues(errors));
-    adev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    VDModifiedAllanDeviationAnalysis mdev(timeErrorValues(errors));
-    mdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    VDTimeDeviationAnalysis tdev(timeErrorValues(errors));
-    tdev.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    // A long series identifies its own noise type at short windows.
-    for (int64_t window : {1, 2, 4, 8}) {
-      EXPECT_EQ(adev.points()[window - 1].alpha, alpha) << "window " << window;
+    for (const Statistic statistic : {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV}) {
+      const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
+      analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
+      // A long series identifies its own noise type at short windows.
+      for (int64_t window : {1, 2, 4, 8}) {
+        EXPECT_EQ(analysis->points()[window - 1].alpha, alpha) << "window " << window;
+      }
+      expectMatchesReference(*analysis, errors, statistic != Statistic::ADEV);
     }
-    expectMatchesReference(adev, errors, false);
-    expectMatchesReference(mdev, errors, true);
-    expectMatchesReference(tdev, errors, true);
   }
   // Flicker FM under a steady frequency drift: its second differences' mean is far from zero.
   std::vector<int64_t> drifting = powerLawPhase(-1, 4096, 999);

@@ -15,6 +15,8 @@
 
 namespace {
 
+using TestSupport::Statistic;
+
 TEST(AnalysisMasks, BuiltInLimitsMatchTheRecommendationsRows) {
   std::ifstream rows(TestSupport::sourceDir() / "tests/data/masks/breakpoints.txt");
   std::string line;
@@ -23,10 +25,9 @@ TEST(AnalysisMasks, BuiltInLimitsMatchTheRecommendationsRows) {
     if (line.empty() || line[0] == '#') {
       continue;
     }
-    std::istringstream fields(line);
     std::string id, metric, expected;
     double tau = 0;
-    fields >> id >> metric >> tau >> expected;
+    std::istringstream(line) >> id >> metric >> tau >> expected;
     const VDMask* mask = VDMaskTable::builtIn().find(id, metric);
     ASSERT_NE(mask, nullptr) << line;
     const std::optional<double> limit = mask->limitAtTau(tau);
@@ -92,19 +93,18 @@ TEST(AnalysisMasks, VerdictsPassAtTheLimitFailAboveAndNeedDataInTheDomain) {
   // 0.275 tau + 25 up to 273 s, then 100 (upper end unsure).
   const std::vector<VDMaskVerdict::CurvePoint> curve = {
       {0.05, 1000}, {1, 25.275}, {2, 20}, {300, 100}, {400, 101}, {500, 120}, {600, 1}};
-  struct Case {
+  const struct {
     double supportedTau;
     Outcome outcome;
     double value, limit, atTau;
     uint64_t exceeding, evaluated;
     double firstTau, lastTau;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {0.09, Outcome::notEvaluated, 0, 0, 0, 0, 0, 0, 0},
       {300, Outcome::pass, 25.275, 25.275, 1, 0, 3, 1, 300},
       {1e9, Outcome::fail, 120, 100, 500, 2, 6, 1, 600},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const VDMaskVerdict verdict = VDMaskVerdict::ofCurve(prtcA, curve, c.supportedTau);
     EXPECT_EQ(verdict.outcome, c.outcome) << c.supportedTau;
     EXPECT_EQ(verdict.exceeding, c.exceeding);
@@ -172,8 +172,7 @@ struct Reference {
     return largest;
   }
   // A statistic of the settled part of v by TestSupport's plain loops, in integers of unit.
-  double statistic(TestSupport::Statistic kind, const std::vector<double>& v, size_t m,
-                   double unit) const {
+  double statistic(Statistic kind, const std::vector<double>& v, size_t m, double unit) const {
     std::vector<int64_t> x;
     for (size_t i = first; i < end; ++i) {
       x.push_back(std::llround(v[i] / unit));
@@ -190,29 +189,24 @@ void expectRelative(double actual, double expected, double absolute, const std::
 TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
   std::mt19937_64 random(7);
   std::normal_distribution<double> noise(0, 3);
-  const size_t count = 1200;
-  const size_t settledFirst = 160;  // 10 s at 16 Hz
-  struct Series {
-    const char* name;
-    double (*error)(double t, double noise);
-  };
-  const Series series[] = {
+  const size_t count = 1200, settledFirst = 160;  // settled after 10 s at 16 Hz
+  // Each series' time error at t s with noise n.
+  const std::pair<std::string, double (*)(double t, double n)> series[] = {
       {"white noise", [](double, double n) { return n; }},
       {"slow wander", [](double t, double n) { return 40 * std::sin(t / 9) + 0.01 * n; }},
       {"constant offset", [](double, double) { return -17.25; }},
       {"frequency offset", [](double t, double) { return 0.5 * t - 3; }},
       {"step", [](double t, double n) { return (t < 40 ? 0.0 : 50.0) + 0.1 * n; }},
   };
-  for (const Series& s : series) {
+  for (const auto& [name, error] : series) {
     std::vector<double> times, errors;
     for (size_t i = 0; i < count; ++i) {
       // 16 Hz with jitter in the time tags.
       times.push_back(100 + i / 16.0 + 1e-4 * noise(random));
-      errors.push_back(s.error(times.back() - 100, noise(random)));
+      errors.push_back(error(times.back() - 100, noise(random)));
     }
     const Reference reference(times, errors, settledFirst);
     const VDTimeErrorMetrics metrics(times, errors, settledFirst, count);
-    const std::string name = s.name;
     for (size_t n = 0; n < count; ++n) {
       ASSERT_NEAR(metrics.lowPassed()[n], reference.y[n], 1e-9 * std::abs(reference.y[n]) + 1e-12);
     }
@@ -241,12 +235,10 @@ TEST(AnalysisMetrics, EveryMetricEqualsAPlainLoopOverItsDefinition) {
       ASSERT_EQ(mtie.size(), windows) << name;
       ASSERT_EQ(tdev.size(), windows) << name;
       for (size_t m : {size_t{1}, size_t{2}, size_t{7}, size_t{64}, windows}) {
-        expectRelative(mtie[m - 1].value,
-                       reference.statistic(TestSupport::Statistic::MTIE, v, m, 0x1p-20), 2e-6,
+        expectRelative(mtie[m - 1].value, reference.statistic(Statistic::MTIE, v, m, 0x1p-20), 2e-6,
                        name + " MTIE " + std::to_string(m));
         expectRelative(mtie[m - 1].tau, m * tau0, 1e-9, name + " tau");
-        expectRelative(tdev[m - 1].value,
-                       reference.statistic(TestSupport::Statistic::TDEV, v, m, 1e-3), 1e-3,
+        expectRelative(tdev[m - 1].value, reference.statistic(Statistic::TDEV, v, m, 1e-3), 1e-3,
                        name + " TDEV " + std::to_string(m));
       }
     }

@@ -17,6 +17,7 @@
 
 namespace {
 
+using TestSupport::reference;
 using TestSupport::Statistic;
 using TestSupport::timeErrorValues;
 constexpr Statistic kDeviations[] = {Statistic::ADEV, Statistic::MDEV, Statistic::TDEV,
@@ -28,14 +29,10 @@ struct Noise {
   double white, walk, frequencyWalk, slope;
   bool spiky;
 };
-constexpr Noise kWhite{40, 0, 0, 0, false}, kRandomWalk{0, 5, 0, 0, false},
-    kRandomWalkFrequency{10, 0, 0.3, 0, false};
-constexpr Noise kNoises[] = {kWhite,
-                             kRandomWalk,
-                             kRandomWalkFrequency,
-                             {15, 0, 0, -731, false},
-                             {0, 0, 0, 250, false},
-                             {1, 0, 0, 0, true}};
+constexpr Noise kNoises[] = {{40, 0, 0, 0, false},    {0, 5, 0, 0, false},   {10, 0, 0.3, 0, false},
+                             {15, 0, 0, -731, false}, {0, 0, 0, 250, false}, {1, 0, 0, 0, true}};
+constexpr const Noise &kWhite = kNoises[0], &kRandomWalk = kNoises[1],
+                      &kRandomWalkFrequency = kNoises[2];
 
 std::vector<int64_t> noise(const Noise& kind, int64_t count, int64_t offset, uint64_t seed) {
   std::mt19937_64 generator(seed);
@@ -51,34 +48,25 @@ std::vector<int64_t> noise(const Noise& kind, int64_t count, int64_t offset, uin
   return errors;
 }
 
-// Values interval ns apart (1 s unless told), the first at an arbitrary time.
-std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors,
-                                       uint64_t interval = 1000000000ull) {
-  return TestSupport::timeErrorValues(errors, interval, 1600000000000000000ull);
+// Values 1 s apart, the first at an arbitrary time.
+std::vector<VDTimeErrorValue> valuesOf(const std::vector<int64_t>& errors) {
+  return TestSupport::timeErrorValues(errors, 1000000000, 1600000000000000000ull);
 }
 
-// The reference value of a point, in the analysis's unit.
-long double expectedValue(Statistic statistic, const std::vector<int64_t>& x,
-                          const VDStatisticPoint& point) {
-  const long double value = TestSupport::reference(statistic, x, point.windowSize).value;
-  return statistic == Statistic::ADEV || statistic == Statistic::MDEV ? value * 1e-9L / point.tau
-                                                                      : value;
-}
-
+// Within 1e-9 relative (exactly 0 for 0).
 void expectRelativelyNear(double actual, long double expected, const std::string& where) {
-  if (expected == 0) {
-    EXPECT_EQ(actual, 0.0) << where;
-  } else {
-    EXPECT_LE(std::fabs((actual - expected) / expected), 1e-9L)
-        << where << ": " << actual << " vs " << static_cast<double>(expected);
-  }
+  EXPECT_LE(std::fabs(actual - expected), 1e-9L * std::fabs(expected))
+      << where << ": " << actual << " vs " << static_cast<double>(expected);
 }
 
-// The windows start, start+step, ... of the run, each with its reference value and term count.
+// The windows 1, 1+step, ... of the run, each with its tau, reference value and term count; the
+// values interval ns apart from start (an arbitrary time unless told), tau0 s.
 void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int64_t step,
-                   const std::string& label) {
+                   const std::string& label, uint64_t interval = 1000000000ull,
+                   uint64_t start = 1600000000000000000ull, double tau0 = 1.0) {
   const auto n = static_cast<int64_t>(errors.size());
-  const auto analysis = TestSupport::analysisOf(statistic, valuesOf(errors));
+  const auto analysis =
+      TestSupport::analysisOf(statistic, TestSupport::timeErrorValues(errors, interval, start));
   analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, step);
   const std::vector<VDStatisticPoint>& points = analysis->points();
   ASSERT_EQ(static_cast<int64_t>(points.size()),
@@ -88,14 +76,16 @@ void expectMatches(Statistic statistic, const std::vector<int64_t>& errors, int6
     const VDStatisticPoint& point = points[i];
     const std::string where = label + " m=" + std::to_string(point.windowSize);
     ASSERT_EQ(point.windowSize, 1 + static_cast<int64_t>(i) * step) << where;
-    EXPECT_EQ(point.tau, static_cast<double>(point.windowSize)) << where;
-    EXPECT_EQ(point.termCount, TestSupport::reference(statistic, errors, point.windowSize).terms)
-        << where;
-    expectRelativelyNear(point.value, expectedValue(statistic, errors, point), where);
+    EXPECT_EQ(point.tau, tau0 * static_cast<double>(point.windowSize)) << where;
+    const TestSupport::Reference expected = reference(statistic, errors, point.windowSize);
+    EXPECT_EQ(point.termCount, expected.terms) << where;
+    // ADEV and MDEV in the analysis's unit.
+    const bool perTau = statistic == Statistic::ADEV || statistic == Statistic::MDEV;
+    expectRelativelyNear(point.value, expected.value * (perTau ? 1e-9L / point.tau : 1), where);
   }
 }
 
-TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) {
+TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindowAndTau) {
   uint64_t seed = 1;
   // Series of kinds of noise and lengths (odd and even put the last window on both sides of N/3
   // and (N-1)/2); more than 2048 terms per window (the sums are built from chunks); phases of
@@ -116,6 +106,21 @@ TEST(AnalysisStatistics, DeviationsAndRmsTieMatchTheirDefinitionsAtEveryWindow) 
     }
     expectMatches(statistic, noise(kRandomWalkFrequency, 5003, 123456789, 7), 97, name + " long");
     expectMatches(statistic, large, 1, name + " large");
+  }
+  // Tau follows the timestamps. 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is
+  // 1.0000000000000002). 125 ms apart, starting before the epoch (the timestamps arrive wrapped):
+  // tau0 is 0.125 s. One timestamp for all, or running backwards: no usable interval, tau0 is 1 s.
+  const std::vector<int64_t> errors = noise(kWhite, 1001, 0, 8);
+  const struct {
+    Statistic statistic;
+    uint64_t interval, start;
+    double tau0;
+  } cases[] = {{Statistic::RMSTIE, 1000000000, 0, 1.0},
+               {Statistic::ADEV, 125000000, static_cast<uint64_t>(-1000000000), 0.125},
+               {Statistic::TDEV, 0, 1, 1.0},
+               {Statistic::TDEV, static_cast<uint64_t>(-1000), 1600000000000000000ull, 1.0}};
+  for (const auto& c : cases) {
+    expectMatches(c.statistic, errors, 1, "tau0", c.interval, c.start, c.tau0);
   }
 }
 
@@ -157,51 +162,19 @@ TEST(AnalysisStatistics, MtieMatchesEveryWindowOnAllKindsOfData) {
   expectMtieMatches(std::vector<int64_t>(600, -42), "constant");
   expectMtieMatches(noise(kWhite, 9, 0, 5), "short");
   const std::vector<int64_t> extremes = {0, INT64_MAX, INT64_MIN, 5, INT64_MIN, INT64_MAX};
-  expectMtieMatches(extremes, "extremes");
-  VDMaximumTimeIntervalErrorAnalysis widest(valuesOf(extremes));
-  widest.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-  EXPECT_EQ(widest.mtie().front().value, 18446744073709551615.0);  // 2^64 - 1, rounded
+  expectMtieMatches(extremes, "extremes");  // MTIE up to 2^64 - 1 (rounded to a double)
 
   // A dip and a peak d samples apart are seen together by one window of size d only. Put such
   // pairs where blocks of starts (256) and segments of windows (64) begin and end, and next to
   // a larger pair two samples wider, so the only window that sees a pair is easy to lose.
   for (int64_t distance : {63, 64, 65, 66, 129, 255, 256, 257, 321}) {
     for (int64_t dipAt : {0, 256, 257, 511}) {
-      std::vector<int64_t> errors = noise(kWhite, 1400, 0, distance + dipAt);
-      for (int64_t& error : errors) {
-        error /= 10;
-      }
+      std::vector<int64_t> errors = noise({4, 0, 0, 0, false}, 1400, 0, distance + dipAt);
       errors[dipAt] = -700;
       errors[dipAt + distance] = 800;
       errors[900] = -1000;
       errors[900 + distance + 2] = 1000;
       expectMtieMatches(errors, "pair " + std::to_string(dipAt) + "+" + std::to_string(distance));
-    }
-  }
-}
-
-TEST(AnalysisStatistics, TauFollowsTheTimestamps) {
-  // 1 s apart: tau is m s exactly (1000e9 ns * 1e-9 / 1000 is 1.0000000000000002). 125 ms apart,
-  // starting before the epoch (the timestamps arrive wrapped): tau0 is 0.125 s. One timestamp for
-  // all, or running backwards: no usable interval, tau0 is 1 s.
-  const std::vector<int64_t> errors = noise(kWhite, 1001, 0, 8);
-  const struct {
-    Statistic statistic;
-    uint64_t interval, start;
-    double tau0;
-  } cases[] = {{Statistic::RMSTIE, 1000000000, 0, 1.0},
-               {Statistic::ADEV, 125000000, static_cast<uint64_t>(-1000000000), 0.125},
-               {Statistic::TDEV, 0, 1, 1.0},
-               {Statistic::TDEV, static_cast<uint64_t>(-1000), 1600000000000000000ull, 1.0}};
-  for (const auto& c : cases) {
-    const auto analysis = TestSupport::analysisOf(
-        c.statistic, TestSupport::timeErrorValues(errors, c.interval, c.start));
-    analysis->performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-    ASSERT_EQ(static_cast<int64_t>(analysis->points().size()),
-              TestSupport::largestWindow(c.statistic, 1001));
-    for (const VDStatisticPoint& point : analysis->points()) {
-      EXPECT_EQ(point.tau, c.tau0 * static_cast<double>(point.windowSize)) << point.windowSize;
-      expectRelativelyNear(point.value, expectedValue(c.statistic, errors, point), "tau0");
     }
   }
 }
@@ -241,6 +214,7 @@ TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
     for (Statistic statistic : TestSupport::kStatistics) {
       const auto analysis = TestSupport::analysisOf(
           statistic, valuesOf({errors.begin(), errors.begin() + c.samples}));
+      analysis->performAnalysisFromStartWindowSize(1, 5, 1);  // replaced by the next run
       analysis->performAnalysisFromStartWindowSize(c.start, c.end, c.step);
       for (const VDStatisticPoint& point : analysis->points()) {
         windows.push_back(point.windowSize);
@@ -249,17 +223,11 @@ TEST(AnalysisStatistics, WindowRangesAreClampedSteppedAndNeverOverflow) {
     }
     EXPECT_EQ(windows, c.windows) << c.start << " " << c.end << " " << c.step;
   }
-  // A second run replaces the first.
-  VDRootMeanSquaredTimeIntervalErrorAnalysis rms(valuesOf(errors));
-  rms.performAnalysisFromStartWindowSize(1, 5, 1);
-  rms.performAnalysisFromStartWindowSize(7, 8, 1);
-  ASSERT_EQ(rms.points().size(), 2u);
-  EXPECT_EQ(rms.points()[0].windowSize, 7);
 }
 
 // Each export against its section of tests/data/expected/analysis-exports.txt (doubles in their
-// shortest form that reads back unchanged).
-TEST(AnalysisExport, FilesHoldTheirExactText) {
+// shortest form that reads back unchanged); to a missing directory, a file or no name, false.
+TEST(AnalysisExport, FilesHoldTheirExactTextOrTheExportGivesFalse) {
   TestSupport::TempDir dir;
   std::string text;
   const auto append = [&](const std::string& name, bool written) {
@@ -305,10 +273,6 @@ TEST(AnalysisExport, FilesHoldTheirExactText) {
                                                             row.end, row.step));
   }
   EXPECT_EQ(text, TestSupport::expected("analysis-exports.txt"));
-}
-
-TEST(AnalysisExport, AnUnwritableTargetGivesFalse) {
-  TestSupport::TempDir dir;
   TestSupport::writeFile(dir / "file", "x");
   const VDTimeErrorSequence sequence({{1, 2}});
   EXPECT_FALSE(sequence.exportTimeErrorsToDirectoryURL(dir / "missing", "t.csv"));
@@ -320,9 +284,8 @@ TEST(AnalysisExport, AnUnwritableTargetGivesFalse) {
 }
 
 // The rows a run hands to its plots, reduced where the values are, draw as every row would: the
-// script's own reduction (numpy) keeps the same rows of both, and the count it picks the legend by
-// stays on the same side of the rasterising limit. Curves with ties, values a log axis cannot show,
-// and x that does not rise.
+// script's own reduction (numpy) keeps the same rows of both, and the count that picks the legend
+// stays on the same side of the rasterising limit. Ties, values no log axis shows, x not rising.
 TEST(AnalysisScripts, RowsHandedToAPlotRunDrawAsEveryRow) {
   const struct {
     int count;
@@ -376,13 +339,23 @@ def check(name, logAxes):
 
 // ---- The fast paths behind the statistics ------------------------------------------------
 
+// The values of a statistic of errors over the windows start, start + step, ... up to end.
+std::vector<double> analysed(Statistic statistic, const std::vector<int64_t>& errors, int64_t start,
+                             int64_t end, int64_t step) {
+  const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
+  analysis->performAnalysisFromStartWindowSize(start, end, step);
+  std::vector<double> values;
+  for (const VDStatisticPoint& point : analysis->points()) {
+    values.push_back(point.value);
+  }
+  return values;
+}
+
 std::vector<int64_t> randomIntegers(size_t count, int64_t magnitude, uint64_t seed) {
   std::mt19937_64 generator(seed);
   std::uniform_int_distribution<int64_t> uniform(-magnitude, magnitude);
   std::vector<int64_t> values(count);
-  for (int64_t& value : values) {
-    value = uniform(generator);
-  }
+  std::generate(values.begin(), values.end(), [&] { return uniform(generator); });
   return values;
 }
 
@@ -449,106 +422,84 @@ __int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t
   return sum;
 }
 
-TEST(AnalysisFastSums, RmsTieIsTheExactSumRoundedOnce) {
-  // 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum would round.
-  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
-  VDRootMeanSquaredTimeIntervalErrorAnalysis analysis(timeErrorValues(errors));
-  analysis.performAnalysisFromStartWindowSize(1, INT64_MAX, 1);
-  ASSERT_EQ(analysis.points().size(), errors.size() - 1);
-  for (const VDStatisticPoint& point : analysis.points()) {
-    const auto m = static_cast<size_t>(point.windowSize);
-    const __int128 exact = bruteForceSumOfSquares(errors, 1, m);
-    const auto terms = static_cast<double>(errors.size() - m);
-    ASSERT_EQ(point.value, std::sqrt(static_cast<double>(exact) / terms)) << "m=" << m;
-  }
-}
-
 // Sums of squared differences of orders 1 to 3 equal the sums in 128 bits, rounded once: by
 // transforms up to 2^34 (lengths just past a multiple of the 2048-value block, more than 8192 lags
 // reported in parts), split into halves up to 2^45; from 2^62 on, summed by tiles, bit for bit as
 // one lag at a time. Lags from 1, stepped, and short only (under a sixteenth of the series: by
-// blocks, not one transform).
-TEST(AnalysisFastSums, SumsOfSquaresAreTheExactSumsRoundedOnce) {
+// blocks, not one transform). RMS TIE takes its sums so.
+TEST(AnalysisFastSums, SumsOfSquaresAndRmsTieAreTheExactSumsRoundedOnce) {
   std::vector<int64_t> atTheTop = randomIntegers(1500, int64_t{1} << 40, 6);
   for (int64_t& value : atTheTop) {
     value += int64_t{1} << 62;
   }
   const std::vector<int64_t> halves = randomIntegers(6000, int64_t{1} << 45, 5);
-  const struct {
-    std::vector<int64_t> u;
-    int order;
-    uint64_t every;  // lags checked, beside those around a report and the last
-    bool inParts;    // reported at 0 and every 8192 lags, else as tiles finish
-  } rows[] = {{randomIntegers(20500, int64_t{1} << 34, 11), 1, 97, true},
-              {randomIntegers(20500, int64_t{1} << 34, 12), 2, 97, true},
-              {randomIntegers(26700, int64_t{1} << 34, 13), 3, 97, true},
-              {halves, 1, 37, false},
-              {halves, 2, 37, false},
-              {halves, 3, 37, false},
-              {atTheTop, 1, 1, false},
-              {atTheTop, 2, 1, false},
-              {atTheTop, 3, 1, false}};
-  for (const auto& [u, order, every, inParts] : rows) {
-    const VDLaggedDifferenceSums sums(u, order);
-    const auto count = static_cast<int64_t>(u.size());
-    const std::string where = "order " + std::to_string(order) + " N=" + std::to_string(count);
-    // No lag before 0 and no start before the first: nothing to sum.
-    for (const auto& [lag, starts] : {std::pair<int64_t, int64_t>{-1, 10}, {3, 0}, {3, -5}}) {
-      EXPECT_EQ(sums.sumOfSquares(lag, starts), 0.0) << where;
-    }
-    for (const auto& [first, last, step] : {std::tuple<int64_t, int64_t, int64_t>{1, INT64_MAX, 1},
-                                            {5, INT64_MAX, 611},
-                                            {300, INT64_MAX, 7},
-                                            {1, count / (20 * order), 1}}) {
-      const VDWindowRange lags = VDWindowRange::clamped(first, last, step, 1, (count - 1) / order);
-      std::vector<uint64_t> reports;
-      const std::vector<double> exact =
-          sums.sumsOfSquares(lags, [&](uint64_t done) { reports.push_back(done); });
-      ASSERT_EQ(exact.size(), lags.count());
-      ASSERT_FALSE(reports.empty());
-      EXPECT_EQ(reports.back(), lags.count()) << where;
-      for (size_t k = 1; k < reports.size(); ++k) {
-        EXPECT_EQ(reports[k], inParts ? std::min(8192 * k, lags.count()) : reports[k]) << where;
-        EXPECT_GT(reports[k], reports[k - 1]) << where;
+  for (int order = 1; order <= 3; ++order) {
+    // Lags checked every `every` (beside those around a report and the last), reported in parts
+    // (at 0 and every 8192 lags) or else as tiles finish.
+    const std::tuple<std::vector<int64_t>, uint64_t, bool> rows[] = {
+        {randomIntegers(order < 3 ? 20500 : 26700, int64_t{1} << 34, 10 + order), 97, true},
+        {halves, 37, false},
+        {atTheTop, 1, false}};
+    for (const auto& [u, every, inParts] : rows) {
+      const VDLaggedDifferenceSums sums(u, order);
+      const auto count = static_cast<int64_t>(u.size());
+      const std::string where = "order " + std::to_string(order) + " N=" + std::to_string(count);
+      // No lag before 0 and no start before the first: nothing to sum.
+      for (const auto& [lag, starts] : {std::pair<int64_t, int64_t>{-1, 10}, {3, 0}, {3, -5}}) {
+        EXPECT_EQ(sums.sumOfSquares(lag, starts), 0.0) << where;
       }
-      EXPECT_TRUE(!inParts || reports.front() == 0) << where;
-      for (uint64_t index = 0; index < lags.count(); ++index) {
-        const auto m = static_cast<size_t>(lags.at(index));
-        if (index % every == 0 || index % 8192 < 2 || index % 8192 > 8189 ||
-            index + 1 == lags.count()) {
-          ASSERT_EQ(exact[index],
-                    u.front() > (int64_t{1} << 61)
-                        ? sums.sumOfSquares(lags.at(index), count - order * lags.at(index))
-                        : static_cast<double>(bruteForceSumOfSquares(u, order, m)))
-              << where << " lag " << m;
+      const int64_t lagRanges[][3] = {{1, INT64_MAX, 1},
+                                      {5, INT64_MAX, 611},
+                                      {300, INT64_MAX, 7},
+                                      {1, count / (20 * order), 1}};
+      for (const auto& [first, last, step] : lagRanges) {
+        const VDWindowRange lags =
+            VDWindowRange::clamped(first, last, step, 1, (count - 1) / order);
+        std::vector<uint64_t> reports;
+        const std::vector<double> exact =
+            sums.sumsOfSquares(lags, [&](uint64_t done) { reports.push_back(done); });
+        ASSERT_EQ(exact.size(), lags.count());
+        ASSERT_FALSE(reports.empty());
+        EXPECT_EQ(reports.back(), lags.count()) << where;
+        for (size_t k = 1; k < reports.size(); ++k) {
+          EXPECT_EQ(reports[k], inParts ? std::min(8192 * k, lags.count()) : reports[k]) << where;
+          EXPECT_GT(reports[k], reports[k - 1]) << where;
+        }
+        EXPECT_TRUE(!inParts || reports.front() == 0) << where;
+        for (uint64_t index = 0; index < lags.count(); ++index) {
+          const auto m = static_cast<size_t>(lags.at(index));
+          if (index % every == 0 || index % 8192 < 2 || index % 8192 > 8189 ||
+              index + 1 == lags.count()) {
+            ASSERT_EQ(exact[index],
+                      u.front() > (int64_t{1} << 61)
+                          ? sums.sumOfSquares(lags.at(index), count - order * lags.at(index))
+                          : static_cast<double>(bruteForceSumOfSquares(u, order, m)))
+                << where << " lag " << m;
+          }
         }
       }
     }
   }
-}
-
-// The values of a statistic of errors over the windows start, start + step, ... up to end.
-std::vector<double> analysed(TestSupport::Statistic statistic, const std::vector<int64_t>& errors,
-                             int64_t start, int64_t end, int64_t step) {
-  const auto analysis = TestSupport::analysisOf(statistic, timeErrorValues(errors));
-  analysis->performAnalysisFromStartWindowSize(start, end, step);
-  std::vector<double> values;
-  for (const VDStatisticPoint& point : analysis->points()) {
-    values.push_back(point.value);
+  // RMS TIE, 5000 samples drifting 40 us a sample: squares beyond 2^53, where a double sum rounds.
+  const std::vector<int64_t> errors = wanderingPhase(5000, 4, 40000.0);
+  const std::vector<double> rms = analysed(Statistic::RMSTIE, errors, 1, INT64_MAX, 1);
+  ASSERT_EQ(rms.size(), errors.size() - 1);
+  for (size_t m = 1; m < errors.size(); ++m) {
+    const auto exact = static_cast<double>(bruteForceSumOfSquares(errors, 1, m));
+    ASSERT_EQ(rms[m - 1], std::sqrt(exact / static_cast<double>(errors.size() - m))) << "m=" << m;
   }
-  return values;
 }
 
 TEST(AnalysisFastSums, TimeDeviationAfterModifiedAllanDeviationGivesItsOwnValues) {
-  using S = TestSupport::Statistic;
+  using S = Statistic;
   const std::vector<int64_t> first = wanderingPhase(3000, 7), second = wanderingPhase(3000, 8);
   // TDEV of first over windows 5, 7, ... 999: alone (the sums kept are of other data), then after
   // MDEV of the same series over the same windows (as the processor runs them, reusing its sums),
   // of other data, or over windows that differ in start, end or step alone (no stale sums).
   analysed(S::MDEV, second, 5, 999, 2);
   const std::vector<double> alone = analysed(S::TDEV, first, 5, 999, 2);
-  expectRelativelyNear(alone.front(), TestSupport::reference(S::TDEV, first, 5).value, "m=5");
-  expectRelativelyNear(alone.back(), TestSupport::reference(S::TDEV, first, 999).value, "m=999");
+  expectRelativelyNear(alone.front(), reference(S::TDEV, first, 5).value, "m=5");
+  expectRelativelyNear(alone.back(), reference(S::TDEV, first, 999).value, "m=999");
   const struct {
     const std::vector<int64_t>* errors;
     int64_t start, end, step;
@@ -590,15 +541,14 @@ class RecordingObserver : public VDAnalysisProgress {
 };
 
 TEST(AnalysisFastSums, EveryStatisticReportsItsProgressToTheObserver) {
-  using S = TestSupport::Statistic;
   // Each statistic's windows of 3001 samples, all done at the end; MTIE finishes every window at
   // once and reports nothing between.
-  const std::pair<S, std::string> rows[] = {
-      {S::ADEV, "start ADEV 1500\nend 1500 1.000000\n"},
-      {S::MDEV, "start MDEV 1000\nend 1000 1.000000\n"},
-      {S::TDEV, "start TDEV 1000\nend 1000 1.000000\n"},
-      {S::RMSTIE, "start RMS TIE 3000\nend 3000 1.000000\n"},
-      {S::MTIE, "start MTIE 3000\nend 0 0.000000\n"},
+  const std::pair<Statistic, std::string> rows[] = {
+      {Statistic::ADEV, "start ADEV 1500\nend 1500 1.000000\n"},
+      {Statistic::MDEV, "start MDEV 1000\nend 1000 1.000000\n"},
+      {Statistic::TDEV, "start TDEV 1000\nend 1000 1.000000\n"},
+      {Statistic::RMSTIE, "start RMS TIE 3000\nend 3000 1.000000\n"},
+      {Statistic::MTIE, "start MTIE 3000\nend 0 0.000000\n"},
   };
   for (const auto& [statistic, events] : rows) {
     const auto analysis =

@@ -2,8 +2,8 @@
 // harness and VDP_FUZZ_TOOL, _AUDIO or _STATISTICS the parts it links (README "Fuzzing"). Each
 // aborts on a broken rule. lines: bytes as a recorded file, through the line reader, every line
 // grammar and the text scanner. options: command lines for every analyser's initialiser. audio:
-// bytes as an audio file. statistics: the five statistics of a short series against TestSupport's
-// direct formulas. seeds (not a harness): writes the audio harness's seed corpus.
+// bytes as an audio file (seeds in tests/fuzz/seeds). statistics: the five statistics of a short
+// series against TestSupport's direct formulas.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -33,7 +33,6 @@
 #endif
 #ifdef VDP_FUZZ_AUDIO
 #include "AudioFileReader.h"
-#include "AudioFileWriter.h"
 #endif
 #ifdef VDP_FUZZ_STATISTICS
 #include <fuzzer/FuzzedDataProvider.h>
@@ -150,9 +149,7 @@ std::unique_ptr<VDPAnalyser> make(const std::vector<std::string>& arguments) {
     return 0;
   }
   // Laid out afresh for every input: an initialiser may have added directories.
-  for (const fs::directory_entry& entry : fs::directory_iterator(scratch.root)) {
-    fs::remove_all(entry.path());
-  }
+  fs::remove_all(scratch.root);
   fs::create_directories(scratch.root / "work");
   fs::create_directory(scratch.root / "home");
   std::fclose(std::fopen((scratch.root / "work" / "d").c_str(), "w"));
@@ -285,49 +282,6 @@ int32_t readAudio(AudioFileReaderRef reader, std::vector<float>& buffer, uint32_
 
 }  // namespace
 
-#ifdef VDP_FUZZ_SEEDS
-// A short recording in every container and encoding the audio layer writes.
-int main(int argc, char** argv) {
-  if (argc != 2) {
-    std::fprintf(stderr, "usage: %s directory\n", argv[0]);
-    return 2;
-  }
-  const fs::path directory = argv[1];
-  fs::create_directories(directory);
-  const struct {
-    const char* name;
-    AudioFileWriterFormat format;
-  } seeds[] = {
-      {"pcm16.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1}},
-      {"float.wav", {AudioFileContainer::WAV, AudioSampleEncoding::Float32, 8000, 2}},
-      {"pcm24.aiff", {AudioFileContainer::AIFF, AudioSampleEncoding::PCM24, 8000, 2}},
-      {"pcm16.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 8000, 1}},
-      {"pcm24.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM24, 8000, 2}},
-      {"double.caf", {AudioFileContainer::CAF, AudioSampleEncoding::Float64, 8000, 1}},
-      {"pcm32.w64", {AudioFileContainer::W64, AudioSampleEncoding::PCM32, 8000, 1}},
-      {"pcm16.rf64", {AudioFileContainer::RF64, AudioSampleEncoding::PCM16, 8000, 1}},
-      {"vorbis.ogg", {AudioFileContainer::Ogg, AudioSampleEncoding::Vorbis, 8000, 1}},
-      {"opus.opus", {AudioFileContainer::Ogg, AudioSampleEncoding::Opus, 8000, 1}},
-      {"layer3.mp3", {AudioFileContainer::MPEG, AudioSampleEncoding::MPEGLayer3, 8000, 1}},
-  };
-  int failures = 0;
-  for (const auto& seed : seeds) {
-    std::vector<float> samples(1200 * seed.format.channels);
-    for (size_t i = 0; i < samples.size(); ++i) {
-      samples[i] = 0.5f * static_cast<float>(std::sin(0.05 * (i / seed.format.channels)));
-    }
-    AudioFileWriterRef writer = nullptr;
-    if (AudioFileWriterCreate(directory / seed.name, seed.format, &writer) != 0 ||
-        AudioFileWriterWrite(writer, samples.data(), 1200) != 0 ||
-        AudioFileWriterDispose(writer) != 0) {
-      std::fprintf(stderr, "could not write %s\n", seed.name);
-      ++failures;
-    }
-  }
-  return failures == 0 ? 0 : 1;
-}
-#else
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   return VDP_FUZZ_HARNESS(data, size);
 }
-#endif
