@@ -12,6 +12,9 @@
 namespace {
 
 using TestSupport::TempDir;
+constexpr uint32_t kPCM = kAudioFormatLinearPCM;
+constexpr uint32_t kInt = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+constexpr uint32_t kFloat = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
 
 // Samples k / 32768 with |k| <= 16384 survive the trip through 16-bit, 24-bit, 32-bit and float
 // files exactly, and so do their channel averages.
@@ -70,12 +73,16 @@ int32_t setClientFormat(AudioFileReaderRef reader, const StreamFormat& format) {
                                     sizeof format, &format);
 }
 
-// One read of up to frames frames into out; returns the status, sets delivered.
+// One read of up to frames frames into out; returns the status, sets delivered. A read that
+// succeeds sets the buffer's byte size to what it delivered.
 int32_t readFrames(AudioFileReaderRef reader, uint32_t frames, float* out, uint32_t* delivered,
                    uint32_t byteSize = UINT32_MAX) {
   AudioBufferList list{1, {{1, byteSize == UINT32_MAX ? frames * 4 : byteSize, out}}};
   *delivered = frames;
-  return AudioFileReaderRead(reader, delivered, &list);
+  const int32_t status = AudioFileReaderRead(reader, delivered, &list);
+  EXPECT_TRUE(status != kAudioFileReaderNoError ||
+              list.mBuffers[0].mDataByteSize == *delivered * 4);
+  return status;
 }
 
 // Every frame of path in one read. Exactly the length the reader reports arrives, and the last
@@ -129,8 +136,6 @@ double bestCorrelation(const std::vector<float>& written, uint32_t channels,
 // lossy codecs, on a 440 Hz tone); cut in half, what is left is what the length says (a cut Ogg
 // Opus file may not open at all).
 TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
-  constexpr uint32_t kInt = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
-  constexpr uint32_t kFloat = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
   using C = AudioFileContainer;
   using E = AudioSampleEncoding;
   const struct {
@@ -171,15 +176,8 @@ TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
     EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
     // Linear PCM in packed frames, one a packet.
     const uint32_t bytes = c.bits / 8 * c.channels;
-    const StreamFormat expected{static_cast<double>(c.sampleRate),
-                                kAudioFormatLinearPCM,
-                                c.flags,
-                                bytes,
-                                1,
-                                bytes,
-                                c.channels,
-                                c.bits,
-                                0};
+    const double rate = c.sampleRate;
+    const StreamFormat expected{rate, kPCM, c.flags, bytes, 1, bytes, c.channels, c.bits, 0};
     EXPECT_EQ(std::memcmp(&format, &expected, sizeof format), 0);
     const std::vector<float> decoded = readWhole(dir / c.name, !c.lossy);
     if (c.lossy) {
@@ -226,11 +224,10 @@ TEST(AudioFileReader, SeeksByFrameAndReadsShortAtTheEnd) {
   for (const auto& read : reads) {
     ASSERT_EQ(read.seek < 0 ? 0 : AudioFileReaderSeek(reader, read.seek), kAudioFileReaderNoError);
     std::vector<float> out(read.frames + 1, -9.0f);
-    AudioBufferList list{1, {{1, read.byteSize, out.data()}}};
-    uint32_t delivered = read.frames;
-    ASSERT_EQ(AudioFileReaderRead(reader, &delivered, &list), kAudioFileReaderNoError);
+    uint32_t delivered = 0;
+    ASSERT_EQ(readFrames(reader, read.frames, out.data(), &delivered, read.byteSize),
+              kAudioFileReaderNoError);
     EXPECT_EQ(delivered, read.delivered) << read.seek << " " << read.frames;
-    EXPECT_EQ(list.mBuffers[0].mDataByteSize, delivered * 4);
     EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + delivered),
               std::vector<float>(mono.begin() + read.from, mono.begin() + read.from + delivered));
     EXPECT_EQ(out[delivered], -9.0f);
@@ -286,8 +283,8 @@ TEST(AudioFileReader, RefusesWhatIsNotAudioAndReadsWhatACutFileHolds) {
   EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
 }
 
-// Each call's status in turn on one file: before a client format is set, refusing any but one
-// channel of 32-bit floats at the file's own rate, then with one.
+// Each call's status in turn on one file: refusing any client format but one channel of 32-bit
+// floats at the file's own rate, before one is set, then with one.
 TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus) {
   TempDir dir;
   writeRecording(dir / "m.aiff", {AudioFileContainer::AIFF, AudioSampleEncoding::PCM16, 8000, 1},
@@ -295,22 +292,20 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus
   AudioFileReaderRef reader = nullptr;
   ASSERT_EQ(AudioFileReaderOpen(dir / "m.aiff", &reader), kAudioFileReaderNoError);
   using P = AudioFileReaderProperty;
-  constexpr uint32_t kPCM = kAudioFormatLinearPCM;
-  constexpr uint32_t kInteger = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
   // Rate, format, flags, bytes per packet, frames per packet, bytes per frame, channels, bits.
-  const StreamFormat client = clientFormat(8000),
-                     refused[] = {{48000, kPCM, 0x31, 4, 1, 4, 1, 32, 0},
-                                  {8000.0001, kPCM, 0x31, 4, 1, 4, 1, 32, 0},
-                                  {8000, kPCM, kInteger, 4, 1, 4, 1, 32, 0},
-                                  {8000, kPCM, kInteger, 2, 1, 2, 1, 16, 0},
-                                  {8000, kPCM, 0x31, 8, 1, 8, 2, 32, 0},
-                                  {8000, kPCM, 0x31, 8, 1, 8, 1, 64, 0},
-                                  {8000, kPCM, 0x33, 4, 1, 4, 1, 32, 0},
-                                  {8000, 0x61616320, 0x31, 4, 1, 4, 1, 32, 0},
-                                  {8000, kPCM, 0x31, 4, 2, 4, 1, 32, 0}};
+  const StreamFormat refused[] = {
+      {48000, kPCM, 0x31, 4, 1, 4, 1, 32, 0}, {8000.0001, kPCM, 0x31, 4, 1, 4, 1, 32, 0},
+      {8000, kPCM, kInt, 4, 1, 4, 1, 32, 0},  {8000, kPCM, kInt, 2, 1, 2, 1, 16, 0},
+      {8000, kPCM, 0x31, 8, 1, 8, 2, 32, 0},  {8000, kPCM, 0x31, 8, 1, 8, 1, 64, 0},
+      {8000, kPCM, 0x33, 4, 1, 4, 1, 32, 0},  {8000, 0x61616320, 0x31, 4, 1, 4, 1, 32, 0},
+      {8000, kPCM, 0x31, 4, 2, 4, 1, 32, 0}};
+  for (const StreamFormat& refusal : refused) {
+    EXPECT_EQ(setClientFormat(reader, refusal), kAudioFileReaderErrorUnsupportedClientFormat)
+        << "refusal " << &refusal - refused;
+  }
   // Float with the packed flag instead of aligned-high is the same layout.
-  const StreamFormat packed{
-      8000, kPCM, kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked, 4, 1, 4, 1, 32, 0};
+  const StreamFormat client = clientFormat(8000);
+  const StreamFormat packed{8000, kPCM, kFloat, 4, 1, 4, 1, 32, 0};
   StreamFormat format{};
   int64_t frames = 0;
   uint32_t size39 = 39, size40 = 40, count = 4, none = 0;
@@ -333,7 +328,7 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus
   const auto read = [&](uint32_t* frameCount, AudioBufferList* list) {
     return [=] { return AudioFileReaderRead(reader, frameCount, list); };
   };
-  std::vector<std::pair<std::function<int32_t()>, int32_t>> rows = {
+  const std::pair<std::function<int32_t()>, int32_t> rows[] = {
       {[] { return AudioFileReaderGetProperty(nullptr, P::FileDataFormat, nullptr, nullptr); },
        kAudioFileReaderErrorInvalidReader},
       {[] { return AudioFileReaderSetProperty(nullptr, P::ClientDataFormat, 40, nullptr); },
@@ -352,29 +347,23 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus
       {set(P::FileDataFormat, 40, &client), kAudioFileReaderErrorBadProperty},
       {set(P::FileLengthFrames, 8, &frames), kAudioFileReaderErrorBadProperty},
       {set(P::ClientDataFormat, 41, &client), kAudioFileReaderErrorBadPropertySize},
-      {set(P::ClientDataFormat, 40, nullptr), kAudioFileReaderErrorBadArgument}};
-  for (const StreamFormat& refusal : refused) {
-    rows.emplace_back(set(P::ClientDataFormat, 40, &refusal),
-                      kAudioFileReaderErrorUnsupportedClientFormat);
-  }
-  rows.insert(rows.end(),
-              {{get(P::ClientDataFormat, &size40, &format), kAudioFileReaderErrorNoClientFormat},
-               {set(P::ClientDataFormat, 40, &packed), kAudioFileReaderNoError},
-               {set(P::ClientDataFormat, 40, &client), kAudioFileReaderNoError},
-               {get(P::ClientDataFormat, &size40, &format), kAudioFileReaderNoError},
-               {read(&count, &twoChannels), kAudioFileReaderErrorBadBuffer},
-               {read(&count, &noBuffers), kAudioFileReaderErrorBadBuffer},
-               {read(&count, &noData), kAudioFileReaderErrorBadBuffer},
-               {read(&count, &tooSmall), kAudioFileReaderErrorBadBuffer},
-               {read(nullptr, &fine), kAudioFileReaderErrorBadArgument},
-               {read(&count, nullptr), kAudioFileReaderErrorBadArgument},
-               // Before the start or beyond the end; zero frames with no buffer.
-               {seek(-1), kAudioFileReaderErrorSeek},
-               {seek(INT64_MIN), kAudioFileReaderErrorSeek},
-               {seek(101), kAudioFileReaderErrorSeek},
-               {read(&none, &empty), kAudioFileReaderNoError},
-               {read(&count, &fine), kAudioFileReaderNoError}});
-  for (size_t row = 0; row < rows.size(); ++row) {
+      {set(P::ClientDataFormat, 40, nullptr), kAudioFileReaderErrorBadArgument},
+      {set(P::ClientDataFormat, 40, &packed), kAudioFileReaderNoError},
+      {set(P::ClientDataFormat, 40, &client), kAudioFileReaderNoError},
+      {get(P::ClientDataFormat, &size40, &format), kAudioFileReaderNoError},
+      {read(&count, &twoChannels), kAudioFileReaderErrorBadBuffer},
+      {read(&count, &noBuffers), kAudioFileReaderErrorBadBuffer},
+      {read(&count, &noData), kAudioFileReaderErrorBadBuffer},
+      {read(&count, &tooSmall), kAudioFileReaderErrorBadBuffer},
+      {read(nullptr, &fine), kAudioFileReaderErrorBadArgument},
+      {read(&count, nullptr), kAudioFileReaderErrorBadArgument},
+      // Before the start or beyond the end; zero frames with no buffer.
+      {seek(-1), kAudioFileReaderErrorSeek},
+      {seek(INT64_MIN), kAudioFileReaderErrorSeek},
+      {seek(101), kAudioFileReaderErrorSeek},
+      {read(&none, &empty), kAudioFileReaderNoError},
+      {read(&count, &fine), kAudioFileReaderNoError}};
+  for (size_t row = 0; row < std::size(rows); ++row) {
     EXPECT_EQ(rows[row].first(), rows[row].second) << "row " << row;
   }
   EXPECT_EQ(std::memcmp(&format, &client, sizeof format), 0);
