@@ -140,56 +140,55 @@ TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
   using E = AudioSampleEncoding;
   const struct {
     const char* name;
-    C container;
-    E encoding;
-    uint32_t channels, sampleRate, bits, flags;
+    AudioFileWriterFormat format;  // container, encoding, rate, channels
+    uint32_t bits, flags;
     bool lossy, cut;
   } cases[] = {
-      {"wav16mono.wav", C::WAV, E::PCM16, 1, 48000, 16, kInt, false, false},
-      {"wav24stereo.wav", C::WAV, E::PCM24, 2, 44100, 24, kInt, false, true},
-      {"wavfloat.wav", C::WAV, E::Float32, 2, 96000, 32, kFloat, false, false},
-      {"wav6float.wav", C::WAV, E::Float32, 6, 8000, 32, kFloat, false, false},
-      {"aiff16stereo.aiff", C::AIFF, E::PCM16, 2, 48000, 16, kInt, false, true},
-      {"aiff24mono.aiff", C::AIFF, E::PCM24, 1, 32000, 24, kInt, false, false},
-      {"flac16mono.flac", C::FLAC, E::PCM16, 1, 48000, 16, kInt, false, false},
-      {"flac24stereo.flac", C::FLAC, E::PCM24, 2, 88200, 24, kInt, false, false},
-      {"caf.caf", C::CAF, E::Float64, 3, 48000, 64, kFloat, false, false},
-      {"w64.w64", C::W64, E::PCM32, 2, 22050, 32, kInt, false, true},
-      {"rf64.rf64", C::RF64, E::PCM16, 2, 48000, 16, kInt, false, true},
-      {"vorbis.ogg", C::Ogg, E::Vorbis, 2, 48000, 32, kFloat, true, true},
-      {"opus.opus", C::Ogg, E::Opus, 2, 48000, 32, kFloat, true, false},
-      {"layer3.mp3", C::MPEG, E::MPEGLayer3, 2, 48000, 32, kFloat, true, true},
+      {"wav16mono.wav", {C::WAV, E::PCM16, 48000, 1}, 16, kInt, false, false},
+      {"wav24stereo.wav", {C::WAV, E::PCM24, 44100, 2}, 24, kInt, false, true},
+      {"wavfloat.wav", {C::WAV, E::Float32, 96000, 2}, 32, kFloat, false, false},
+      {"wav6float.wav", {C::WAV, E::Float32, 8000, 6}, 32, kFloat, false, false},
+      {"aiff16stereo.aiff", {C::AIFF, E::PCM16, 48000, 2}, 16, kInt, false, true},
+      {"aiff24mono.aiff", {C::AIFF, E::PCM24, 32000, 1}, 24, kInt, false, false},
+      {"flac16mono.flac", {C::FLAC, E::PCM16, 48000, 1}, 16, kInt, false, false},
+      {"flac24stereo.flac", {C::FLAC, E::PCM24, 88200, 2}, 24, kInt, false, false},
+      {"caf.caf", {C::CAF, E::Float64, 48000, 3}, 64, kFloat, false, false},
+      {"w64.w64", {C::W64, E::PCM32, 22050, 2}, 32, kInt, false, true},
+      {"rf64.rf64", {C::RF64, E::PCM16, 48000, 2}, 16, kInt, false, true},
+      {"vorbis.ogg", {C::Ogg, E::Vorbis, 48000, 2}, 32, kFloat, true, true},
+      {"opus.opus", {C::Ogg, E::Opus, 48000, 2}, 32, kFloat, true, false},
+      {"layer3.mp3", {C::MPEG, E::MPEGLayer3, 48000, 2}, 32, kFloat, true, true},
   };
   constexpr int64_t kFrames = 96000;
   TempDir dir;
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    std::vector<float> written = testSignal(kFrames, c.channels);
+    const uint32_t channels = c.format.channels;
+    std::vector<float> written = testSignal(kFrames, channels);
     for (int64_t n = 0; c.lossy && n < kFrames; ++n) {
       written[2 * n] = written[2 * n + 1] =
           0.5f * static_cast<float>(std::sin(2.0 * M_PI * 440.0 * n / 48000.0));
     }
-    writeRecording(dir / c.name, {c.container, c.encoding, c.sampleRate, c.channels}, written);
+    writeRecording(dir / c.name, c.format, written);
     AudioFileReaderRef reader = nullptr;
     ASSERT_EQ(AudioFileReaderOpen(dir / c.name, &reader), kAudioFileReaderNoError);
     const StreamFormat format = fileFormatOf(reader);
     EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
     // Linear PCM in packed frames, one a packet.
-    const uint32_t bytes = c.bits / 8 * c.channels;
-    const double rate = c.sampleRate;
-    const StreamFormat expected{rate, kPCM, c.flags, bytes, 1, bytes, c.channels, c.bits, 0};
+    const uint32_t bytes = c.bits / 8 * channels;
+    const double rate = c.format.sampleRate;
+    const StreamFormat expected{rate, kPCM, c.flags, bytes, 1, bytes, channels, c.bits, 0};
     EXPECT_EQ(std::memcmp(&format, &expected, sizeof format), 0);
     const std::vector<float> decoded = readWhole(dir / c.name, !c.lossy);
     if (c.lossy) {
       EXPECT_NEAR(static_cast<double>(decoded.size()), kFrames, 3000.0);
-      EXPECT_GT(bestCorrelation(written, c.channels, decoded), 0.99);
+      EXPECT_GT(bestCorrelation(written, channels, decoded), 0.99);
     } else {
-      EXPECT_EQ(decoded, mixdown(written, c.channels));
+      EXPECT_EQ(decoded, mixdown(written, channels));
     }
     if (c.cut) {  // of the test signal, lossy or not
       const std::string cut = std::string("cut-") + c.name;
-      writeRecording(dir / cut, {c.container, c.encoding, c.sampleRate, c.channels},
-                     testSignal(kFrames, c.channels));
+      writeRecording(dir / cut, c.format, testSignal(kFrames, channels));
       const std::string bytes = TestSupport::readFile(dir / cut);
       TestSupport::writeFile(dir / cut, bytes.substr(0, bytes.size() / 2));
       const auto cutLength = static_cast<int64_t>(readWhole(dir / cut).size());
