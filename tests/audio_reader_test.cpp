@@ -198,42 +198,6 @@ TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
   }
 }
 
-TEST(AudioFileReader, SeeksByFrameAndReadsShortAtTheEnd) {
-  TempDir dir;
-  constexpr int64_t kFrames = 5000;
-  const std::vector<float> written = testSignal(kFrames, 2);
-  const std::vector<float> mono = mixdown(written, 2);
-  writeRecording(dir / "a.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 48000, 2},
-                 written);
-  AudioFileReaderRef reader = nullptr;
-  ASSERT_EQ(AudioFileReaderOpen(dir / "a.flac", &reader), kAudioFileReaderNoError);
-  ASSERT_EQ(setClientFormat(reader, clientFormat(48000)), kAudioFileReaderNoError);
-
-  // Reads after an optional seek: as many frames as asked and as the buffer's byte size holds,
-  // never more than are left, from the frame the last read or seek left; nothing written past.
-  const struct {
-    int64_t seek;
-    uint32_t frames, byteSize, delivered;
-    int64_t from;
-  } reads[] = {
-      {-1, 100, 400, 100, 0},         {-1, 50, 200, 50, 100},  // continuing where the last stopped
-      {4321, 4000, 16000, 679, 4321}, {-1, 10, 40, 0, 0},      // the rest, then nothing
-      {10, 100, 41, 10, 10},          {kFrames, 10, 40, 0, 0}, {0, 1, 4, 1, 0},
-  };
-  for (const auto& read : reads) {
-    ASSERT_EQ(read.seek < 0 ? 0 : AudioFileReaderSeek(reader, read.seek), kAudioFileReaderNoError);
-    std::vector<float> out(read.frames + 1, -9.0f);
-    uint32_t delivered = 0;
-    ASSERT_EQ(readFrames(reader, read.frames, out.data(), &delivered, read.byteSize),
-              kAudioFileReaderNoError);
-    EXPECT_EQ(delivered, read.delivered) << read.seek << " " << read.frames;
-    EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + delivered),
-              std::vector<float>(mono.begin() + read.from, mono.begin() + read.from + delivered));
-    EXPECT_EQ(out[delivered], -9.0f);
-  }
-  EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
-}
-
 TEST(AudioFileReader, RefusesWhatIsNotAudioAndReadsWhatACutFileHolds) {
   TempDir dir;
   writeRecording(dir / "good.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1},
@@ -283,13 +247,15 @@ TEST(AudioFileReader, RefusesWhatIsNotAudioAndReadsWhatACutFileHolds) {
 }
 
 // Each call's status in turn on one file: refusing any client format but one channel of 32-bit
-// floats at the file's own rate, before one is set, then with one.
-TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus) {
+// floats at the file's own rate, before one is set, then with one; then seeks and reads.
+TEST(AudioFileReader, AcceptsOnlyOneFloatChannelReportsMisuseAndSeeksByFrame) {
   TempDir dir;
-  writeRecording(dir / "m.aiff", {AudioFileContainer::AIFF, AudioSampleEncoding::PCM16, 8000, 1},
-                 testSignal(100, 1));
+  constexpr int64_t kFrames = 5000;
+  const std::vector<float> mono = mixdown(testSignal(kFrames, 2), 2);
+  writeRecording(dir / "a.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 8000, 2},
+                 testSignal(kFrames, 2));
   AudioFileReaderRef reader = nullptr;
-  ASSERT_EQ(AudioFileReaderOpen(dir / "m.aiff", &reader), kAudioFileReaderNoError);
+  ASSERT_EQ(AudioFileReaderOpen(dir / "a.flac", &reader), kAudioFileReaderNoError);
   using P = AudioFileReaderProperty;
   // Rate, format, flags, bytes per packet, frames per packet, bytes per frame, channels, bits.
   const StreamFormat refused[] = {
@@ -359,7 +325,7 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus
       // Before the start or beyond the end; zero frames with no buffer.
       {seek(-1), kAudioFileReaderErrorSeek},
       {seek(INT64_MIN), kAudioFileReaderErrorSeek},
-      {seek(101), kAudioFileReaderErrorSeek},
+      {seek(kFrames + 1), kAudioFileReaderErrorSeek},
       {read(&none, &empty), kAudioFileReaderNoError},
       {read(&count, &fine), kAudioFileReaderNoError}};
   for (size_t row = 0; row < std::size(rows); ++row) {
@@ -367,7 +333,30 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelAndReportsMisuseWithItsOwnStatus
   }
   EXPECT_EQ(std::memcmp(&format, &client, sizeof format), 0);
   EXPECT_EQ(count + none, 4u);
-  EXPECT_EQ(std::vector<float>(samples, samples + 4), testSignal(4, 1));
+
+  // Then reads after an optional seek: as many frames as asked and as the buffer's byte size holds,
+  // never more than are left, from the frame the last read or seek left (the refused seeks moved
+  // nothing: on from the 4 frames read last); nothing written past.
+  const struct {
+    int64_t seek;
+    uint32_t frames, byteSize, delivered;
+    int64_t from;
+  } reads[] = {
+      {-1, 100, 400, 100, 4},         {-1, 50, 200, 50, 104},  // continuing where the last stopped
+      {4321, 4000, 16000, 679, 4321}, {-1, 10, 40, 0, 0},      // the rest, then nothing
+      {10, 100, 41, 10, 10},          {kFrames, 10, 40, 0, 0}, {0, 1, 4, 1, 0},
+  };
+  for (const auto& read : reads) {
+    ASSERT_EQ(read.seek < 0 ? 0 : AudioFileReaderSeek(reader, read.seek), kAudioFileReaderNoError);
+    std::vector<float> out(read.frames + 1, -9.0f);
+    uint32_t delivered = 0;
+    ASSERT_EQ(readFrames(reader, read.frames, out.data(), &delivered, read.byteSize),
+              kAudioFileReaderNoError);
+    EXPECT_EQ(delivered, read.delivered) << read.seek << " " << read.frames;
+    EXPECT_EQ(std::vector<float>(out.begin(), out.begin() + delivered),
+              std::vector<float>(mono.begin() + read.from, mono.begin() + read.from + delivered));
+    EXPECT_EQ(out[delivered], -9.0f);
+  }
   EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
 }
 
