@@ -459,11 +459,9 @@ TEST(AudioTimeErrorCalculator, MeasuresIntegerFractionalAndNegativeDelaysInEvery
       EXPECT_EQ(used, 29);
       const double tolerance = type == Calculator::kQuick || type == 3 ? 0.1 : 1e-9 * kRate;
       EXPECT_LT(worst, tolerance / kRate);
-      for (size_t i = 0; i < calculator.windows().size(); ++i) {
-        const Calculator::Window& window = calculator.windows()[i];
-        EXPECT_EQ(window.start, static_cast<int64_t>(i) * kInterval);
-        EXPECT_EQ(window.integerLag, std::llround(delay));
-        EXPECT_GT(window.peakCorrelation, 0.99);
+      for (const Calculator::Window& window : calculator.windows()) {
+        EXPECT_EQ(window.integerLag, std::llround(delay)) << window.start;
+        EXPECT_GT(window.peakCorrelation, 0.99) << window.start;
       }
       VDAudioTracking tracking;
       const auto size = static_cast<size_t>(kLength + 2 * VDWindowCorrelation::kLagMargin);
@@ -746,27 +744,23 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
     EXPECT_NEAR(error, 0.0125, 1e-9) << time;
   }
 
-  // The diagnostic file: one row per window, silent ones included.
+  // The diagnostic file: one row per window, the two silent ones (at 2 s and 2.5 s) included; the
+  // clean tones' standard uncertainty far below a nanosecond.
   const std::vector<std::string> lines = exportedWindows(calculator);
-  ASSERT_EQ(lines.size(), calculator.windows().size());
+  ASSERT_EQ(lines.size(), 8u);
   EXPECT_EQ(lines[0].substr(0, 18), "0,100,100.00000000");
-  int64_t silent = 0;
   for (size_t i = 0; i < lines.size(); ++i) {
-    const Calculator::Window& window = calculator.windows()[i];
-    if (window.status == Status::Silent) {
-      ++silent;
+    const size_t used = lines[i].find(",1,used,");
+    if (i == 4 || i == 5) {
       EXPECT_NE(lines[i].find(",nan,nan,0.000000,0,silent,nan,"), std::string::npos) << lines[i];
-    } else if (window.status == Status::Used) {
-      // Clean tones: a standard uncertainty far below a nanosecond.
+    } else {
       double uncertainty = 1.0;
-      const size_t used = lines[i].find(",1,used,");
       ASSERT_NE(used, std::string::npos) << lines[i];
       ASSERT_EQ(std::sscanf(lines[i].c_str() + used + 8, "%lf", &uncertainty), 1) << lines[i];
       EXPECT_GT(uncertainty, 0.0);
       EXPECT_LT(uncertainty, 1e-9);
     }
   }
-  EXPECT_EQ(silent, 2);
 
   // An unwritable place is reported, not fatal.
   EXPECT_FALSE(calculator.exportTimeErrorToDirectoryURL(dir / "missing", "x.csv"));
