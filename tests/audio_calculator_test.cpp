@@ -1,11 +1,8 @@
-// The audio time error calculator on recording pairs whose delay is known by construction: delays
-// of every kind, drift, large offsets, pauses and silence, B upside down, steps in the delay,
-// degenerate sizes, both exports and the uncertainty it reports.
-//
-// The pairs sample one signal (120 tones, 50 Hz - 3 kHz, at 8 kHz; continuous, or under bursts
-// of 0.1-0.3 s separated by pauses of exact zeros, like speech) at the instants each channel's
-// clock sees, so the true delay at every window is known exactly. Tolerances: 1 ns for the
-// band-limited types (their error on clean signals is below 0.1 ns), 0.1 sample for quick.
+// The audio time error calculator on recording pairs that sample one signal (120 tones, 50 Hz -
+// 3 kHz, at 8 kHz; continuous, or under bursts of 0.1-0.3 s separated by pauses of exact zeros,
+// like speech) at the instants each channel's clock sees, so the true delay at every window is
+// known exactly. Tolerances: 1 ns for the band-limited types (their error on clean signals is
+// below 0.1 ns), 0.1 sample for quick.
 
 #include <gtest/gtest.h>
 
@@ -24,6 +21,7 @@ using Status = VDAudioTimeErrorCalculator::WindowStatus;
 
 constexpr double kRate = 8000.0;
 constexpr int64_t kInt64Max = std::numeric_limits<int64_t>::max();
+constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr int64_t kBurstInterval = 800, kBurstLength = 1024;
 
 // The signal at t0 + n dt for n < count, scaled to an RMS near 0.1; zero inside the silent
@@ -241,8 +239,7 @@ TEST(AudioTimeErrorCalculator, FollowsStepsInTheDelayWithinTwoWindows) {
                {33 / kRate, 148000, true, 0},   {0.3, 136000, true, 1.2}};
   for (const auto& [change, kStepAt, continuous, noiseSeconds] : steps) {
     SCOPED_TRACE(testing::Message() << change << " at " << kStepAt);
-    const double before = 0.0123;
-    const double after = before + change;
+    const double before = 0.0123, after = before + change;
     Pair pair = burstPair(20.0, before, after, kStepAt, continuous);
     std::mt19937 random(5);
     std::normal_distribution<float> noise(0.0f, 0.1f);
@@ -649,7 +646,6 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
     double rate;
     int64_t type;  // any but 0 (quick) and 1 (resampler) means the post-resampler
   };
-  const double nan = std::numeric_limits<double>::quiet_NaN();
   const Case cases[] = {
       {"no samples", a, b, 0, 800, 1024, 16, kRate, 3},
       {"negative length", a, b, -5, 800, 1024, 16, kRate, -1},
@@ -659,7 +655,7 @@ TEST(AudioTimeErrorCalculator, DegenerateSizesGiveAnEmptySeriesWithoutFailing) {
       {"zero correlation length", a, b, 8000, 800, 0, 16, kRate, 2},
       {"zero upscale", a, b, 8000, 800, 1024, 0, kRate, 2},
       {"zero rate", a, b, 8000, 800, 1024, 16, 0.0, 2},
-      {"rate not a number", a, b, 8000, 800, 1024, 16, nan, 2},
+      {"rate not a number", a, b, 8000, 800, 1024, 16, kNaN, 2},
       {"huge correlation length", a, b, 8000, 800, kInt64Max, 16, kRate, 2},
       {"huge everything", a, b, 8000, kInt64Max, kInt64Max, kInt64Max, kRate, kInt64Max},
       {"resampler, upscaled window too long", a, b, 8000, 800, 1024, kInt64Max, kRate, 1},
@@ -694,7 +690,6 @@ TEST(AudioTimeErrorCalculator, ValuesAreWholeNanosecondsSaturatedAtTheRangesEnds
   // A used window's centre and delay, rounded to the nearest nanosecond; beyond what the series
   // holds, its ends (2^62 samples at 250 MHz end exactly at 2^64 ns); a delay that is not a
   // number, zero. Windows without a value give none.
-  const double nan = std::numeric_limits<double>::quiet_NaN();
   const struct {
     int64_t start, length;
     double rate, lag;
@@ -707,14 +702,12 @@ TEST(AudioTimeErrorCalculator, ValuesAreWholeNanosecondsSaturatedAtTheRangesEnds
       {int64_t{1} << 62, 1, 2.5e8, 0, UINT64_MAX, 0},
       {0, 1, 1, 1e30, 0, INT64_MAX},
       {0, 1, 1, -1e30, 0, INT64_MIN},
-      {0, 1, 1, nan, 0, 0},
+      {0, 1, 1, kNaN, 0, 0},
   };
   for (const auto& row : rows) {
-    std::vector<Calculator::Window> windows(2);
-    windows[0].status = Status::Used;
-    windows[0].start = row.start;
-    windows[0].refinedLag = row.lag;
-    windows[1].status = Status::Silent;
+    const std::vector<Calculator::Window> windows = {
+        {.start = row.start, .refinedLag = row.lag, .status = Status::Used},
+        {.status = Status::Silent}};
     const std::vector<VDTimeErrorValue> values =
         VDAudioWindowExport(windows, row.length, row.rate).timeErrors();
     ASSERT_EQ(values.size(), 1u);

@@ -12,6 +12,9 @@
 namespace {
 
 using TestSupport::TempDir;
+using C = AudioFileContainer;
+using E = AudioSampleEncoding;
+using P = AudioFileReaderProperty;
 constexpr uint32_t kPCM = kAudioFormatLinearPCM;
 constexpr uint32_t kInt = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
 constexpr uint32_t kFloat = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
@@ -57,20 +60,16 @@ StreamFormat clientFormat(double sampleRate) {
 
 // A property of the file, of its exact size.
 template <typename T>
-T propertyOf(AudioFileReaderRef reader, AudioFileReaderProperty property) {
+T propertyOf(AudioFileReaderRef reader, P property) {
   T value{};
   uint32_t size = sizeof value;
   EXPECT_EQ(AudioFileReaderGetProperty(reader, property, &size, &value), kAudioFileReaderNoError);
   EXPECT_EQ(size, sizeof value);
   return value;
 }
-StreamFormat fileFormatOf(AudioFileReaderRef reader) {
-  return propertyOf<StreamFormat>(reader, AudioFileReaderProperty::FileDataFormat);
-}
 
 int32_t setClientFormat(AudioFileReaderRef reader, const StreamFormat& format) {
-  return AudioFileReaderSetProperty(reader, AudioFileReaderProperty::ClientDataFormat,
-                                    sizeof format, &format);
+  return AudioFileReaderSetProperty(reader, P::ClientDataFormat, sizeof format, &format);
 }
 
 // One read of up to frames frames into out; returns the status, sets delivered. A read that
@@ -93,9 +92,9 @@ std::vector<float> readWhole(const std::filesystem::path& path, bool exactSeek =
   if (reader == nullptr) {
     return {};
   }
-  EXPECT_EQ(setClientFormat(reader, clientFormat(fileFormatOf(reader).mSampleRate)),
-            kAudioFileReaderNoError);
-  const auto length = propertyOf<int64_t>(reader, AudioFileReaderProperty::FileLengthFrames);
+  const double rate = propertyOf<StreamFormat>(reader, P::FileDataFormat).mSampleRate;
+  EXPECT_EQ(setClientFormat(reader, clientFormat(rate)), kAudioFileReaderNoError);
+  const auto length = propertyOf<int64_t>(reader, P::FileLengthFrames);
   std::vector<float> samples(static_cast<size_t>(length) + 10, -9.0f);
   uint32_t delivered = 0;
   EXPECT_EQ(readFrames(reader, static_cast<uint32_t>(samples.size()), samples.data(), &delivered),
@@ -136,8 +135,6 @@ double bestCorrelation(const std::vector<float>& written, uint32_t channels,
 // lossy codecs, on a 440 Hz tone); cut in half, what is left is what the length says (a cut Ogg
 // Opus file may not open at all).
 TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
-  using C = AudioFileContainer;
-  using E = AudioSampleEncoding;
   const struct {
     const char* name;
     AudioFileWriterFormat format;  // container, encoding, rate, channels
@@ -172,7 +169,7 @@ TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
     writeRecording(dir / c.name, c.format, written);
     AudioFileReaderRef reader = nullptr;
     ASSERT_EQ(AudioFileReaderOpen(dir / c.name, &reader), kAudioFileReaderNoError);
-    const StreamFormat format = fileFormatOf(reader);
+    const auto format = propertyOf<StreamFormat>(reader, P::FileDataFormat);
     EXPECT_EQ(AudioFileReaderDispose(reader), kAudioFileReaderNoError);
     // Linear PCM in packed frames, one a packet.
     const uint32_t bytes = c.bits / 8 * channels;
@@ -207,8 +204,7 @@ TEST(AudioFileReader, ReadsEveryContainerAndSampleFormat) {
 
 TEST(AudioFileReader, RefusesWhatIsNotAudioAndReadsWhatACutFileHolds) {
   TempDir dir;
-  writeRecording(dir / "good.wav", {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1},
-                 testSignal(1000, 1));
+  writeRecording(dir / "good.wav", {C::WAV, E::PCM16, 8000, 1}, testSignal(1000, 1));
   const std::string wav = TestSupport::readFile(dir / "good.wav");
   TestSupport::writeFile(dir / "empty.wav", "");
   TestSupport::writeFile(dir / "header-cut.wav", wav.substr(0, 20));
@@ -247,11 +243,9 @@ TEST(AudioFileReader, AcceptsOnlyOneFloatChannelReportsMisuseAndSeeksByFrame) {
   TempDir dir;
   constexpr int64_t kFrames = 5000;
   const std::vector<float> mono = mixdown(testSignal(kFrames, 2), 2);
-  writeRecording(dir / "a.flac", {AudioFileContainer::FLAC, AudioSampleEncoding::PCM16, 8000, 2},
-                 testSignal(kFrames, 2));
+  writeRecording(dir / "a.flac", {C::FLAC, E::PCM16, 8000, 2}, testSignal(kFrames, 2));
   AudioFileReaderRef reader = nullptr;
   ASSERT_EQ(AudioFileReaderOpen(dir / "a.flac", &reader), kAudioFileReaderNoError);
-  using P = AudioFileReaderProperty;
   // Rate, format, flags, bytes per packet, frames per packet, bytes per frame, channels, bits.
   const StreamFormat refused[] = {
       {48000, kPCM, 0x31, 4, 1, 4, 1, 32, 0}, {8000.0001, kPCM, 0x31, 4, 1, 4, 1, 32, 0},
@@ -359,12 +353,9 @@ TEST(AudioFileWriter, RefusesFormatsItsContainerCannotHoldAndReportsMisuse) {
   TempDir dir;
   AudioFileWriterRef writer = reinterpret_cast<AudioFileWriterRef>(0x1);
   const AudioFileWriterFormat refused[] = {
-      {AudioFileContainer::WAV, AudioSampleEncoding::Opus, 48000, 1},
-      {AudioFileContainer::Ogg, AudioSampleEncoding::Opus, 44100, 1},
-      {AudioFileContainer::FLAC, AudioSampleEncoding::Float32, 48000, 1},
-      {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 0, 1},
-      {AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 48000, 0},
-      {static_cast<AudioFileContainer>(77), AudioSampleEncoding::PCM16, 48000, 1},
+      {C::WAV, E::Opus, 48000, 1},     {C::Ogg, E::Opus, 44100, 1},
+      {C::FLAC, E::Float32, 48000, 1}, {C::WAV, E::PCM16, 0, 1},
+      {C::WAV, E::PCM16, 48000, 0},    {static_cast<AudioFileContainer>(77), E::PCM16, 48000, 1},
   };
   for (const AudioFileWriterFormat& format : refused) {
     SCOPED_TRACE(static_cast<int>(format.encoding));
@@ -374,12 +365,12 @@ TEST(AudioFileWriter, RefusesFormatsItsContainerCannotHoldAndReportsMisuse) {
   }
   // Opus takes its five rates only.
   for (uint32_t rate : {8000, 12000, 16000, 24000, 48000}) {
-    const AudioFileWriterFormat opus{AudioFileContainer::Ogg, AudioSampleEncoding::Opus, rate, 1};
+    const AudioFileWriterFormat opus{C::Ogg, E::Opus, rate, 1};
     EXPECT_EQ(AudioFileWriterCreate(dir / "o.opus", opus, &writer), kAudioFileWriterNoError)
         << rate;
     EXPECT_EQ(AudioFileWriterDispose(writer), kAudioFileWriterNoError);
   }
-  const AudioFileWriterFormat wav{AudioFileContainer::WAV, AudioSampleEncoding::PCM16, 8000, 1};
+  const AudioFileWriterFormat wav{C::WAV, E::PCM16, 8000, 1};
   EXPECT_EQ(AudioFileWriterCreate(dir / "missing" / "x.wav", wav, &writer),
             kAudioFileWriterErrorCreate);
   EXPECT_EQ(AudioFileWriterCreate(dir / "x.wav", wav, nullptr), kAudioFileWriterErrorBadArgument);
