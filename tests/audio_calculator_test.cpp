@@ -1,8 +1,7 @@
-// The audio time error calculator on recording pairs that sample one signal (120 tones, 50 Hz -
-// 3 kHz, at 8 kHz; continuous, or under bursts of 0.1-0.3 s separated by pauses of exact zeros,
-// like speech) at the instants each channel's clock sees, so the true delay at every window is
-// known exactly. Tolerances: 1 ns for the band-limited types (their error on clean signals is
-// below 0.1 ns), 0.1 sample for quick.
+// The audio time error calculator on pairs that sample one signal (120 tones, 50 Hz - 3 kHz, at
+// 8 kHz; continuous, or in bursts of 0.1-0.3 s between pauses of exact zeros, like speech) at the
+// instants each channel's clock sees: the true delay at every window is known exactly. Tolerance:
+// 1 ns for the band-limited types (over 10x their error on clean signals), 0.1 sample for quick.
 
 #include <gtest/gtest.h>
 
@@ -42,10 +41,6 @@ std::vector<float> render(double t0, double dt, int64_t count, double silenceBeg
 struct Pair {
   std::vector<float> a, b;
 };
-Pair sized(int64_t count) {
-  return {std::vector<float>(static_cast<size_t>(count)),
-          std::vector<float>(static_cast<size_t>(count))};
-}
 
 Pair makePair(double seconds, double offsetSeconds, double drift = 0.0, double silenceBegin = 0,
               double silenceEnd = 0) {
@@ -135,7 +130,7 @@ Pair burstPair(double seconds, double delayBefore, double delayAfter = NAN, int6
                bool continuous = false, double drift = 0) {
   const BurstSignal& signal = burstSignal(continuous);
   const int64_t count = static_cast<int64_t>(seconds * kRate);
-  Pair pair = sized(count);
+  Pair pair{std::vector<float>(count), std::vector<float>(count)};
   signal.render(0.0, 0, count, pair.a);
   const int64_t split = stepAt < 0 ? count : stepAt;
   signal.render(-delayBefore, 0, split, pair.b, (1 - drift) / kRate);
@@ -312,7 +307,7 @@ Pair repeatingPair(double seconds, int64_t delay, int64_t dropoutEvery = 0, int6
   const auto piece = [&](int64_t n) {
     return pattern[((n % period) + period) % period] + 0.3f * melody[n + margin];
   };
-  Pair pair = sized(count);
+  Pair pair{std::vector<float>(count), std::vector<float>(count)};
   for (int64_t n = 0; n < count; ++n) {
     pair.a[n] = piece(n);
     const int64_t removed = dropoutEvery > 0 ? (n / dropoutEvery) * dropout : 0;
@@ -363,7 +358,7 @@ TEST(AudioTimeErrorCalculator, FollowsASteadyToneByItsPhase) {
   constexpr double kDrift = 30e-6, kOffset = 0.0123, kFrequency = 440.0;
   std::mt19937 random(5);
   std::normal_distribution<double> noise(0.0, 1e-3);
-  Pair pair = sized(80000);
+  Pair pair{std::vector<float>(80000), std::vector<float>(80000)};
   for (size_t n = 0; n < pair.a.size(); ++n) {
     const double t = static_cast<double>(n) / kRate;
     pair.a[n] = static_cast<float>(0.1 * std::sin(2 * M_PI * kFrequency * t) + noise(random));
@@ -583,7 +578,6 @@ TEST(AudioTimeErrorCalculator, SilentStretchesGiveNoValuesAndTrackingResumesAfte
   const std::vector<float> zeros(40000, 0.0f);
   const Calculator quiet = calculate({zeros, zeros}, kInterval, kLength);
   EXPECT_EQ(countStatus(quiet, Status::Silent), 99);
-  EXPECT_TRUE(quiet.timeErrors().empty());
   for (const auto& window : quiet.windows()) {
     EXPECT_EQ(window.integerLag, 0) << window.start;  // no delay known, none shown
   }
