@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+#include <regex>
+
 #include "TestSupport.h"
 #include "VDCCheckReport.h"
 #include "VDCContinuity.h"
@@ -18,12 +21,6 @@
 
 namespace {
 
-std::string trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? ""
-                                    : text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
 TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
   std::ifstream table(TestSupport::sourceDir() / "tests/data/check/lines.txt");
   std::map<std::string, VDCRecording::Grammar> grammars;
@@ -33,11 +30,9 @@ TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
     if (row.empty() || row[0] == '#') {
       continue;
     }
-    std::vector<std::string> fields;
-    std::istringstream cells(row);
-    for (std::string cell; std::getline(cells, cell, '|');) {
-      fields.push_back(trimmed(cell));
-    }
+    static const std::regex bar(" *\\| *");
+    const std::vector<std::string> fields(
+        std::sregex_token_iterator(row.begin(), row.end(), bar, -1), {});
     ASSERT_EQ(fields.size(), 4u) << row;
     const std::string& format = fields[0];
     if (grammars.count(format) == 0) {
@@ -130,10 +125,8 @@ TEST(CheckFormats, GapsAndDisorderSplitTheStream) {
 }
 
 TEST(CheckVerdicts, SettledWindowByTimeAndByTheServosLock) {
-  std::vector<double> times;
-  for (int i = 0; i < 200; ++i) {
-    times.push_back(1000 + i);  // 1 s apart
-  }
+  std::vector<double> times(200);
+  std::iota(times.begin(), times.end(), 1000);  // 1 s apart
   struct Case {
     const char* name;
     std::vector<int> states;  // runs of (state, count)
