@@ -14,7 +14,6 @@
 #include "VDCProcessSkippingGaps.h"
 #include "VDCRecording.h"
 #include "VDCSettledWindow.h"
-#include "VDCVerdictOptions.h"
 #include "VDConfidenceInterval.h"
 #include "VDMaskTable.h"
 #include "VDNoiseIdentification.h"
@@ -224,19 +223,6 @@ TEST(CheckVerdicts, RunVerdictAndExitStatus) {
   for (const Case& c : cases) {
     EXPECT_EQ(VDCCheckReport({}, c.checks, c.lostLock).exitStatus(), c.status);
   }
-}
-
-// The option values' messages are pinned by the check-option-values run; here, what a list of
-// mask ids selects.
-TEST(CheckVerdicts, AMaskListSelectsEveryMaskOfEachId) {
-  VDCVerdictOptions options;
-  std::string error;
-  ASSERT_TRUE(options.take("--mask", "g8273.2-c,,gptp-one-hop", error));
-  VDMaskTable table;
-  ASSERT_TRUE(options.readMaskTable(table, error));
-  std::vector<const VDMask*> masks;
-  ASSERT_TRUE(options.selectedMasks(table, masks, error));
-  EXPECT_EQ(masks.size(), 7u);
 }
 
 // --gaps skip: at window m each statistic pools the terms inside the segments that hold m, by

@@ -3,7 +3,10 @@
 // with its exact standard output, standard error and exit status and the files it must leave.
 // VDP_UPDATE_RUNS=1 writes what the runs gave back into the case files, for review as a diff.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
@@ -57,12 +60,9 @@ void writeTone(const fs::path& path, uint32_t rate, double seconds,
 std::string madeAs(const fs::path& path) {
   const std::string bytes = fs::is_regular_file(path) ? TestSupport::readFile(path) : "";
   if (bytes.size() >= 24 && bytes.compare(1, 3, "PNG") == 0) {
-    const auto at = [&bytes](size_t i) {
-      return static_cast<uint32_t>(
-          static_cast<uint8_t>(bytes[i]) << 24 | static_cast<uint8_t>(bytes[i + 1]) << 16 |
-          static_cast<uint8_t>(bytes[i + 2]) << 8 | static_cast<uint8_t>(bytes[i + 3]));
-    };
-    return "PNG " + std::to_string(at(16)) + "x" + std::to_string(at(20));
+    uint32_t size[2];  // width and height, big-endian, from byte 16
+    std::memcpy(size, bytes.data() + 16, sizeof size);
+    return "PNG " + std::to_string(ntohl(size[0])) + "x" + std::to_string(ntohl(size[1]));
   }
   if (bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos) {
     return "PDF";
