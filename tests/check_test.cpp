@@ -34,11 +34,11 @@ TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
         std::sregex_token_iterator(row.begin(), row.end(), bar, -1), {});
     ASSERT_EQ(fields.size(), 4u) << row;
     const std::string& format = fields[0];
-    if (grammars.count(format) == 0) {
-      grammars[format] = VDCRecording::lineGrammar(format, {});
-    }
+    // One reader a format, made by its first row.
+    VDCRecording::Grammar& grammar =
+        grammars.try_emplace(format, VDCRecording::lineGrammar(format, {})).first->second;
     VDCSample sample;
-    const VDCLineKind kind = grammars[format](fields[1], sample);
+    const VDCLineKind kind = grammar(fields[1], sample);
     // "sample STREAM TIME ERROR STATE", "summary" or "other".
     std::istringstream expected(fields[2]);
     std::string what, stream;

@@ -288,16 +288,10 @@ TEST(LineGrammar, TimeError) {
   // The other grammars say whether a line was a sample (what they read is pinned by their runs).
   VDPAnalyseOsprey::SlaveValues slaves;
   std::vector<VDTimeErrorValue> marten;
-  const auto osprey = [&](std::string_view l) { return VDPAnalyseOsprey::parseLine(l, slaves); };
-  const auto five = [&](std::string_view l) { return VDPAnalyseMarten::parseLine(l, marten); };
-  const std::tuple<std::function<bool(std::string_view)>, const char*, bool> rows[] = {
-      {osprey, "100,0,1,0,2,0,3,0,0,0,0", true},
-      {osprey, "150,0,1,0,2,0,3,0,0,0", false},
-      {five, "1000,0,-25,0,0", true},
-      {five, "1000,0,-25,0", false}};
-  for (const auto& [grammar, line, sample] : rows) {
-    EXPECT_EQ(grammar(line), sample) << line;
-  }
+  EXPECT_TRUE(VDPAnalyseOsprey::parseLine("100,0,1,0,2,0,3,0,0,0,0", slaves));
+  EXPECT_FALSE(VDPAnalyseOsprey::parseLine("150,0,1,0,2,0,3,0,0,0", slaves));
+  EXPECT_TRUE(VDPAnalyseMarten::parseLine("1000,0,-25,0,0", marten));
+  EXPECT_FALSE(VDPAnalyseMarten::parseLine("1000,0,-25,0", marten));
 }
 
 }  // namespace

@@ -268,12 +268,10 @@ TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
   TestSupport::writeFile(dir / "a.csv", martenData(1000));
   TestSupport::writeFile(dir / "b.csv", martenData(2001));
   const auto runOn = [&](const char* data, const char* logDirectory,
-                         std::vector<std::string> statistics) {
+                         std::vector<std::string> options) {
     fs::create_directory(dir / logDirectory);
-    std::vector<std::string> arguments = {"marten", "--data", (dir / data).string(), "--output",
-                                          output.string()};
-    arguments.insert(arguments.end(), statistics.begin(), statistics.end());
-    return std::make_unique<BackgroundRun>(arguments, dir / logDirectory);
+    options.insert(options.begin(), {"marten", "--data", dir / data, "--output", output});
+    return std::make_unique<BackgroundRun>(options, dir / logDirectory);
   };
   {
     // While another process holds the directory, a run waits without writing anything, then

@@ -93,13 +93,8 @@ TEST(PlotScripts, EveryScriptInBothFormsByteForByte) {
   }
 }
 
-class DualLinkProcessorTest : public ::testing::Test {
+class DualLinkProcessorTest : public ProcessorTest {
  protected:
-  DualLinkProcessorTest() {
-    VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
-  }
-  ~DualLinkProcessorTest() override { VDPPythonInterpreter::setScriptRunner(nullptr); }
-
   // The verdict lines printed for these errors (one per second), MTIE switched on or off.
   std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
     const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
@@ -121,8 +116,6 @@ class DualLinkProcessorTest : public ::testing::Test {
     testing::internal::GetCapturedStdout();
     return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
   }
-
-  TestSupport::TempDir dir;
 };
 
 TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOneHopMaskPass) {
