@@ -181,8 +181,8 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   // A second run with ten times the data: no result file fits in the last 8 KiB. Each keeps its
   // earlier content; each CSV says so in one line, each plot in the interpreter's traceback.
   const int filler = open((disk.at / "filler").c_str(), O_WRONLY | O_CREAT, 0600);
-  const auto free = static_cast<off_t>(fs::space(disk.at).available);
-  EXPECT_EQ(posix_fallocate(filler, 0, free - 8192), 0);
+  const auto room = static_cast<off_t>(fs::space(disk.at).available);
+  EXPECT_EQ(posix_fallocate(filler, 0, room - 8192), 0);
   close(filler);
   arguments[2] = "long.csv";
   const TestSupport::ToolRun second = TestSupport::runTool(arguments, dir.path());
