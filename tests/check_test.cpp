@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
+#include <regex>
+
 #include "TestSupport.h"
 #include "VDCCheckReport.h"
 #include "VDCContinuity.h"
@@ -11,18 +14,11 @@
 #include "VDCProcessSkippingGaps.h"
 #include "VDCRecording.h"
 #include "VDCSettledWindow.h"
-#include "VDCVerdictOptions.h"
 #include "VDConfidenceInterval.h"
 #include "VDMaskTable.h"
 #include "VDNoiseIdentification.h"
 
 namespace {
-
-std::string trimmed(const std::string& text) {
-  const size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? ""
-                                    : text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
 
 TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
   std::ifstream table(TestSupport::sourceDir() / "tests/data/check/lines.txt");
@@ -33,18 +29,16 @@ TEST(CheckFormats, EveryLineVariantReadsAsItsRowSays) {
     if (row.empty() || row[0] == '#') {
       continue;
     }
-    std::vector<std::string> fields;
-    std::istringstream cells(row);
-    for (std::string cell; std::getline(cells, cell, '|');) {
-      fields.push_back(trimmed(cell));
-    }
+    static const std::regex bar(" *\\| *");
+    const std::vector<std::string> fields(
+        std::sregex_token_iterator(row.begin(), row.end(), bar, -1), {});
     ASSERT_EQ(fields.size(), 4u) << row;
     const std::string& format = fields[0];
-    if (grammars.count(format) == 0) {
-      grammars[format] = VDCRecording::lineGrammar(format, {});
-    }
+    // One reader a format, made by its first row.
+    VDCRecording::Grammar& grammar =
+        grammars.try_emplace(format, VDCRecording::lineGrammar(format, {})).first->second;
     VDCSample sample;
-    const VDCLineKind kind = grammars[format](fields[1], sample);
+    const VDCLineKind kind = grammar(fields[1], sample);
     // "sample STREAM TIME ERROR STATE", "summary" or "other".
     std::istringstream expected(fields[2]);
     std::string what, stream;
@@ -130,10 +124,8 @@ TEST(CheckFormats, GapsAndDisorderSplitTheStream) {
 }
 
 TEST(CheckVerdicts, SettledWindowByTimeAndByTheServosLock) {
-  std::vector<double> times;
-  for (int i = 0; i < 200; ++i) {
-    times.push_back(1000 + i);  // 1 s apart
-  }
+  std::vector<double> times(200);
+  std::iota(times.begin(), times.end(), 1000);  // 1 s apart
   struct Case {
     const char* name;
     std::vector<int> states;  // runs of (state, count)
@@ -231,19 +223,6 @@ TEST(CheckVerdicts, RunVerdictAndExitStatus) {
   for (const Case& c : cases) {
     EXPECT_EQ(VDCCheckReport({}, c.checks, c.lostLock).exitStatus(), c.status);
   }
-}
-
-// The option values' messages are pinned by the check-option-values run; here, what a list of
-// mask ids selects.
-TEST(CheckVerdicts, AMaskListSelectsEveryMaskOfEachId) {
-  VDCVerdictOptions options;
-  std::string error;
-  ASSERT_TRUE(options.take("--mask", "g8273.2-c,,gptp-one-hop", error));
-  VDMaskTable table;
-  ASSERT_TRUE(options.readMaskTable(table, error));
-  std::vector<const VDMask*> masks;
-  ASSERT_TRUE(options.selectedMasks(table, masks, error));
-  EXPECT_EQ(masks.size(), 7u);
 }
 
 // --gaps skip: at window m each statistic pools the terms inside the segments that hold m, by

@@ -148,41 +148,24 @@ std::map<std::string, std::string> filesIn(const fs::path& directory) {
 }
 
 // A small tmpfs mounted for the life of the object (root only).
-class SmallFileSystem {
- public:
-  SmallFileSystem(const fs::path& mountPoint, const std::string& size) : _mountPoint(mountPoint) {
-    fs::create_directories(mountPoint);
-    _mounted = mount("tmpfs", mountPoint.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
+struct SmallFileSystem {
+  SmallFileSystem(const fs::path& at, const std::string& size) : at(at) {
+    fs::create_directories(at);
+    mounted = mount("tmpfs", at.c_str(), "tmpfs", 0, ("size=" + size).c_str()) == 0;
   }
   ~SmallFileSystem() {
-    if (_mounted) {
-      umount2(_mountPoint.c_str(), MNT_DETACH);
+    if (mounted) {
+      umount2(at.c_str(), MNT_DETACH);
     }
   }
-  bool mounted() const { return _mounted; }
-
-  // Fills the file system up to its last few pages.
-  void fillLeaving(off_t freeBytes) const {
-    const fs::path filler = _mountPoint / "filler";
-    const int file = open(filler.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    const std::string block(4096, 'x');
-    off_t size = 0;
-    while (write(file, block.data(), block.size()) == static_cast<ssize_t>(block.size())) {
-      size += static_cast<off_t>(block.size());
-    }
-    EXPECT_EQ(ftruncate(file, size - freeBytes), 0);
-    close(file);
-  }
-
- private:
-  fs::path _mountPoint;
-  bool _mounted = false;
+  fs::path at;
+  bool mounted = false;
 };
 
 TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   TestSupport::TempDir dir;
   SmallFileSystem disk(dir / "disk", "4m");
-  if (!disk.mounted()) {
+  if (!disk.mounted) {
     GTEST_SKIP() << "mounting a tmpfs needs root";
   }
   const fs::path output = dir / "disk" / "out";
@@ -197,7 +180,10 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
 
   // A second run with ten times the data: no result file fits in the last 8 KiB. Each keeps its
   // earlier content; each CSV says so in one line, each plot in the interpreter's traceback.
-  disk.fillLeaving(8192);
+  const int filler = open((disk.at / "filler").c_str(), O_WRONLY | O_CREAT, 0600);
+  const auto room = static_cast<off_t>(fs::space(disk.at).available);
+  EXPECT_EQ(posix_fallocate(filler, 0, room - 8192), 0);
+  close(filler);
   arguments[2] = "long.csv";
   const TestSupport::ToolRun second = TestSupport::runTool(arguments, dir.path());
   EXPECT_EQ(second.status, 1);
@@ -219,9 +205,7 @@ TEST(Faults, AFullDiskKeepsTheEarlierCompleteResults) {
   std::string reported;
   std::istringstream lines(second.err);
   for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("Failed to write", 0) == 0) {
-      reported += line + "\n";
-    }
+    reported += line.starts_with("Failed to write") ? line + "\n" : "";
   }
   EXPECT_EQ(reported, failures);
   EXPECT_NE(second.err.find("OSError: [Errno 28] No space left on device"), std::string::npos);
@@ -284,12 +268,10 @@ TEST(Faults, RunsIntoOneDirectoryTakeTurns) {
   TestSupport::writeFile(dir / "a.csv", martenData(1000));
   TestSupport::writeFile(dir / "b.csv", martenData(2001));
   const auto runOn = [&](const char* data, const char* logDirectory,
-                         std::vector<std::string> statistics) {
+                         std::vector<std::string> options) {
     fs::create_directory(dir / logDirectory);
-    std::vector<std::string> arguments = {"marten", "--data", (dir / data).string(), "--output",
-                                          output.string()};
-    arguments.insert(arguments.end(), statistics.begin(), statistics.end());
-    return std::make_unique<BackgroundRun>(arguments, dir / logDirectory);
+    options.insert(options.begin(), {"marten", "--data", dir / data, "--output", output});
+    return std::make_unique<BackgroundRun>(options, dir / logDirectory);
   };
   {
     // While another process holds the directory, a run waits without writing anything, then

@@ -63,12 +63,6 @@ def files_below(root):
             for folder, _, names in os.walk(root) for name in names}
 
 
-def read_columns(path, *names):
-    with open(path) as stream:
-        rows = list(csv.DictReader(stream))
-    return [[float(row[name]) for row in rows] for name in names]
-
-
 class InstalledTool(unittest.TestCase):
 
     @classmethod
@@ -89,10 +83,10 @@ class InstalledTool(unittest.TestCase):
             capture_output=True, text=True, env=dict(os.environ, PWD=cls.scratch))
         startup = os.path.join(cls.scratch, 'startup')
         os.mkdir(startup)
-        with open(os.path.join(startup, 'sitecustomize.py'), 'w') as stream:
-            stream.write(SITECUSTOMIZE)
-        with open(os.path.join(startup, 'vdp_figure_witness.py'), 'w') as stream:
-            stream.write(FIGURE_WITNESS_BACKEND)
+        for name, text in (('sitecustomize.py', SITECUSTOMIZE),
+                           ('vdp_figure_witness.py', FIGURE_WITNESS_BACKEND)):
+            with open(os.path.join(startup, name), 'w') as stream:
+                stream.write(text)
         cls.python_env = dict(os.environ, PYTHONPATH=startup, PYTHONDONTWRITEBYTECODE='1',
                               VDP_TEST_SITE_DIR=os.path.join(cls.prefix, SITE_DIR),
                               MPLBACKEND='Agg')
@@ -129,10 +123,10 @@ class InstalledTool(unittest.TestCase):
         result = self.run_script(command, MPLBACKEND='module://vdp_figure_witness',
                                  VDP_TEST_WITNESS=witness)
         self.assertEqual((result.returncode, result.stderr), (0, ''))
-        with open(witness + '.json') as stream:
-            lines = json.load(stream)
-        self.assertEqual(lines, [read_columns(os.path.join(self.output, csv_name),
-                                              x_column, y_column)])
+        with open(witness + '.json') as stream, open(os.path.join(self.output, csv_name)) as table:
+            lines, rows = json.load(stream), list(csv.DictReader(table))
+        self.assertEqual(lines, [[[float(row[x_column]) for row in rows],
+                                  [float(row[y_column]) for row in rows]]])
         self.assertGreater(os.path.getsize(witness + '-1.png'), 10000)
 
     def test_layout_and_manifest(self):

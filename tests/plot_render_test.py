@@ -58,9 +58,9 @@ def run(directory, text):
                           env=dict(os.environ, MPLBACKEND='Agg')).returncode
 
 
-def write(path, header, *columns):
-    np.savetxt(path, np.column_stack(columns), fmt='%.9g', delimiter=',', header=header,
-               comments='')
+def write(directory, name, header, *columns):
+    np.savetxt(os.path.join(directory, name), np.column_stack(columns), fmt='%.9g', delimiter=',',
+               header=header, comments='')
 
 
 class PlotRender(unittest.TestCase):
@@ -70,16 +70,13 @@ class PlotRender(unittest.TestCase):
             with self.subTest(count=count), tempfile.TemporaryDirectory() as directory:
                 i = np.arange(1, count + 1)
                 value = 1e-9 / i
-                write(os.path.join(directory, 'n_time_error.csv'), 'time,time_error', i * 10**9,
-                      i * 7919 % 61)
-                write(os.path.join(directory, 'n_adev.csv'),
-                      'window,tau,adev,terms,alpha,edf,adev_min,adev_max', i, i, value,
-                      i * 0 + 10, i * 0, i * 0 + 5, value * 0.8, value * 1.3)
-                write(os.path.join(directory, 'n_mtie.csv'), 'window,tau,mtie,terms', i, i,
-                      10 + i, i * 0 + 10)
+                write(directory, 'n_time_error.csv', 'time,time_error', i * 10**9, i * 7919 % 61)
+                write(directory, 'n_adev.csv', 'window,tau,adev,terms,alpha,edf,adev_min,adev_max',
+                      i, i, value, i * 0 + 10, i * 0, i * 0 + 5, value * 0.8, value * 1.3)
+                write(directory, 'n_mtie.csv', 'window,tau,mtie,terms', i, i, 10 + i, i * 0 + 10)
                 # One interpreter for the six plots.
-                plots = [(name, os.path.join(directory, name + extension))
-                         for name in ('time-error', 'adev', 'mtie') for extension in ('.png', '.pdf')]
+                plots = [(name, os.path.join(directory, name + extension)) for name in
+                         ('time-error', 'adev', 'mtie') for extension in ('.png', '.pdf')]
                 self.assertEqual(run(directory, ''.join(
                     script(name, directory, path) for name, path in plots)), 0)
                 for name, path in plots:
@@ -92,16 +89,15 @@ class PlotRender(unittest.TestCase):
             i = np.arange(1, 200001)
             # Noise with rare one-sample spikes up and down.
             spike = np.where(i % 9973 == 0, 5000, np.where(i % 7919 == 0, -4000, 0))
-            write(os.path.join(directory, 'n_time_error.csv'), 'time,time_error', i * 10**9,
+            write(directory, 'n_time_error.csv', 'time,time_error', i * 10**9,
                   i * 7919 % 61 - 30 + spike)
             i = i[:100000]
             wobble = 1 + (i * 7907 % 53) / 100.0 + np.where(i % 4999 == 0, 3, 0)
             # A zero, which a log axis cannot show, among the values.
             value = np.where(i == 60000, 0, 1e-9 / np.sqrt(i) * wobble)
-            write(os.path.join(directory, 'n_adev.csv'),
-                  'window,tau,adev,terms,alpha,edf,adev_min,adev_max', i, 0.125 * i, value,
-                  i * 0 + 10, i * 0, i * 0 + 5, value * np.where(i % 3001 == 0, 0.1, 0.8),
-                  value * 1.3)
+            write(directory, 'n_adev.csv', 'window,tau,adev,terms,alpha,edf,adev_min,adev_max', i,
+                  0.125 * i, value, i * 0 + 10, i * 0, i * 0 + 5,
+                  value * np.where(i % 3001 == 0, 0.1, 0.8), value * 1.3)
             for name, x, series, log in (('time-error', 'time', 'timeError', 'False'),
                                          ('adev', 'tau', 'adev, adevMin, adevMax', 'True')):
                 check = PIXEL_EXTREMES_CHECK.replace('LOG_AXES', log).replace('SERIES', series)

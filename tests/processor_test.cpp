@@ -1,6 +1,7 @@
 // The processors with scripts captured instead of run (whole runs, with every step's files, are
-// cases of tests/data/runs): runs that cannot write, every plot script byte for byte; the dual-link judgement (the PASS and FAIL
-// boundaries of both tests, the full and converged analyses), and its plots rendered for real.
+// cases of tests/data/runs): runs that cannot write, every plot script byte for byte; the
+// dual-link judgement (the PASS and FAIL boundaries of both tests, the full and converged
+// analyses), and its plots rendered for real.
 
 #include <gtest/gtest.h>
 
@@ -18,14 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<VDTimeErrorValue> rampValues(int count) {
-  std::vector<VDTimeErrorValue> values;
-  for (int i = 0; i < count; ++i) {
-    values.emplace_back(1000000000ull * static_cast<uint64_t>(i), (i * 7) % 13 - 6);
-  }
-  return values;
-}
-
 class ProcessorTest : public ::testing::Test {
  protected:
   ProcessorTest() {
@@ -34,35 +27,26 @@ class ProcessorTest : public ::testing::Test {
   }
   ~ProcessorTest() override { VDPPythonInterpreter::setScriptRunner(nullptr); }
 
-  // Runs processTimeErrors and returns what it printed.
-  std::string process(VDPProcessSingleTimeError& processor) {
-    const VDTimeErrorSequence sequence(rampValues(40));
-    testing::internal::CaptureStdout();
-    EXPECT_TRUE(processor.processTimeErrors(sequence));
-    return testing::internal::GetCapturedStdout();
-  }
-
   TestSupport::TempDir dir;
   std::vector<std::string> scripts;
 };
 
-TEST_F(ProcessorTest, AnEmptySequenceAndAnUnwritableDirectoryDoNotStopTheRun) {
-  VDPProcessSingleTimeError processor((dir / "missing").string(), "n", true, true, true, true, true,
-                                      2, INT64_MAX, 1);
-  const VDTimeErrorSequence empty(std::vector<VDTimeErrorValue>{});
-  testing::internal::CaptureStdout();
-  EXPECT_TRUE(processor.processTimeErrors(empty));
-  EXPECT_NE(testing::internal::GetCapturedStdout().find("Analysis Done\n"), std::string::npos);
+TEST_F(ProcessorTest, FailedWritesDoNotStopTheRun) {
+  // Every statistic of an empty sequence into output: what the run printed.
+  const auto process = [](const fs::path& output) {
+    VDPProcessSingleTimeError processor(output.string(), "n", true, true, true, true, true, 2,
+                                        INT64_MAX, 1);
+    testing::internal::CaptureStdout();
+    EXPECT_TRUE(processor.processTimeErrors(VDTimeErrorSequence(std::vector<VDTimeErrorValue>{})));
+    return testing::internal::GetCapturedStdout();
+  };
+  // A directory that does not exist: every script is still run.
+  EXPECT_NE(process(dir / "missing").find("Analysis Done\n"), std::string::npos);
   EXPECT_EQ(scripts.size(), 12u);
-}
-
-TEST_F(ProcessorTest, ScriptPermissionsAreSetEvenWhenTheWriteFails) {
   // A directory where the saved script should go: the write fails, the mode is set all the same.
   fs::create_directory(dir / "PlotTimeError.py");
   fs::permissions(dir / "PlotTimeError.py", fs::perms::owner_all);
-  VDPProcessSingleTimeError processor(dir.path().string(), "n", false, false, false, false, false,
-                                      2, INT64_MAX, 1);
-  process(processor);
+  process(dir.path());
   EXPECT_TRUE(fs::is_directory(dir / "PlotTimeError.py"));
   EXPECT_EQ(fs::status(dir / "PlotTimeError.py").permissions(), fs::perms(0744));
 }
@@ -109,13 +93,8 @@ TEST(PlotScripts, EveryScriptInBothFormsByteForByte) {
   }
 }
 
-class DualLinkProcessorTest : public ::testing::Test {
+class DualLinkProcessorTest : public ProcessorTest {
  protected:
-  DualLinkProcessorTest() {
-    VDPPythonInterpreter::setScriptRunner([](const std::string&) {});
-  }
-  ~DualLinkProcessorTest() override { VDPPythonInterpreter::setScriptRunner(nullptr); }
-
   // The verdict lines printed for these errors (one per second), MTIE switched on or off.
   std::string verdicts(const std::vector<int64_t>& errors, bool mtie) {
     const VDPDualLinkTimeErrorSequence sequence(TestSupport::timeErrorValues(errors));
@@ -137,8 +116,6 @@ class DualLinkProcessorTest : public ::testing::Test {
     testing::internal::GetCapturedStdout();
     return TestSupport::readFile(dir / "out" / "converged" / "L_time_error.csv");
   }
-
-  TestSupport::TempDir dir;
 };
 
 TEST_F(DualLinkProcessorTest, TimeErrorWithinEightyNanosecondsAndMTIEWithinTheOneHopMaskPass) {
@@ -220,17 +197,14 @@ TEST_F(DualLinkProcessorTest, InitialiserPreparesFullAndConverged) {
 // The dual-link analysis rendered for real on the sample recording: the console verdicts, and
 // the limit lines and the one-hop mask present in the PNGs (found by their colour).
 // Counts the pixels of the limit colour #fac205 in a PNG, with the embedded interpreter.
-int limitColourPixels(const std::filesystem::path& png, const std::filesystem::path& result) {
-  VDPPythonInterpreter::runScript(
-      "import matplotlib.image, numpy\n"
-      "pixels = matplotlib.image.imread('" +
-      png.string() +
-      "')[:, :, :3]\n"
-      "limit = numpy.array([0xfa, 0xc2, 0x05]) / 255.0\n"
-      "found = numpy.all(numpy.abs(pixels - limit) < 0.02, axis=2).sum()\n"
-      "open('" +
-      result.string() + "', 'w').write(str(found))\n");
-  return std::stoi(TestSupport::readFile(result));
+int limitColourPixels(const fs::path& png) {
+  VDPPythonInterpreter::runScript("png = '" + png.string() + "'\n" +
+                                  "import matplotlib.image, numpy\n"
+                                  "pixels = matplotlib.image.imread(png)[:, :, :3]\n"
+                                  "limit = numpy.array([0xfa, 0xc2, 0x05]) / 255.0\n"
+                                  "found = numpy.all(numpy.abs(pixels - limit) < 0.02, axis=2)\n"
+                                  "open(png + '.count', 'w').write(str(found.sum()))\n");
+  return std::stoi(TestSupport::readFile(png.string() + ".count"));
 }
 
 TEST(DualLinkRender, SampleRecordingFailsInFullAndPassesConverged) {
@@ -244,16 +218,13 @@ TEST(DualLinkRender, SampleRecordingFailsInFullAndPassesConverged) {
   EXPECT_TRUE(analyser->execute());
   EXPECT_EQ(testing::internal::GetCapturedStdout(), TestSupport::expected("dual-link-run.txt"));
   for (const char* sub : {"full", "converged"}) {
-    const std::filesystem::path directory = dir / sub;
-    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_time_error.png", dir / "count"),
-              1000)
-        << sub;
-    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_mtie.png", dir / "count"), 300)
-        << sub;
+    const fs::path directory = dir / sub;
+    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_time_error.png"), 1000) << sub;
+    EXPECT_GT(limitColourPixels(directory / "dual_link_analysis_mtie.png"), 300) << sub;
     // MDEV, TDEV and MTIE unless told otherwise; ADEV and RMS TIE only when asked for.
-    EXPECT_TRUE(std::filesystem::exists(directory / "PlotMADEV.py"));
+    EXPECT_TRUE(fs::exists(directory / "PlotMADEV.py"));
     for (const char* absent : {"dual_link_analysis_adev.csv", "dual_link_analysis_rmstie.csv"}) {
-      EXPECT_FALSE(std::filesystem::exists(directory / absent)) << absent;
+      EXPECT_FALSE(fs::exists(directory / absent)) << absent;
     }
   }
   // The saved MTIE script carries the mask too.

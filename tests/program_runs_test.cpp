@@ -3,7 +3,10 @@
 // with its exact standard output, standard error and exit status and the files it must leave.
 // VDP_UPDATE_RUNS=1 writes what the runs gave back into the case files, for review as a diff.
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "AudioFileWriter.h"
 #include "TestSupport.h"
@@ -57,12 +60,9 @@ void writeTone(const fs::path& path, uint32_t rate, double seconds,
 std::string madeAs(const fs::path& path) {
   const std::string bytes = fs::is_regular_file(path) ? TestSupport::readFile(path) : "";
   if (bytes.size() >= 24 && bytes.compare(1, 3, "PNG") == 0) {
-    const auto at = [&bytes](size_t i) {
-      return static_cast<uint32_t>(
-          static_cast<uint8_t>(bytes[i]) << 24 | static_cast<uint8_t>(bytes[i + 1]) << 16 |
-          static_cast<uint8_t>(bytes[i + 2]) << 8 | static_cast<uint8_t>(bytes[i + 3]));
-    };
-    return "PNG " + std::to_string(at(16)) + "x" + std::to_string(at(20));
+    uint32_t size[2];  // width and height, big-endian, from byte 16
+    std::memcpy(size, bytes.data() + 16, sizeof size);
+    return "PNG " + std::to_string(ntohl(size[0])) + "x" + std::to_string(ntohl(size[1]));
   }
   if (bytes.rfind("%PDF-", 0) == 0 && bytes.find("%%EOF", bytes.size() - 16) != std::string::npos) {
     return "PDF";
@@ -76,7 +76,7 @@ std::string madeAs(const fs::path& path) {
 }
 
 struct Section {
-  std::string header;  // the directive line without "--- " (or the whole "$ " line)
+  std::string line;  // the "--- " or "$ " line, empty for the case's description
   std::string content;
 };
 
@@ -84,46 +84,28 @@ std::vector<Section> sectionsOf(const std::string& text) {
   std::vector<Section> sections;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
-    if (line.rfind("--- ", 0) == 0 || line.rfind("$ ", 0) == 0) {
-      sections.push_back({line.rfind("$ ", 0) == 0 ? line : line.substr(4), ""});
-    } else if (!sections.empty()) {
-      sections.back().content += line + "\n";
+    if (line.starts_with("--- ") || line.starts_with("$ ")) {
+      sections.push_back({line, ""});
+    } else if (sections.empty()) {
+      sections.push_back({"", line + "\n"});
     } else {
-      sections.push_back({"#", line + "\n"});  // the case's description
+      sections.back().content += line + "\n";
     }
   }
   return sections;
 }
 
-// Words separated by spaces ('' an empty word), or by "|" when the line holds one; WORK and SRC
-// begin paths in those places.
-std::vector<std::string> argumentsOf(const std::string& line, const fs::path& work) {
+// Words separated by spaces ('' an empty word), or by "|" when the line holds one.
+std::vector<std::string> wordsOf(const std::string& line) {
   std::vector<std::string> words;
   const char separator = line.find('|') == std::string::npos ? ' ' : '|';
-  std::istringstream stream(line.substr(2) + separator);
+  std::istringstream stream(line + separator);
   for (std::string word; std::getline(stream, word, separator);) {
-    if (separator == ' ' && word.empty()) {
-      continue;
+    if (separator == '|' || !word.empty()) {
+      words.push_back(word == "''" ? "" : word);
     }
-    word = word == "''" ? "" : word;
-    if (word.rfind("WORK", 0) == 0 || word.rfind("SRC", 0) == 0) {
-      replaceAll(word, "WORK", work.string());
-      replaceAll(word, "SRC", TestSupport::sourceDir().string());
-    }
-    words.push_back(word);
   }
   return words;
-}
-
-// The environment entries before the program ("NAME=VALUE" sets, "-NAME" unsets), as written.
-std::vector<std::string> environmentOf(const std::string& line) {
-  std::vector<std::string> entries;
-  std::istringstream words(line.substr(2));
-  for (std::string word;
-       words >> word && (word[0] == '-' || word.find('=') != std::string::npos);) {
-    entries.push_back(word[0] == '-' ? word.substr(1) : word);
-  }
-  return entries;
 }
 
 void runCase(const fs::path& file) {
@@ -132,17 +114,18 @@ void runCase(const fs::path& file) {
   std::vector<Section> sections = sectionsOf(TestSupport::readFile(file));
   TestSupport::ToolRun run;
   for (Section& section : sections) {
-    std::istringstream words(section.header);
+    std::istringstream words(section.line.starts_with("--- ") ? section.line.substr(4)
+                                                              : section.line);
     std::string directive, path;
     words >> directive;
     std::getline(words >> std::ws, path);
-    const bool noLineEnd = path.size() > 14 && path.substr(path.size() - 14) == " (no line end)";
+    // "(no line end)" after an input's name: the content's last line has none.
+    const bool noLineEnd = path.ends_with(" (no line end)");
     path = noLineEnd ? path.substr(0, path.size() - 14) : path;
     const fs::path target = work / path;
     std::string actual = section.content;
     if (directive == "input") {
       fs::create_directories(target.parent_path());
-      // "(no line end)" after the name: the content's last line has none.
       TestSupport::writeFile(target, section.content.substr(0, section.content.size() - noLineEnd));
     } else if (directive == "dir") {
       fs::create_directories(target);
@@ -156,32 +139,39 @@ void runCase(const fs::path& file) {
                 fields >> claimed ? std::optional(claimed) : std::nullopt);
     } else if (directive == "$") {
       // " 2>&1" at the end: standard error into standard output's file, as in "2>&1 | cat".
-      const bool oneStream =
-          section.header.size() > 5 && section.header.substr(section.header.size() - 5) == " 2>&1";
+      const bool oneStream = section.line.ends_with(" 2>&1");
       std::vector<std::string> arguments =
-          argumentsOf(section.header.substr(0, section.header.size() - 5 * oneStream), work.path());
-      arguments.erase(
-          arguments.begin(),
-          arguments.begin() + static_cast<ptrdiff_t>(environmentOf(section.header).size()));
+          wordsOf(section.line.substr(2, section.line.size() - 2 - 5 * oneStream));
+      std::map<std::string, std::optional<std::string>> environment = {
+          {"PYTHONUNBUFFERED", std::nullopt}};
+      // On a line split at spaces, "NAME=VALUE" before the program sets a variable, "-NAME"
+      // unsets one.
+      while (section.line.find('|') == std::string::npos &&
+             (arguments[0][0] == '-' || arguments[0].find('=') != std::string::npos)) {
+        std::string entry = arguments[0][0] == '-' ? arguments[0].substr(1) : arguments[0];
+        replaceAll(entry, "WORK", work.path().string());
+        const size_t equals = entry.find('=');
+        environment[entry.substr(0, equals)] =
+            equals == std::string::npos ? std::nullopt : std::optional(entry.substr(equals + 1));
+        arguments.erase(arguments.begin());
+      }
+      for (std::string& argument : arguments) {  // WORK and SRC begin paths
+        if (argument.starts_with("WORK") || argument.starts_with("SRC")) {
+          replaceAll(argument, "WORK", work.path().string());
+          replaceAll(argument, "SRC", TestSupport::sourceDir().string());
+        }
+      }
       const fs::path program = arguments[0] == "veridaneprobe-check"
                                    ? TestSupport::toolPath().parent_path() / "veridaneprobe-check"
                                : arguments[0] == "veridaneprobe" ? TestSupport::toolPath()
                                                                  : fs::path(arguments[0]);
       arguments.erase(arguments.begin());
-      std::map<std::string, std::optional<std::string>> environment = {
-          {"PYTHONUNBUFFERED", std::nullopt}};
-      for (std::string entry : environmentOf(section.header)) {
-        replaceAll(entry, "WORK", work.path().string());
-        const size_t equals = entry.find('=');
-        environment[entry.substr(0, equals)] =
-            equals == std::string::npos ? std::nullopt : std::optional(entry.substr(equals + 1));
-      }
       run = TestSupport::runProgram(program, arguments, work.path(), environment, oneStream);
     } else if (directive == "stdout" || directive == "stderr") {
       actual = shown(directive == "stdout" ? run.out : run.err, work.path());
     } else if (directive == "exit") {
-      EXPECT_EQ(section.header, "exit " + std::to_string(run.status));
-      section.header = "exit " + std::to_string(run.status);
+      EXPECT_EQ(section.line, "--- exit " + std::to_string(run.status));
+      section.line = "--- exit " + std::to_string(run.status);
     } else if (directive == "file") {
       actual = fs::is_regular_file(target) ? shown(TestSupport::readFile(target), work.path())
                                            : "(missing)\n";
@@ -197,20 +187,16 @@ void runCase(const fs::path& file) {
       for (std::string name; std::getline(names, name);) {
         EXPECT_EQ(fs::exists(work / name), directive == "exists") << name;
       }
-    } else if (directive != "#" && directive != "note") {
-      ADD_FAILURE() << "unknown directive " << section.header;
+    } else if (!directive.empty() && directive != "note") {
+      ADD_FAILURE() << "unknown directive " << section.line;
     }
-    EXPECT_EQ(actual, section.content) << section.header;
+    EXPECT_EQ(actual, section.content) << section.line;
     section.content = actual;
   }
   if (std::getenv("VDP_UPDATE_RUNS") != nullptr) {
     std::string text;
     for (const Section& section : sections) {
-      const bool plain = section.header == "#" || section.header.rfind("$ ", 0) == 0;
-      text += (section.header == "#" ? ""
-               : plain               ? section.header + "\n"
-                                     : "--- " + section.header + "\n") +
-              section.content;
+      text += section.line + (section.line.empty() ? "" : "\n") + section.content;
     }
     TestSupport::writeFile(file, text);
   }

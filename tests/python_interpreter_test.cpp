@@ -17,6 +17,13 @@ class PythonInterpreterTest : public ::testing::Test {
   static void SetUpTestSuite() { VDPPythonInterpreter::start("python_interpreter_test"); }
   static void TearDownTestSuite() { VDPPythonInterpreter::finalise(); }
 
+  // Runs the script, then writes the value of the expression: what the script saw.
+  std::string written(const std::string& script, const std::string& expression) {
+    VDPPythonInterpreter::runScript(script + "\nopen('" + (dir / "result").string() +
+                                    "', 'w').write(" + expression + ")\n");
+    return TestSupport::readFile(dir / "result");
+  }
+
   TestSupport::TempDir dir;
 };
 
@@ -48,21 +55,11 @@ TEST_F(PythonInterpreterTest, ConsoleLinesKeepTheirOrderAcrossScripts) {
 
 TEST_F(PythonInterpreterTest, ClassicMatplotlibApiIsSupplied) {
   TestSupport::writeFile(dir / "data.csv", "Time,Time Error,tau\n1,-2,0.5\n3,4,1e-3\n");
-  const std::string result = (dir / "result").string();
-  VDPPythonInterpreter::runScript(
-      "import matplotlib\n"
-      "import matplotlib.pyplot as plt\n"
-      "import matplotlib.mlab as mlab\n"
-      "plt.hold(True)\n"
-      "records = mlab.csv2rec('" +
-      (dir / "data.csv").string() +
-      "')\n"
-      "open('" +
-      result +
-      "', 'w').write('%s %s %s %s %s' % (matplotlib.get_backend(),\n"
-      "    records.dtype.names, list(records.time), list(records.time_error),\n"
-      "    list(records.tau)))\n");
-  EXPECT_EQ(TestSupport::readFile(result),
+  EXPECT_EQ(written("import matplotlib, matplotlib.pyplot as plt, matplotlib.mlab as mlab\n"
+                    "plt.hold(True)\nrecords = mlab.csv2rec('" +
+                        (dir / "data.csv").string() + "')",
+                    "'%s %s %s %s %s' % (matplotlib.get_backend(), records.dtype.names,\n"
+                    "    list(records.time), list(records.time_error), list(records.tau))"),
             "agg ('time', 'time_error', 'tau') [1, 3] [-2, 4] [0.5, 0.001]");
 }
 
@@ -82,29 +79,24 @@ TEST_F(PythonInterpreterTest, ColumnTypesComeFromEveryValueOfTheColumn) {
   TestSupport::writeFile(dir / "time.csv",
                          "time,time_error,level\n1700000000000000001,-5,1\n"
                          "18446744073709551615,7,1.0\n");
-  const std::string result = (dir / "result").string();
-  VDPPythonInterpreter::runScript(
-      "import matplotlib.mlab as mlab\n"
-      "a = mlab.csv2rec('" +
-      (dir / "adev.csv").string() + "')\nt = mlab.csv2rec('" + (dir / "time.csv").string() +
-      "')\np = mlab.csv2rec('" + (dir / "pps.csv").string() +
-      "')\n"
-      "open('" +
-      result +
-      "', 'w').write(repr((a.dtype.descr, list(a.tau), list(a.window), t.dtype.descr,\n"
-      "    [int(x) for x in t.time], list(t.level), p.dtype.descr[:2], p.tau[-1])))\n");
-  EXPECT_EQ(TestSupport::readFile(result),
-            "([('window', '<i8'), ('tau', '<f8'), ('adev', '<f8'), ('terms', '<i8')], "
-            "[1.0, 1.5, 2.0, 2.5], [2, 3, 4, 5], "
-            "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
-            "[1700000000000000001, 18446744073709551615], [1.0, 1.0], "
-            "[('window', '<i8'), ('tau', '<f8')], 100000.0)");
+  EXPECT_EQ(
+      written("import matplotlib.mlab as mlab\na, t, p = (mlab.csv2rec('" + dir.path().string() +
+                  "/' + name) for name in ('adev.csv', 'time.csv', 'pps.csv'))",
+              "repr((a.dtype.descr, list(a.tau), list(a.window), t.dtype.descr,\n"
+              "    [int(x) for x in t.time], list(t.level), p.dtype.descr[:2], p.tau[-1]))"),
+      "([('window', '<i8'), ('tau', '<f8'), ('adev', '<f8'), ('terms', '<i8')], "
+      "[1.0, 1.5, 2.0, 2.5], [2, 3, 4, 5], "
+      "[('time', '<u8'), ('time_error', '<i8'), ('level', '<f8')], "
+      "[1700000000000000001, 18446744073709551615], [1.0, 1.0], "
+      "[('window', '<i8'), ('tau', '<f8')], 100000.0)");
 }
 
 TEST_F(PythonInterpreterTest, RecordsAreReadUntilWithdrawnAndThoseRefusedLeaveATraceback) {
   // Columns of different lengths are refused with the layer's traceback; the script reads the
   // CSV itself.
-  const std::string csv = (dir / "n_adev.csv").string(), result = (dir / "result").string();
+  const std::string csv = (dir / "n_adev.csv").string();
+  const std::string read = "import matplotlib.mlab as mlab";
+  const std::string tau = "repr(list(mlab.csv2rec('" + csv + "').tau))";
   TestSupport::writeFile(csv, "window,tau\n7,7.5\n");
   VDPlotRecords records;
   records.columns = {{"window", true, {1}, {}}, {"tau", false, {}, {0.5, 0.25}}};
@@ -113,18 +105,13 @@ TEST_F(PythonInterpreterTest, RecordsAreReadUntilWithdrawnAndThoseRefusedLeaveAT
   const std::string traceback = testing::internal::GetCapturedStderr();
   EXPECT_EQ(traceback.rfind("Traceback (most recent call last):\n", 0), 0u) << traceback;
   EXPECT_NE(traceback.find("\nValueError: "), std::string::npos) << traceback;
-  const std::string readTau = "import matplotlib.mlab as mlab\nopen('" + result +
-                              "', 'w').write(repr(list(mlab.csv2rec('" + csv + "').tau)))\n";
-  VDPPythonInterpreter::runScript(readTau);
-  EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
+  EXPECT_EQ(written(read, tau), "[7.5]");
   // Records handed over are what the script reads, until they are withdrawn.
   records.columns = {{"window", true, {3}, {}}, {"tau", false, {}, {2.25}}};
   VDPPythonInterpreter::provideRecords(csv, records);
-  VDPPythonInterpreter::runScript(readTau);
-  EXPECT_EQ(TestSupport::readFile(result), "[2.25]");
+  EXPECT_EQ(written(read, tau), "[2.25]");
   VDPPythonInterpreter::withdrawRecords(csv);
-  VDPPythonInterpreter::runScript(readTau);
-  EXPECT_EQ(TestSupport::readFile(result), "[7.5]");
+  EXPECT_EQ(written(read, tau), "[7.5]");
 }
 
 TEST_F(PythonInterpreterTest, FontsReadFromMemoryStillEmbedInPdf) {
