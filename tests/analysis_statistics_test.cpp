@@ -423,15 +423,12 @@ __int128 bruteForceSumOfSquares(const std::vector<int64_t>& u, int order, size_t
 }
 
 // Sums of squared differences of orders 1 to 3 equal the sums in 128 bits, rounded once: by
-// transforms up to 2^34 (lengths just past a multiple of the 2048-value block, more than 8192 lags
-// reported in parts), split into halves up to 2^45; from 2^62 on, summed by tiles, bit for bit as
-// one lag at a time. Lags from 1, stepped, and short only (under a sixteenth of the series: by
-// blocks, not one transform). RMS TIE takes its sums so.
+// transforms up to 2^34 (lengths just past a 2048-value block, over 8192 lags reported in parts),
+// in halves up to 2^45; from 2^62 on by tiles, bit for bit as one lag at a time. Lags from 1,
+// stepped, and short only (under a sixteenth of the series: by blocks). RMS TIE takes its sums so.
 TEST(AnalysisFastSums, SumsOfSquaresAndRmsTieAreTheExactSumsRoundedOnce) {
   std::vector<int64_t> atTheTop = randomIntegers(1500, int64_t{1} << 40, 6);
-  for (int64_t& value : atTheTop) {
-    value += int64_t{1} << 62;
-  }
+  std::ranges::for_each(atTheTop, [](int64_t& value) { value += int64_t{1} << 62; });
   const std::vector<int64_t> halves = randomIntegers(6000, int64_t{1} << 45, 5);
   for (int order = 1; order <= 3; ++order) {
     // Lags checked every `every` (beside those around a report and the last), reported in parts
@@ -487,6 +484,22 @@ TEST(AnalysisFastSums, SumsOfSquaresAndRmsTieAreTheExactSumsRoundedOnce) {
   for (size_t m = 1; m < errors.size(); ++m) {
     const auto exact = static_cast<double>(bruteForceSumOfSquares(errors, 1, m));
     ASSERT_EQ(rms[m - 1], std::sqrt(exact / static_cast<double>(errors.size() - m))) << "m=" << m;
+  }
+}
+
+// Beyond 2^26 values (two years of 1 PPS) no transform holds the sums of ADEV's and MDEV's
+// differences: they are summed in doubles, by tiles of lags and one lag at a time, exact here.
+TEST(AnalysisFastSums, SeriesBeyondTheLongestTransformAreSummedInDoubles) {
+  const std::vector<int64_t> u = randomIntegers((size_t{1} << 26) + 21, 1000, 4);
+  const auto count = static_cast<int64_t>(u.size());
+  for (int order = 2; order <= 3; ++order) {
+    const VDLaggedDifferenceSums sums(u, order);
+    const std::vector<double> tiled =
+        sums.sumsOfSquares(VDWindowRange::clamped(1, 5001, 5000, 1, count), {});
+    ASSERT_EQ(tiled.size(), 2u);
+    EXPECT_EQ(tiled[0], sums.sumOfSquares(1, count - order)) << "order " << order;
+    EXPECT_EQ(tiled[1], sums.sumOfSquares(5001, count - order * 5001)) << "order " << order;
+    EXPECT_EQ(tiled[1], static_cast<double>(bruteForceSumOfSquares(u, order, 5001))) << order;
   }
 }
 

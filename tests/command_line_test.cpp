@@ -1,8 +1,6 @@
-// The tool from the command line beyond the transcripts of tests/data/runs: paths under "~",
-// runs on bad input that must finish without a crash, the sample recordings through the audio
-// and drift commands and read in chunks.
-// Under them, the streaming line reader and the text scanner: block boundaries, unterminated and
-// over-long lines, invalid UTF-8, and what the time-error layout accepts.
+// The tool beyond the transcripts of tests/data/runs: paths under "~", bad input that must finish
+// without a crash, the sample recordings through the drift alias and read in chunks; the line
+// reader and text scanner: block boundaries, over-long lines, invalid UTF-8, the line layouts.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -51,11 +51,9 @@ TEST_F(ProcessorTest, FailedWritesDoNotStopTheRun) {
   EXPECT_EQ(fs::status(dir / "PlotTimeError.py").permissions(), fs::perms(0744));
 }
 
-// Every plot script the tool saves beside its CSV (it finds the CSV beside itself and shows the
-// plot) or runs (it reads the literal path, saves the figure and closes it), byte for byte
-// against tests/data/expected/NAME-saved.txt and NAME-plot.txt: the header, records, columns,
-// titles and axes of each, the confidence band of the deviations only, and the dual-link MTIE's
-// hooks (the one-hop mask, the figure size and the y range) in their places.
+// Every plot script, saved beside its CSV (finds it there, shows the plot) or run (reads the full
+// path, saves and closes the figure), byte for byte against tests/data/expected/NAME-saved.txt
+// and NAME-plot.txt, the deviations' bands and the dual-link MTIE's mask, size and y range too.
 TEST(PlotScripts, EveryScriptInBothFormsByteForByte) {
   using Script = std::function<std::string(bool saved)>;
   // Time error sequences and statistic classes take the same arguments.
