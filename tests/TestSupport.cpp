@@ -1,6 +1,7 @@
 #include "TestSupport.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -86,6 +87,17 @@ std::string readFile(const std::filesystem::path& path) {
   std::ostringstream content;
   content << stream.rdbuf();
   return content.str();
+}
+
+std::vector<std::string> csvRows(const std::filesystem::path& path, const std::string& header) {
+  std::istringstream text(readFile(path));
+  std::vector<std::string> rows;
+  for (std::string line; std::getline(text, line);) {
+    rows.push_back(line);
+  }
+  EXPECT_EQ(rows.at(0), header);
+  rows.erase(rows.begin());
+  return rows;
 }
 
 std::vector<PublishedAdev> publishedPhaseDatAdev() {

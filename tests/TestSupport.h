@@ -158,6 +158,8 @@ inline Reference reference(Statistic statistic, const std::vector<int64_t>& x, i
 }
 
 std::string readFile(const std::filesystem::path& path);
+// The rows of the CSV file at path after its header, which must be header.
+std::vector<std::string> csvRows(const std::filesystem::path& path, const std::string& header);
 // The published overlapping ADEV of tests/data/PHASE.DAT (tests/data/PHASE.DAT-adev.txt).
 struct PublishedAdev {
   int64_t window;

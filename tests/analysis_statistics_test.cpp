@@ -458,11 +458,10 @@ TEST(AnalysisFastSums, SumsOfSquaresAndRmsTieAreTheExactSumsRoundedOnce) {
         ASSERT_EQ(exact.size(), lags.count());
         ASSERT_FALSE(reports.empty());
         EXPECT_EQ(reports.back(), lags.count()) << where;
-        for (size_t k = 1; k < reports.size(); ++k) {
-          EXPECT_EQ(reports[k], inParts ? std::min(8192 * k, lags.count()) : reports[k]) << where;
-          EXPECT_GT(reports[k], reports[k - 1]) << where;
+        for (size_t k = 0; k < reports.size(); ++k) {
+          EXPECT_TRUE(!inParts || reports[k] == std::min(8192 * k, lags.count())) << where;
+          EXPECT_TRUE(k == 0 || reports[k] > reports[k - 1]) << where;
         }
-        EXPECT_TRUE(!inParts || reports.front() == 0) << where;
         for (uint64_t index = 0; index < lags.count(); ++index) {
           const auto m = static_cast<size_t>(lags.at(index));
           if (index % every == 0 || index % 8192 < 2 || index % 8192 > 8189 ||

@@ -147,25 +147,13 @@ Calculator calculate(const Pair& pair, int64_t interval = kBurstInterval,
   return calculator;
 }
 
-// The rows of a CSV file after its header, which must be header.
-std::vector<std::string> csvRows(const std::filesystem::path& path, const std::string& header) {
-  std::istringstream text(TestSupport::readFile(path));
-  std::vector<std::string> rows;
-  for (std::string line; std::getline(text, line);) {
-    rows.push_back(line);
-  }
-  EXPECT_EQ(rows.at(0), header);
-  rows.erase(rows.begin());
-  return rows;
-}
-
 // The rows of the diagnostic export after its header.
 std::vector<std::string> exportedWindows(const Calculator& calculator) {
   TestSupport::TempDir dir;
   EXPECT_TRUE(calculator.exportTimeErrorToPath(dir.path().string()));
-  return csvRows(dir / Calculator::kWindowExportFileName,
-                 "window_start,integer_lag,refined_lag,delay,peak_correlation,used,status,"
-                 "delay_uncertainty,peak_ratio,b_inverted");
+  return TestSupport::csvRows(dir / Calculator::kWindowExportFileName,
+                              "window_start,integer_lag,refined_lag,delay,peak_correlation,used,"
+                              "status,delay_uncertainty,peak_ratio,b_inverted");
 }
 
 TEST(AudioTimeErrorCalculator, FindsOffsetsEitherWayUpsideDownThroughHumNoiseAndDrift) {
@@ -697,7 +685,7 @@ TEST(AudioTimeErrorCalculator, ExportsTheSeriesInSecondsAndEveryWindowForDiagnos
 
   // time,time_error: one row per used window, in seconds; not the window at 2 s, wholly in the
   // gap, nor the one at 2.5 s, with signal only in its last 28 ms (less than a quarter of it).
-  const auto series = csvRows(dir / "x_audio_time_error.csv", "time,time_error");
+  const auto series = TestSupport::csvRows(dir / "x_audio_time_error.csv", "time,time_error");
   ASSERT_EQ(series.size(), 6u);
   ASSERT_EQ(calculator.timeErrors().size(), 6u);
   EXPECT_EQ(series[0].substr(0, 12), "0.063937500,");  // 511.5 / kRate

@@ -86,7 +86,7 @@ TEST(AudioRun, SampleRecordingsThroughTheDriftAlias) {
   EXPECT_EQ(run.out, kBanner +
                          "Using 480000 samples of audio from 0.00 to 10.00 seconds\n"
                          "Loading audio into memory...\n"
-                         "Running Audio Time Error Calculation...\n" +
+                         "Running Audio Time Error Calculation...\n"
                          "Running Allan Deviation Analysis...\n"
                          "Running Modified Allan Deviation Analysis...\n"
                          "Running Time Deviation Analysis...\n"
@@ -95,15 +95,14 @@ TEST(AudioRun, SampleRecordingsThroughTheDriftAlias) {
                          "Analysis Done\n");
   EXPECT_EQ(run.status, 1);
   // Channel B lags by 12.5 ms plus 30 ppm of the elapsed time: 100 windows on that line.
-  std::istringstream rows(TestSupport::readFile(dir / "out" / "audio_analysis_time_error.csv"));
-  std::string row;
-  EXPECT_TRUE(std::getline(rows, row) && row == "time,time_error");
-  int count = 0;
-  for (double time, error; std::getline(rows, row); ++count) {
+  const std::vector<std::string> rows =
+      TestSupport::csvRows(dir / "out" / "audio_analysis_time_error.csv", "time,time_error");
+  EXPECT_EQ(rows.size(), 100u);
+  for (const std::string& row : rows) {
+    double time = 0, error = 0;
     ASSERT_EQ(std::sscanf(row.c_str(), "%lf,%lf", &time, &error), 2) << row;
     EXPECT_NEAR(error, 12.5e6 + 30e-6 * time, 20) << row;
   }
-  EXPECT_EQ(count, 100);
   for (const char* file : {"audio_analysis_audio_time_error.png", "audio_analysis_adev.csv",
                            "audio_analysis_mtie.pdf", "PlotMTIE.py"}) {
     EXPECT_TRUE(fs::exists(dir / "out" / file)) << file;
