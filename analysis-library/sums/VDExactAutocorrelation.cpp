@@ -47,6 +47,10 @@ std::vector<uint32_t> autocorrelationModulo(const std::vector<int64_t>& sequence
 }  // namespace
 
 bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence) {
+  // Refused by its length before its values are scanned: a series of years at 1 PPS.
+  if (sequence.size() > NTT::kLargestTransform) {
+    return false;
+  }
   unsigned __int128 largestMagnitude = 0;
   for (const int64_t value : sequence) {
     const unsigned __int128 magnitude =
@@ -54,7 +58,7 @@ bool VDExactAutocorrelation::holdsEverySum(const std::vector<int64_t>& sequence)
     largestMagnitude = magnitude > largestMagnitude ? magnitude : largestMagnitude;
   }
   // The first test keeps the product below from overflowing.
-  return sequence.size() <= NTT::kLargestTransform && largestMagnitude < (uint64_t{1} << 42) &&
+  return largestMagnitude < (uint64_t{1} << 42) &&
          sequence.size() * largestMagnitude * largestMagnitude < NTT::kLargestMagnitude;
 }
 

@@ -178,6 +178,10 @@ std::vector<int64_t> partOf(const std::vector<int64_t>& sequence, int bits, int 
 // exact sums. The parts are made one at a time, here and by the caller, so that a long series
 // never has all three beside it.
 std::optional<int> splitBits(const std::vector<int64_t>& sequence) {
+  // Each part is as long as the sequence: too long for the transforms, none is made.
+  if (sequence.size() > VDNumberTheoreticTransform::kLargestTransform) {
+    return std::nullopt;
+  }
   uint64_t largest = 0;
   for (const int64_t value : sequence) {
     largest = std::max(largest,
