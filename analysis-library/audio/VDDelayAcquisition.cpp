@@ -40,6 +40,9 @@ constexpr int kPairReach = 2;
 // that every band counts, without lifting the gaps between the lines of a tone or a chord to
 // the level of the lines, as whitening bin by bin would.
 constexpr int kWhiteningOrder = 16;
+// The exponent of the magnitude the whitened view divides each frequency by: fully whitened (1)
+// lets the noisiest bands count as much as the clearest.
+constexpr double kWhitening = 0.7;
 // A peak lies on a line within this many decimated samples (its own precision plus the smear
 // of a drift across the segment).
 constexpr double kLineTolerance = 2.0;
@@ -111,7 +114,6 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
     taper[n] = 0.5 - 0.5 * std::cos(2.0 * M_PI * (static_cast<double>(n) + 0.5) /
                                     static_cast<double>(segment));
   }
-  std::vector<Peak> found;
   _segmentCentres.assign(static_cast<size_t>(_segmentCount), 0.0);
   _segmentBestScore.assign(static_cast<size_t>(_segmentCount), 0.0);
   for (int s = 0; s < _segmentCount; ++s) {
@@ -138,58 +140,70 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
     VDResamplingKernel::copyZeroExtended(b.data(), count, start - range, 2 * range + segment,
                                          other);
     std::fill(other + 2 * range + segment, other + size, 0.0);
-    const double* c = correlator.correlate();
-    double sumSquares = 0.0;
-    for (int64_t k = 0; k <= 2 * range; ++k) {
-      sumSquares += c[k] * c[k];
-    }
-    const double rms = std::sqrt(sumSquares / static_cast<double>(2 * range + 1));
-    if (!(rms > 0.0)) {
-      continue;
-    }
-    found.clear();
-    for (int64_t k = 1; k < 2 * range; ++k) {
-      const double magnitude = std::fabs(c[k]);
-      if (magnitude < kMinimumScore * rms || magnitude < std::fabs(c[k - 1]) ||
-          magnitude < std::fabs(c[k + 1])) {
-        continue;
-      }
-      const double sign = c[k] < 0.0 ? -1.0 : 1.0;
-      const double below = sign * c[k - 1], here = sign * c[k], above = sign * c[k + 1];
-      const double bend = below - 2.0 * here + above;
-      const double fraction = bend < 0.0 ? std::clamp(0.5 * (below - above) / bend, -0.5, 0.5) : 0;
-      Peak peak;
-      peak.segment = s;
-      peak.centre = _segmentCentres[s];
-      peak.lag = (static_cast<double>(k - range) + fraction) * static_cast<double>(_factor);
-      peak.polarity = sign;
-      peak.score = magnitude / rms;
-      found.push_back(peak);
-    }
-    size_t kept = std::min(found.size(), kMostPeaksPerSegment);
-    std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept), found.end(),
-                      [](const Peak& x, const Peak& y) { return x.score > y.score; });
-    // Beyond the best few, only peaks tied with the best, and none below a fraction of it: a
-    // line through weak peaks would claim far segments that say nothing of it.
-    while (kept > 0 && (found[kept - 1].score < kWeakestScore * found.front().score ||
-                        (kept > kPeaksPerSegment &&
-                         found[kept - 1].score < kTiedScore * found.front().score))) {
-      --kept;
-    }
-    // A segment that matches alike at more lags than it may keep (drums repeating exactly, bar
-    // after bar) cannot tell the delay from its repeats: it speaks neither for nor against any
-    // line, and the windows' own searches place the delay there.
-    const double best = kept > 0 ? found.front().score : 0.0;
-    if (std::count_if(found.begin(), found.end(), [best](const Peak& peak) {
-          return peak.score >= kTiedScore * best;
-        }) > static_cast<std::ptrdiff_t>(kMostPeaksPerSegment)) {
-      continue;
-    }
-    _peaks.insert(_peaks.end(), found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept));
-    if (kept > 0) {
-      _segmentBestScore[s] = found.front().score;
-    }
+    // Two views of the same lags: the plain correlation of the filtered channels, and the
+    // partially whitened one. A piece of music, or one heard through two rooms, shows its delay
+    // in the whitened view, where a loud bass or the rooms' colouring no longer decide where the
+    // peak lies; a sound of a few steady lines (a chord held long, test noise made of
+    // sinusoids) only in the plain one, as whitening lifts the noise between its lines.
+    keepPeaks(s, correlator.correlate(), range);
+    keepPeaks(s, correlator.correlateWhitened(kWhitening), range);
   }
+}
+
+void VDDelayAcquisition::keepPeaks(int segment, const double* c, int64_t range) {
+  double sumSquares = 0.0;
+  for (int64_t k = 0; k <= 2 * range; ++k) {
+    sumSquares += c[k] * c[k];
+  }
+  const double rms = std::sqrt(sumSquares / static_cast<double>(2 * range + 1));
+  if (!(rms > 0.0)) {
+    return;
+  }
+  std::vector<Peak> found;
+  for (int64_t k = 1; k < 2 * range; ++k) {
+    const double magnitude = std::fabs(c[k]);
+    if (magnitude < kMinimumScore * rms || magnitude < std::fabs(c[k - 1]) ||
+        magnitude < std::fabs(c[k + 1])) {
+      continue;
+    }
+    const double sign = c[k] < 0.0 ? -1.0 : 1.0;
+    const double below = sign * c[k - 1], here = sign * c[k], above = sign * c[k + 1];
+    const double bend = below - 2.0 * here + above;
+    const double fraction = bend < 0.0 ? std::clamp(0.5 * (below - above) / bend, -0.5, 0.5) : 0;
+    Peak peak;
+    peak.segment = segment;
+    peak.centre = _segmentCentres[segment];
+    peak.lag = (static_cast<double>(k - range) + fraction) * static_cast<double>(_factor);
+    peak.polarity = sign;
+    peak.score = magnitude / rms;
+    found.push_back(peak);
+  }
+  size_t kept = std::min(found.size(), kMostPeaksPerSegment);
+  std::partial_sort(found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept), found.end(),
+                    [](const Peak& x, const Peak& y) { return x.score > y.score; });
+  // Beyond the best few, only peaks tied with the best, and none below a fraction of it: a
+  // line through weak peaks would claim far segments that say nothing of it.
+  while (kept > 0 &&
+         (found[kept - 1].score < kWeakestScore * found.front().score ||
+          (kept > kPeaksPerSegment && found[kept - 1].score < kTiedScore * found.front().score))) {
+    --kept;
+  }
+  // A segment that matches alike at more lags than it may keep (drums repeating exactly, bar
+  // after bar) cannot tell the delay from its repeats: it speaks neither for nor against any
+  // line, and the windows' own searches place the delay there.
+  const double best = kept > 0 ? found.front().score : 0.0;
+  if (std::count_if(found.begin(), found.end(), [best](const Peak& peak) {
+        return peak.score >= kTiedScore * best;
+      }) > static_cast<std::ptrdiff_t>(kMostPeaksPerSegment)) {
+    return;
+  }
+  for (size_t rank = 0; rank < kept; ++rank) {
+    // Each view's best few, and its peaks tied with its best, propose lines.
+    found[rank].proposes =
+        rank < kBestPeaks || (rank < kProposingPeaks && found[rank].score >= kTiedScore * best);
+  }
+  _peaks.insert(_peaks.end(), found.begin(), found.begin() + static_cast<std::ptrdiff_t>(kept));
+  _segmentBestScore[segment] = std::max(_segmentBestScore[segment], best);
 }
 
 VDDelayAcquisition::Line VDDelayAcquisition::lineThrough(double offset, double drift,
@@ -297,11 +311,8 @@ VDDelayAcquisition::Line VDDelayAcquisition::refitted(const Line& line,
 void VDDelayAcquisition::fitLines() {
   std::vector<bool> available(static_cast<size_t>(_segmentCount), true);
   std::vector<const Peak*> proposers;
-  std::vector<size_t> perSegment(static_cast<size_t>(_segmentCount), 0);
-  for (const Peak& peak : _peaks) {  // each segment's peaks come best first
-    const size_t rank = perSegment[peak.segment]++;
-    if (rank < kBestPeaks ||
-        (rank < kProposingPeaks && peak.score >= kTiedScore * _segmentBestScore[peak.segment])) {
+  for (const Peak& peak : _peaks) {
+    if (peak.proposes) {
       proposers.push_back(&peak);
     }
   }

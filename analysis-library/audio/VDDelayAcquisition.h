@@ -56,9 +56,13 @@ class VDDelayAcquisition {
     double lag = 0.0;     // samples
     double polarity = 1.0;
     double score = 0.0;
+    bool proposes = false;  // among the lines' proposers: its view's best, or tied with it
   };
 
   void findPeaks(const float* channelA, const float* channelB, int64_t length, double samplingRate);
+  // Adds the segment's highest peaks of one view of its correlation: c[k] at lag k - range,
+  // k = 0 .. 2 range.
+  void keepPeaks(int segment, const double* c, int64_t range);
   // The segments' best peaks on the line through offset and drift, one per segment.
   Line lineThrough(double offset, double drift, double polarity,
                    const std::vector<bool>& available) const;

@@ -2,6 +2,7 @@
 
 #include <fftw3.h>
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -69,7 +70,9 @@ size_t VDFFTCorrelator::fastSize(size_t minimum) {
   return best;
 }
 
-const double* VDFFTCorrelator::correlate() {
+const double* VDFFTCorrelator::correlate() { return correlateWhitened(0.0); }
+
+const double* VDFFTCorrelator::correlateWhitened(double whitening) {
   fftw_execute(_plans->forwardReference);
   fftw_execute(_plans->forwardOther);
   const size_t bins = _size / 2 + 1;
@@ -78,8 +81,14 @@ const double* VDFFTCorrelator::correlate() {
   fftw_complex* other = _plans->otherSpectrum;
   // conj(R) * O: the spectrum of sum_n r[n] o[n + k]; the inverse transform is unnormalised.
   for (size_t i = 0; i < bins; ++i) {
-    const double re = reference[i][0] * other[i][0] + reference[i][1] * other[i][1];
-    const double im = reference[i][0] * other[i][1] - reference[i][1] * other[i][0];
+    double re = reference[i][0] * other[i][0] + reference[i][1] * other[i][1];
+    double im = reference[i][0] * other[i][1] - reference[i][1] * other[i][0];
+    if (whitening > 0.0) {
+      const double magnitude = std::hypot(re, im);
+      const double divisor = magnitude > 0.0 ? std::pow(magnitude, whitening) : 1.0;
+      re /= divisor;
+      im /= divisor;
+    }
     other[i][0] = re * scale;
     other[i][1] = im * scale;
   }

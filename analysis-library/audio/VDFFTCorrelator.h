@@ -32,6 +32,12 @@ class VDFFTCorrelator {
   // R - 1 + k < size(), gets the linear correlation, untouched by the wrap-around.
   const double* correlate();
 
+  // The same with each frequency's product divided by its magnitude raised to whitening
+  // (0 < whitening <= 1): the partially whitened cross-correlation, where every band counts
+  // nearly alike whatever its level, so that a room's colouring or a loud bass does not decide
+  // where the peak lies. Frequencies where the product vanishes contribute nothing.
+  const double* correlateWhitened(double whitening);
+
  private:
   struct Plans;
   size_t _size;
