@@ -231,9 +231,10 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
 
   double predicted = tracking.predictedDelay(centre);
   Peak peak;
-  const WindowStatus status =
+  WindowStatus status =
       measureAt(start, predicted, tracking.polarity, tracking.tolerance(centre),
                 tracking.clearPeakNeeded(centre) && !tracking.periodic, tracking, peak);
+  status = measureWhitened(start, status, predicted, tracking, peak, window);
   fillWindow(predicted, tracking.polarity, peak, window);
   if (status == WindowStatus::Used) {
     acceptWindow(start, predicted, peak, meanSquare, tracking, window);
@@ -281,6 +282,31 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
     tracking.candidate = Tracking::Candidate{predicted + static_cast<double>(peak.offset), centre,
                                              tracking.polarity, &window};
   }
+}
+
+VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureWhitened(
+    int64_t start, WindowStatus status, double& predicted, Tracking& tracking, Peak& peak,
+    Window& window) const {
+  const bool lineKnown = tracking.driftFromLine || tracking.driftKnown();
+  if (status == WindowStatus::Used || status == WindowStatus::Silent ||
+      status == WindowStatus::Outside || !lineKnown || tracking.periodic) {
+    return status;
+  }
+  const double centre = windowCentre(start);
+  double whitenedPredicted = tracking.predictedDelay(centre);
+  Peak whitenedPeak;
+  tracking.whitenedView = true;
+  const WindowStatus whitenedStatus =
+      measureAt(start, whitenedPredicted, tracking.polarity, tracking.tolerance(centre), true,
+                tracking, whitenedPeak);
+  tracking.whitenedView = false;
+  if (whitenedStatus != WindowStatus::Used) {
+    return status;
+  }
+  predicted = whitenedPredicted;
+  peak = whitenedPeak;
+  window.whitened = true;
+  return whitenedStatus;
 }
 
 void VDAudioTimeErrorCalculator::fillWindow(double predicted, double polarity, const Peak& peak,
@@ -446,6 +472,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
   const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
+  tracking.whitenedView = window.whitened;
   if (correlation().correlate(window.start, predicted, tracking.polarity, tracking, peak) ==
           WindowStatus::Used &&
       std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
@@ -453,6 +480,7 @@ void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) c
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
     window.delayUncertainty = peak.uncertainty;
   }
+  tracking.whitenedView = false;
 }
 
 double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted, const Peak& peak,

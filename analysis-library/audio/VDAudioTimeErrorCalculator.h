@@ -68,6 +68,11 @@ class VDWindowCorrelation;
 //     of a track are measured again, until the drift settles, when it becomes known and when its
 //     line is full.
 //   - Each window's correlation and its refinement below a sample are VDWindowCorrelation's.
+//   - Once a line or the windows place the delay, a window the plain correlation gives no value
+//     (through two rooms, reflections move or blur its peak, and A and B correlate less) is
+//     measured again on the partially whitened correlation, where every band counts nearly
+//     alike; it takes that value when the peak there is clear and near the prediction, with a
+//     correlation floor of 0.1 instead of 0.2.
 //
 // A window yields no value, but is listed in the diagnostic export, when it is
 //   silent     fewer than a quarter of channel A's window samples, or of B's matching stretch,
@@ -108,6 +113,7 @@ class VDAudioTimeErrorCalculator {
     double peakRatio = 0;        // the highest other peak in range over the best one
     double delayUncertainty = std::numeric_limits<double>::quiet_NaN();  // standard, samples
     bool bInverted = false;  // B was measured upside down
+    bool whitened = false;   // measured on the partially whitened correlation
     WindowStatus status = WindowStatus::Silent;
   };
 
@@ -161,6 +167,11 @@ class VDAudioTimeErrorCalculator {
   // Correlates around predicted and judges the peak; may move predicted to where the peak lies.
   WindowStatus measureAt(int64_t start, double& predicted, double polarity, double tolerance,
                          bool requireClear, Tracking& tracking, Peak& peak) const;
+  // The same on the partially whitened correlation, where the plain one gave status: for
+  // channels whose colourings differ (two rooms), whose plain peak a reflection moves or
+  // blurs. Only once a line places the delay, as this view holds no ambiguity of its own.
+  WindowStatus measureWhitened(int64_t start, WindowStatus status, double& predicted,
+                               Tracking& tracking, Peak& peak, Window& window) const;
   void fillWindow(double predicted, double polarity, const Peak& peak, Window& window) const;
   // meanSquare: of A over the window.
   void acceptWindow(int64_t start, double predicted, const Peak& peak, double meanSquare,

@@ -13,6 +13,11 @@ namespace {
 
 constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
 constexpr double kMinimumPeakCorrelation = VDLagSearch::kMinimumPeakCorrelation;
+// As in the delay acquisition: every band counts nearly alike, the noisiest a little less.
+constexpr double kWhitening = 0.7;
+// Through two rooms the channels correlate less even where both are loud; the whitened view is
+// only taken along a known line, so half of the plain floor is enough.
+constexpr double kMinimumWhitenedCorrelation = 0.1;
 
 }  // namespace
 
@@ -94,8 +99,10 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
             backward.reference() + tracking.validBegin);
   VDResamplingKernel::copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength,
                                        backward.other());
-  const double* forwardResult = forward.correlate();
-  const double* backwardResult = backward.correlate();
+  const double* forwardResult =
+      tracking.whitenedView ? forward.correlateWhitened(kWhitening) : forward.correlate();
+  const double* backwardResult =
+      tracking.whitenedView ? backward.correlateWhitened(kWhitening) : backward.correlate();
   for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
@@ -108,25 +115,30 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
   peak.ratio = judged.ratio();
   peak.clear = judged.clear();
   peak.onEdge = judged.onEdge();
-  double energyA = 0.0, energyB = 0.0;
+  double energyA = 0.0, energyB = 0.0, product = 0.0;
   for (int64_t n = tracking.validBegin; n < tracking.validEnd; ++n) {
     const double a = _channelA[start + n];
     const double b = tracking.warpedB[kLagMargin + best + n];
     energyA += a * a;
     energyB += b * b;
+    product += a * b;
   }
   if (!(energyB > 0.0 && energyA > 0.0)) {
     return Status::Silent;
   }
-  peak.correlation = forwardResult[kLagMargin + best] / std::sqrt(energyA * energyB);
+  // The whitened view's values are no correlations: the plain one at its peak stands in.
+  peak.correlation = (tracking.whitenedView ? product : forwardResult[kLagMargin + best]) /
+                     std::sqrt(energyA * energyB);
   // The signal-to-noise ratio shows in the correlation at the true peak, which may lie up to half
   // a sample from the whole-sample one.
   peak.uncertainty = VDCorrelationPeak::delayUncertainty(
       judged.curvature(), peak.correlation * judged.peakGain(), validCount);
   // Followed without a line, a window must show the tone clearly: unrelated noise in the other
   // channel scores below half, a tone even at 10 dB SNR near one.
-  if (!(peak.correlation >=
-        (tracking.periodic ? kPeriodicPeakCorrelation : kMinimumPeakCorrelation))) {
+  const double floor = tracking.periodic       ? kPeriodicPeakCorrelation
+                       : tracking.whitenedView ? kMinimumWhitenedCorrelation
+                                               : kMinimumPeakCorrelation;
+  if (!(peak.correlation >= floor)) {
     return Status::Weak;
   }
   if (peak.onEdge) {
