@@ -42,6 +42,14 @@ constexpr double kMaximumUncertaintySeconds = 30e-6;
 // move the line.
 constexpr double kNoisierThanTypical = 2.0;
 constexpr double kTypicalWeight = 0.1;  // of each new window in the running typical uncertainty
+// A window with a value from a plain correlation below this, where a line places the delay, is
+// measured on the whitened correlation too, and takes that value where it has one: a window
+// correlating this weakly with noise of its own alone would be below 0 dB, where two rooms'
+// reflections blur the plain peak at any level.
+constexpr double kPlainTrustedCorrelation = 0.4;
+// A track with more than this share of its recent values from the whitened view steps only onto
+// the acquisition's lines.
+constexpr double kWhitenedTrack = 0.25;
 // A window above this is measured once more, centred on its peak.
 constexpr double kCentringUncertaintySeconds = 0.5e-6;
 
@@ -287,9 +295,15 @@ void VDAudioTimeErrorCalculator::measureWindow(int64_t start, Tracking& tracking
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureWhitened(
     int64_t start, WindowStatus status, double& predicted, Tracking& tracking, Peak& peak,
     Window& window) const {
+  // A window whose plain correlation stays below the whitened view's floor at every lag (a
+  // pause) would not reach it there either: not measured again. One whose plain value comes
+  // from a weak correlation is: through two rooms, its peak may be a reflection's. A clear peak
+  // away from the prediction is a step for the next window to confirm, not a value to rescue.
   const bool lineKnown = tracking.driftFromLine || tracking.driftKnown();
-  if (status == WindowStatus::Used || status == WindowStatus::Silent ||
-      status == WindowStatus::Outside || !lineKnown || tracking.periodic) {
+  if ((status == WindowStatus::Used && peak.correlation >= kPlainTrustedCorrelation) ||
+      (status == WindowStatus::Ambiguous && peak.clear) || status == WindowStatus::Silent ||
+      status == WindowStatus::Outside || !lineKnown || tracking.periodic ||
+      !(peak.correlation >= VDWindowCorrelation::kMinimumWhitenedCorrelation)) {
     return status;
   }
   const double centre = windowCentre(start);
@@ -322,6 +336,18 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, double meanSquare, Trac
   // The delay followed failed again: if the candidate holds here as well, the step is real.
   const Tracking::Candidate candidate = *tracking.candidate;
   tracking.candidate.reset();
+  // Where the whitened view gives many of the values (two rooms), the plain correlation peaks
+  // at reflections too, steadily, window after window: a step is taken only onto one of the
+  // acquisition's lines.
+  const auto& lines = tracking.acquisition->lines();
+  if (tracking.whitenedShare > kWhitenedTrack &&
+      std::none_of(lines.begin(), lines.end(), [&](const VDDelayAcquisition::Line& line) {
+        return line.polarity == candidate.polarity &&
+               std::fabs(line.delayAt(candidate.centre) - candidate.delay) <=
+                   line.tolerance + kPeakTolerance;
+      })) {
+    return false;
+  }
   const double centre = windowCentre(start);
   double predicted = candidate.delay + tracking.drift * (centre - candidate.centre);
   const double allowed = tracking.toleranceOver(std::fabs(centre - candidate.centre));
@@ -404,6 +430,8 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   // The first failing window after a value may search widely at once: a step shows there.
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.nextWideSearch = start;
+  tracking.whitenedShare +=
+      kUsedEnergyWeight * ((window.whitened ? 1.0 : 0.0) - tracking.whitenedShare);
   tracking.usedEnergy =
       tracking.usedEnergy == 0.0
           ? meanSquare

@@ -68,11 +68,12 @@ class VDWindowCorrelation;
 //     of a track are measured again, until the drift settles, when it becomes known and when its
 //     line is full.
 //   - Each window's correlation and its refinement below a sample are VDWindowCorrelation's.
-//   - Once a line or the windows place the delay, a window the plain correlation gives no value
-//     (through two rooms, reflections move or blur its peak, and A and B correlate less) is
-//     measured again on the partially whitened correlation, where every band counts nearly
-//     alike; it takes that value when the peak there is clear and near the prediction, with a
-//     correlation floor of 0.1 instead of 0.2.
+//   - Once a line or the windows place the delay, a window the plain correlation gives no value,
+//     or one from a correlation below 0.4 (through two rooms, reflections move or blur its peak,
+//     and A and B correlate less), is measured again on the partially whitened correlation,
+//     where every band counts nearly alike; it takes that value when the peak there is clear
+//     and near the prediction (within 4 samples once the drift is known), with a correlation
+//     floor of 0.1 instead of 0.2.
 //
 // A window yields no value, but is listed in the diagnostic export, when it is
 //   silent     fewer than a quarter of channel A's window samples, or of B's matching stretch,

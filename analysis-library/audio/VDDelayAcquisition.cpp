@@ -40,9 +40,6 @@ constexpr int kPairReach = 2;
 // that every band counts, without lifting the gaps between the lines of a tone or a chord to
 // the level of the lines, as whitening bin by bin would.
 constexpr int kWhiteningOrder = 16;
-// The exponent of the magnitude the whitened view divides each frequency by: fully whitened (1)
-// lets the noisiest bands count as much as the clearest.
-constexpr double kWhitening = 0.7;
 // A peak lies on a line within this many decimated samples (its own precision plus the smear
 // of a drift across the segment).
 constexpr double kLineTolerance = 2.0;
@@ -146,7 +143,7 @@ void VDDelayAcquisition::findPeaks(const float* channelA, const float* channelB,
     // peak lies; a sound of a few steady lines (a chord held long, test noise made of
     // sinusoids) only in the plain one, as whitening lifts the noise between its lines.
     keepPeaks(s, correlator.correlate(), range);
-    keepPeaks(s, correlator.correlateWhitened(kWhitening), range);
+    keepPeaks(s, correlator.whitenedAgain(), range);
   }
 }
 

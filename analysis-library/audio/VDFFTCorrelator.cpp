@@ -70,27 +70,42 @@ size_t VDFFTCorrelator::fastSize(size_t minimum) {
   return best;
 }
 
-const double* VDFFTCorrelator::correlate() { return correlateWhitened(0.0); }
+const double* VDFFTCorrelator::correlate() { return correlate(false); }
 
-const double* VDFFTCorrelator::correlateWhitened(double whitening) {
+const double* VDFFTCorrelator::correlateWhitened() { return correlate(true); }
+
+const double* VDFFTCorrelator::correlate(bool whitened) {
   fftw_execute(_plans->forwardReference);
   fftw_execute(_plans->forwardOther);
   const size_t bins = _size / 2 + 1;
-  const double scale = 1.0 / static_cast<double>(_size);
   fftw_complex* reference = _plans->referenceSpectrum;
-  fftw_complex* other = _plans->otherSpectrum;
-  // conj(R) * O: the spectrum of sum_n r[n] o[n + k]; the inverse transform is unnormalised.
+  const fftw_complex* other = _plans->otherSpectrum;
+  // conj(R) * O, the spectrum of sum_n r[n] o[n + k], kept in R's place for whitenedAgain().
   for (size_t i = 0; i < bins; ++i) {
-    double re = reference[i][0] * other[i][0] + reference[i][1] * other[i][1];
-    double im = reference[i][0] * other[i][1] - reference[i][1] * other[i][0];
-    if (whitening > 0.0) {
-      const double magnitude = std::hypot(re, im);
-      const double divisor = magnitude > 0.0 ? std::pow(magnitude, whitening) : 1.0;
-      re /= divisor;
-      im /= divisor;
+    const double re = reference[i][0] * other[i][0] + reference[i][1] * other[i][1];
+    const double im = reference[i][0] * other[i][1] - reference[i][1] * other[i][0];
+    reference[i][0] = re;
+    reference[i][1] = im;
+  }
+  return inverse(whitened);
+}
+
+const double* VDFFTCorrelator::whitenedAgain() { return inverse(true); }
+
+const double* VDFFTCorrelator::inverse(bool whitened) {
+  const size_t bins = _size / 2 + 1;
+  const double scale = 1.0 / static_cast<double>(_size);  // the inverse is unnormalised
+  const fftw_complex* product = _plans->referenceSpectrum;
+  fftw_complex* spectrum = _plans->otherSpectrum;
+  for (size_t i = 0; i < bins; ++i) {
+    double weight = scale;
+    if (whitened) {
+      // |product|^(1/2) by square roots: a power function would cost more than the transforms.
+      const double squared = product[i][0] * product[i][0] + product[i][1] * product[i][1];
+      weight /= squared > 0.0 ? std::sqrt(std::sqrt(squared)) : 1.0;
     }
-    other[i][0] = re * scale;
-    other[i][1] = im * scale;
+    spectrum[i][0] = product[i][0] * weight;
+    spectrum[i][1] = product[i][1] * weight;
   }
   fftw_execute(_plans->inverse);
   return _result;

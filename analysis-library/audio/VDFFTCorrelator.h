@@ -32,13 +32,21 @@ class VDFFTCorrelator {
   // R - 1 + k < size(), gets the linear correlation, untouched by the wrap-around.
   const double* correlate();
 
-  // The same with each frequency's product divided by its magnitude raised to whitening
-  // (0 < whitening <= 1): the partially whitened cross-correlation, where every band counts
-  // nearly alike whatever its level, so that a room's colouring or a loud bass does not decide
-  // where the peak lies. Frequencies where the product vanishes contribute nothing.
-  const double* correlateWhitened(double whitening);
+  // The same with each frequency's product divided by the square root of its magnitude: the
+  // partially whitened cross-correlation, where bands count far more alike whatever their level,
+  // so that a room's colouring or a loud bass does not decide where the peak lies, while the
+  // noise between a sound's lines is not lifted to the lines' level, as full whitening would.
+  // Frequencies where the product vanishes contribute nothing.
+  const double* correlateWhitened();
+
+  // The last correlation again, partially whitened, without transforming the inputs again.
+  const double* whitenedAgain();
 
  private:
+  const double* correlate(bool whitened);
+  // The inverse transform of the product kept by the last correlation.
+  const double* inverse(bool whitened);
+
   struct Plans;
   size_t _size;
   double* _reference;

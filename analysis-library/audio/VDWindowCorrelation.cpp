@@ -13,11 +13,8 @@ namespace {
 
 constexpr int64_t kKernelHalfLength = VDResamplingKernel::kHalfLength;
 constexpr double kMinimumPeakCorrelation = VDLagSearch::kMinimumPeakCorrelation;
-// As in the delay acquisition: every band counts nearly alike, the noisiest a little less.
-constexpr double kWhitening = 0.7;
-// Through two rooms the channels correlate less even where both are loud; the whitened view is
-// only taken along a known line, so half of the plain floor is enough.
-constexpr double kMinimumWhitenedCorrelation = 0.1;
+// Samples either side of the prediction the whitened view looks at once the drift is known.
+constexpr int64_t kWhitenedRadius = 4;
 
 }  // namespace
 
@@ -100,15 +97,18 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
   VDResamplingKernel::copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength,
                                        backward.other());
   const double* forwardResult =
-      tracking.whitenedView ? forward.correlateWhitened(kWhitening) : forward.correlate();
+      tracking.whitenedView ? forward.correlateWhitened() : forward.correlate();
   const double* backwardResult =
-      tracking.whitenedView ? backward.correlateWhitened(kWhitening) : backward.correlate();
+      tracking.whitenedView ? backward.correlateWhitened() : backward.correlate();
   for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
-  const int64_t radius =
-      tracking.periodic && tracking.windowMeasured() ? kPeriodicRadius : kTrackingRadius;
+  // Once the windows place the delay, the whitened view looks only near the prediction: a
+  // reflection's peak further off is no rival to the delay followed.
+  const int64_t radius = tracking.periodic && tracking.windowMeasured()   ? kPeriodicRadius
+                         : tracking.whitenedView && tracking.driftKnown() ? kWhitenedRadius
+                                                                          : kTrackingRadius;
   const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
   const int64_t best = judged.best();
   peak.offset = best;

@@ -39,6 +39,9 @@ class VDWindowCorrelation {
   // other channel scores below half, a tone even at 10 dB SNR near one).
   static constexpr int64_t kPeriodicRadius = 4;
   static constexpr double kPeriodicPeakCorrelation = 0.5;
+  // Through two rooms the channels correlate less even where both are loud; the whitened view is
+  // only taken along a known line, so half of the plain floor is enough there.
+  static constexpr double kMinimumWhitenedCorrelation = 0.1;
   // Correlation lags kept around the tracked lag: the search range, the interpolator's reach
   // and the parabola's neighbours.
   static constexpr int64_t kLagMargin = kTrackingRadius + VDResamplingKernel::kHalfLength + 2;
