@@ -73,7 +73,9 @@ class VDWindowCorrelation;
 //     and A and B correlate less), is measured again on the partially whitened correlation,
 //     where every band counts nearly alike; it takes that value when the peak there is clear
 //     and near the prediction (within 4 samples once the drift is known), with a correlation
-//     floor of 0.1 instead of 0.2.
+//     floor of 0.1 instead of 0.2. A track that gets a quarter of its values so steps only onto
+//     one of the acquisition's lines: through two rooms the plain correlation peaks steadily at
+//     reflections' lags too, which would otherwise pass for a step.
 //
 // A window yields no value, but is listed in the diagnostic export, when it is
 //   silent     fewer than a quarter of channel A's window samples, or of B's matching stretch,
