@@ -6,11 +6,12 @@
 // A VDDelayAcquisition finds, before any window is measured, where B's delay against A runs over
 // the whole recording: a few dozen segments of A, spread over it, are correlated with B over
 // +-60 s (early and late alike) on a decimated, whitened correlation, each keeping its highest
-// peaks of either sign; a straight line, offset + drift x position, is then fitted robustly
-// through the peaks that line up across segments. A repeating bar or a held note gives every
-// segment peaks at wrong lags too, but those differ from segment to segment and do not line up
-// with a drift below 1 %, while the true delay does. Steps and dropouts show as further lines of
-// the same slope, each supported by the segments after (or before) the step.
+// peaks of either sign, of the plain correlation and of a partially whitened one; a straight line,
+// offset + drift x position, is then fitted robustly through the peaks that line up across
+// segments. A repeating bar or a held note gives every segment peaks at wrong lags too, but those
+// differ from segment to segment and do not line up with a drift below 1 %, while the true delay
+// does. Steps and dropouts show as further lines of the same slope, each supported by the segments
+// after (or before) the step.
 class VDDelayAcquisition {
  public:
   // One line of the delay, in channel A samples: delay(position) = offset + drift position.
