@@ -299,10 +299,11 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureWhit
   // pause) would not reach it there either: not measured again. One whose plain value comes
   // from a weak correlation is: through two rooms, its peak may be a reflection's. A clear peak
   // away from the prediction is a step for the next window to confirm, not a value to rescue.
-  const bool lineKnown = tracking.driftFromLine || tracking.driftKnown();
+  // A track that is not a tone's has the acquisition's line (or, measured backwards, the
+  // windows' drift) to place the delay, as this view holds no ambiguity of its own.
   if ((status == WindowStatus::Used && peak.correlation >= kPlainTrustedCorrelation) ||
       (status == WindowStatus::Ambiguous && peak.clear) || status == WindowStatus::Silent ||
-      status == WindowStatus::Outside || !lineKnown || tracking.periodic ||
+      status == WindowStatus::Outside || tracking.periodic ||
       !(peak.correlation >= VDWindowCorrelation::kMinimumWhitenedCorrelation)) {
     return status;
   }
