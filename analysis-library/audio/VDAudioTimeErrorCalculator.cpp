@@ -50,6 +50,7 @@ constexpr double kPlainTrustedCorrelation = 0.4;
 // A track with more than this share of its recent values from the whitened view steps only onto
 // the acquisition's lines.
 constexpr double kWhitenedTrack = 0.25;
+constexpr double kWhitenedShareWeight = 0.1;  // of each new value in the running share
 // A window above this is measured once more, centred on its peak.
 constexpr double kCentringUncertaintySeconds = 0.5e-6;
 
@@ -310,11 +311,9 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureWhit
   const double centre = windowCentre(start);
   double whitenedPredicted = tracking.predictedDelay(centre);
   Peak whitenedPeak;
-  tracking.whitenedView = true;
   const WindowStatus whitenedStatus =
       measureAt(start, whitenedPredicted, tracking.polarity, tracking.tolerance(centre), true,
-                tracking, whitenedPeak);
-  tracking.whitenedView = false;
+                tracking, whitenedPeak, true);
   if (whitenedStatus != WindowStatus::Used) {
     return status;
   }
@@ -386,8 +385,9 @@ bool VDAudioTimeErrorCalculator::takeStep(int64_t start, double meanSquare, Trac
 
 VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     int64_t start, double& predicted, double polarity, double tolerance, bool requireClear,
-    Tracking& tracking, Peak& peak) const {
-  WindowStatus status = correlation().correlate(start, predicted, polarity, tracking, peak);
+    Tracking& tracking, Peak& peak, bool whitened) const {
+  WindowStatus status =
+      correlation().correlate(start, predicted, polarity, tracking, peak, whitened);
   if (status == WindowStatus::Used &&
       (std::fabs(static_cast<double>(peak.offset)) > tolerance || (requireClear && !peak.clear))) {
     status = WindowStatus::Ambiguous;
@@ -407,7 +407,8 @@ VDAudioTimeErrorCalculator::WindowStatus VDAudioTimeErrorCalculator::measureAt(
     const double centred = predicted + static_cast<double>(peak.offset) +
                            VDPeakRefinement::parabolicOffset(c[-1], c[0], c[1]);
     Peak again;
-    if (correlation().correlate(start, centred, polarity, tracking, again) == WindowStatus::Used &&
+    if (correlation().correlate(start, centred, polarity, tracking, again, whitened) ==
+            WindowStatus::Used &&
         again.offset == 0) {
       predicted = centred;
       peak = again;
@@ -432,7 +433,7 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
   tracking.wideSpacing = secondsInSamples(kWideSearchSpacingSeconds);
   tracking.nextWideSearch = start;
   tracking.whitenedShare +=
-      kUsedEnergyWeight * ((window.whitened ? 1.0 : 0.0) - tracking.whitenedShare);
+      kWhitenedShareWeight * ((window.whitened ? 1.0 : 0.0) - tracking.whitenedShare);
   tracking.usedEnergy =
       tracking.usedEnergy == 0.0
           ? meanSquare
@@ -501,15 +502,13 @@ void VDAudioTimeErrorCalculator::acceptWindow(int64_t start, double predicted, c
 void VDAudioTimeErrorCalculator::remeasure(Tracking& tracking, Window& window) const {
   const double predicted = tracking.predictedDelay(windowCentre(window.start));
   Peak peak;
-  tracking.whitenedView = window.whitened;
-  if (correlation().correlate(window.start, predicted, tracking.polarity, tracking, peak) ==
-          WindowStatus::Used &&
+  if (correlation().correlate(window.start, predicted, tracking.polarity, tracking, peak,
+                              window.whitened) == WindowStatus::Used &&
       std::fabs(static_cast<double>(peak.offset)) <= kPeakTolerance) {
     fillWindow(predicted, tracking.polarity, peak, window);
     window.refinedLag = refinedDelay(window.start, predicted, peak, tracking);
     window.delayUncertainty = peak.uncertainty;
   }
-  tracking.whitenedView = false;
 }
 
 double VDAudioTimeErrorCalculator::refinedDelay(int64_t start, double predicted, const Peak& peak,

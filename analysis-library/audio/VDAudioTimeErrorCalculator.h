@@ -167,9 +167,11 @@ class VDAudioTimeErrorCalculator {
   double windowCentre(int64_t start) const;
   void measureWindow(int64_t start, Tracking& tracking, Window& window) const;
   void measureBackwards(int64_t firstUsed, Tracking& tracking);
-  // Correlates around predicted and judges the peak; may move predicted to where the peak lies.
+  // Correlates around predicted (on the whitened view where whitened) and judges the peak; may
+  // move predicted to where the peak lies.
   WindowStatus measureAt(int64_t start, double& predicted, double polarity, double tolerance,
-                         bool requireClear, Tracking& tracking, Peak& peak) const;
+                         bool requireClear, Tracking& tracking, Peak& peak,
+                         bool whitened = false) const;
   // The same on the partially whitened correlation, where the plain one gave status: for
   // channels whose colourings differ (two rooms), whose plain peak a reflection moves or
   // blurs. Only once a line places the delay, as this view holds no ambiguity of its own.

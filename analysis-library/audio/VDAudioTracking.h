@@ -23,9 +23,7 @@ struct VDAudioTracking : VDDelayLine {
   std::vector<Window*> provisional;  // windows of this track measured before the drift was known
   bool searchesAllowed = true;       // false when measuring backwards from the first match
   bool periodic = false;             // no line was found: a steady tone, followed by its phase
-  // Windows are correlated on the partially whitened view while this is set (VDWindowCorrelation).
-  bool whitenedView = false;
-  double whitenedShare = 0.0;  // running share of the track's values from the whitened view
+  double whitenedShare = 0.0;        // running share of the track's values from the whitened view
 
   // Whether a window of this track has been measured (its peak then places the next).
   bool windowMeasured() const { return !history.empty(); }

@@ -43,7 +43,8 @@ int64_t VDWindowCorrelation::nonZeroCount(const float* samples, int64_t length, 
 VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double predicted,
                                                            double polarity,
                                                            VDAudioTracking& tracking,
-                                                           VDWindowPeak& peak) const {
+                                                           VDWindowPeak& peak,
+                                                           bool whitened) const {
   const int64_t windowLength = _correlationLength;
   const double halfWindow = static_cast<double>(windowLength - 1) / 2.0;
   peak = VDWindowPeak{};
@@ -96,19 +97,17 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
             backward.reference() + tracking.validBegin);
   VDResamplingKernel::copyZeroExtended(_channelA, _length, start - kLagMargin, extendedLength,
                                        backward.other());
-  const double* forwardResult =
-      tracking.whitenedView ? forward.correlateWhitened() : forward.correlate();
-  const double* backwardResult =
-      tracking.whitenedView ? backward.correlateWhitened() : backward.correlate();
+  const double* forwardResult = whitened ? forward.correlateWhitened() : forward.correlate();
+  const double* backwardResult = whitened ? backward.correlateWhitened() : backward.correlate();
   for (int64_t offset = -kLagMargin; offset <= kLagMargin; ++offset) {
     tracking.correlation[kLagMargin + offset] =
         forwardResult[kLagMargin + offset] + backwardResult[kLagMargin - offset];
   }
   // Once the windows place the delay, the whitened view looks only near the prediction: a
   // reflection's peak further off is no rival to the delay followed.
-  const int64_t radius = tracking.periodic && tracking.windowMeasured()   ? kPeriodicRadius
-                         : tracking.whitenedView && tracking.driftKnown() ? kWhitenedRadius
-                                                                          : kTrackingRadius;
+  const int64_t radius = tracking.periodic && tracking.windowMeasured() ? kPeriodicRadius
+                         : whitened && tracking.driftKnown()            ? kWhitenedRadius
+                                                                        : kTrackingRadius;
   const VDCorrelationPeak judged(tracking.correlation.data() + kLagMargin - radius, radius);
   const int64_t best = judged.best();
   peak.offset = best;
@@ -127,17 +126,17 @@ VDWindowCorrelation::Status VDWindowCorrelation::correlate(int64_t start, double
     return Status::Silent;
   }
   // The whitened view's values are no correlations: the plain one at its peak stands in.
-  peak.correlation = (tracking.whitenedView ? product : forwardResult[kLagMargin + best]) /
-                     std::sqrt(energyA * energyB);
+  peak.correlation =
+      (whitened ? product : forwardResult[kLagMargin + best]) / std::sqrt(energyA * energyB);
   // The signal-to-noise ratio shows in the correlation at the true peak, which may lie up to half
   // a sample from the whole-sample one.
   peak.uncertainty = VDCorrelationPeak::delayUncertainty(
       judged.curvature(), peak.correlation * judged.peakGain(), validCount);
   // Followed without a line, a window must show the tone clearly: unrelated noise in the other
   // channel scores below half, a tone even at 10 dB SNR near one.
-  const double floor = tracking.periodic       ? kPeriodicPeakCorrelation
-                       : tracking.whitenedView ? kMinimumWhitenedCorrelation
-                                               : kMinimumPeakCorrelation;
+  const double floor = tracking.periodic ? kPeriodicPeakCorrelation
+                       : whitened        ? kMinimumWhitenedCorrelation
+                                         : kMinimumPeakCorrelation;
   if (!(peak.correlation >= floor)) {
     return Status::Weak;
   }

@@ -52,10 +52,11 @@ class VDWindowCorrelation {
                       VDAudioTimeErrorCalculator::CorrelationType type);
 
   // Correlates the window from start around predicted (B upside down where polarity is
-  // negative) into tracking.correlation and judges its peak: Used, or why not (Silent, Weak,
+  // negative) into tracking.correlation, on the partially whitened view where whitened (its
+  // floor kMinimumWhitenedCorrelation), and judges its peak: Used, or why not (Silent, Weak,
   // Lost, Outside).
   Status correlate(int64_t start, double predicted, double polarity, VDAudioTracking& tracking,
-                   VDWindowPeak& peak) const;
+                   VDWindowPeak& peak, bool whitened = false) const;
 
   // The peak's offset from the prediction below a sample, from the last correlation.
   double refinedOffset(int64_t start, int64_t peakOffset, VDAudioTracking& tracking) const;
